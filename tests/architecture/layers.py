@@ -33,7 +33,7 @@ MAY_INCLUDE = [
 NO_QT = ("kit/", "core/", "addons/", "server/", "ctl/", "locale/")
 OURS = ("kit/", "core/", "addons/", "server/", "ctl/", "client/", "locale/", "tests/", "bench/")
 # The kit is a platform: it knows no product.
-PRODUCT_WORDS = re.compile(r"velmora|backup", re.IGNORECASE)
+PRODUCT_WORDS = re.compile(r"\bvelmora\b|backup", re.IGNORECASE)
 PRODUCT_NAMES_ON_THE_WIRE = re.compile(r"velmora-backup|/velmora-")
 
 

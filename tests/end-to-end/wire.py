@@ -1,0 +1,194 @@
+"""A second, independent implementation of the message bytes and frames, for tests that speak to the real
+programs from outside. docs/protocol.md is what both are written from."""
+import os
+import select
+import socket
+import struct
+import time
+
+FIXED = {"BOOL": "<B", "BYTE": "<b", "SHRT": "<h", "LONG": "<i", "LLNG": "<q", "FLOT": "<f", "DBLE": "<d",
+         "TIME": "<I"}
+
+
+def code(text):
+    return int.from_bytes(text.encode(), "big")
+
+
+def code_text(number):
+    return number.to_bytes(4, "big").decode("latin-1")
+
+
+class Message:
+    """what: four characters; fields: name -> (type, [values])"""
+
+    def __init__(self, what="\0\0\0\0", **fields):
+        self.what = what
+        self.fields = {}
+        for name, value in fields.items():
+            self.add(name, value)
+
+    def add(self, name, value, kind=None):
+        if kind is None:
+            kind = {bool: "BOOL", int: "LONG", float: "FLOT", str: "CSTR", bytes: "CSTR"}.get(type(value))
+            if isinstance(value, Message):
+                kind = "MSGG"
+            if isinstance(value, tuple):
+                kind = "MSNG"
+        if isinstance(value, str):
+            value = value.encode()
+        self.fields.setdefault(name, (kind, []))[1].append(value)
+        return self
+
+    def get(self, name, default=None, index=0):
+        values = self.fields.get(name, (None, []))[1]
+        return values[index] if index < len(values) else default
+
+    def text(self, name, default="", index=0):
+        value = self.get(name, None, index)
+        return default if value is None else value.decode(errors="replace")
+
+    def all(self, name):
+        return self.fields.get(name, (None, []))[1]
+
+    def flatten(self):
+        body = b""
+        for name, (kind, values) in self.fields.items():
+            raw = [pack(kind, value) for value in values]
+            encoded = name.encode()
+            size = len(raw[0]) if kind in FIXED or kind in ("MSNG", "RECT", "RGBC", "NREF") else 0
+            body += struct.pack("<IB", code(kind), len(encoded)) + encoded
+            body += struct.pack("<II", len(raw), size)
+            if size == 0:
+                body += b"".join(struct.pack("<I", len(one)) for one in raw)
+            body += b"".join(raw)
+        return (b"VMS1" + struct.pack("<IQI", code(self.what), 20 + len(body), len(self.fields)) + body)
+
+    @staticmethod
+    def parse(data):
+        assert data[:4] == b"VMS1", data[:4]
+        what, size, count = struct.unpack_from("<IQI", data, 4)
+        assert size == len(data), (size, len(data))
+        message = Message(code_text(what))
+        at = 20
+        for _ in range(count):
+            kind, length = struct.unpack_from("<IB", data, at)
+            at += 5
+            name = data[at:at + length].decode()
+            at += length
+            values, size = struct.unpack_from("<II", data, at)
+            at += 8
+            sizes = [size] * values
+            if size == 0:
+                sizes = list(struct.unpack_from(f"<{values}I", data, at))
+                at += 4 * values
+            kind = code_text(kind)
+            assert name not in message.fields and values > 0
+            found = []
+            for one in sizes:
+                assert at + one <= len(data)
+                found.append(unpack(kind, data[at:at + one]))
+                at += one
+            message.fields[name] = (kind, found)
+        assert at == len(data)
+        return message
+
+    def __repr__(self):
+        return f"Message({self.what!r}, {self.fields!r})"
+
+
+def pack(kind, value):
+    if kind in FIXED:
+        return struct.pack(FIXED[kind], value)
+    if kind == "MSGG":
+        return value.flatten()
+    if kind == "MSNG":
+        return struct.pack("<iiI", value[0], value[1], 0)
+    return bytes(value)
+
+
+def unpack(kind, data):
+    if kind in FIXED:
+        return struct.unpack(FIXED[kind], data)[0]
+    if kind == "MSGG":
+        return Message.parse(data)
+    if kind == "MSNG":
+        return struct.unpack("<iiI", data)[:2]
+    return bytes(data)
+
+
+def frame(kind, body, token=-1, request=0, sender=None):
+    sender = os.getpid() if sender is None else sender
+    return struct.pack("<IBBBBiiQ", 20 + len(body), kind, 0, 0, 0, sender, token, request) + body
+
+
+class Peer:
+    """One connection to a team's socket. Whatever arrives is kept in `arrived` in order; requests of the
+    other side are answered by `on_request(message) -> Message or None`."""
+
+    def __init__(self, run_directory, team, on_request=None):
+        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.socket.connect(os.path.join(run_directory, f"team-{team}.sock"))
+        self.buffer = b""
+        self.arrived = []
+        self.answers = {}
+        self.next_request = 1
+        self.closed = False
+        self.on_request = on_request or (lambda message: None)
+
+    def close(self):
+        self.socket.close()
+
+    def send(self, message):
+        self.socket.sendall(frame(1, message.flatten()))
+
+    def ask(self, message, seconds=10):
+        request = self.next_request
+        self.next_request += 1
+        self.socket.sendall(frame(2, message.flatten(), request=request))
+        self.wait(lambda: request in self.answers, seconds, f"an answer to {message.what}")
+        return self.answers.pop(request)
+
+    def pump(self, seconds):
+        if self.closed or not select.select([self.socket], [], [], seconds)[0]:
+            return
+        data = self.socket.recv(1 << 20)
+        if not data:
+            self.closed = True
+            return
+        self.buffer += data
+        while len(self.buffer) >= 4:
+            length = struct.unpack_from("<I", self.buffer)[0]
+            if len(self.buffer) < 4 + length:
+                break
+            kind, z1, z2, z3, sender, _, request = struct.unpack_from("<BBBBiiQ", self.buffer, 4)
+            assert (z1, z2, z3) == (0, 0, 0)
+            message = Message.parse(self.buffer[24:4 + length])
+            self.buffer = self.buffer[4 + length:]
+            if kind == 3:
+                self.answers[request] = message
+                continue
+            message.sender = sender
+            self.arrived.append(message)
+            if kind == 2:
+                reply = self.on_request(message) or Message()
+                self.socket.sendall(frame(3, reply.flatten(), token=0, request=request))
+
+    def wait(self, condition, seconds, what):
+        end = time.monotonic() + seconds
+        while not condition():
+            if self.closed:
+                raise AssertionError(f"connection closed while waiting for {what}")
+            left = end - time.monotonic()
+            if left <= 0:
+                raise AssertionError(f"waited {seconds} s in vain for {what}; arrived: "
+                                     f"{[message.what for message in self.arrived]}")
+            self.pump(min(left, 0.2))
+
+    def wait_for(self, what, seconds=20, where=lambda message: True):
+        """The first arrived message of a code that fits, taken out of the list."""
+        def find():
+            return next((m for m in self.arrived if m.what == what and where(m)), None)
+        self.wait(lambda: find() is not None, seconds, f"'{what}'")
+        message = find()
+        self.arrived.remove(message)
+        return message
