@@ -57,6 +57,16 @@ class Backup(unittest.TestCase):
         files = sorted(str(p.relative_to(restored)) for p in restored.rglob("*") if p.is_file())
         self.assertEqual(files, ["keep/a", "keep/tmp/wanted"])
 
+    def test_paths_beyond_4096_bytes(self):
+        # Stock tar cannot make such a path, but it lists it, and the backup holds it.
+        house.make_deep(self.house.source, b"d" * 200, 24)
+        _, status = self.house.run_job(self.house.connect(), self.house.job())
+        self.assertEqual(status, 0)
+        [backup] = self.house.backups()
+        names = subprocess.run(f"cat {backup}/0*.zst | zstd -dc | tar -t", shell=True, check=True,
+                               capture_output=True, text=True).stdout
+        self.assertIn("d" * 200 + "/bottom", names)
+
     def test_unreadable_and_the_destination_itself(self):
         (self.house.source / "good").write_text("good")
         rules = ["INCLUDE " + self.house.rule(self.house.source),
