@@ -1,30 +1,30 @@
 // Alerts and file panels go through one seam, so that a test can answer them.
 #pragma once
 
+#include <QString>
+#include <QStringList>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
-#include <vector>
-
-#include "kit/message/BMessage.h"
 
 class QWidget;
 
 struct KTAlertRequest {
     enum class Kind { Info, Warning, Stop };
     QWidget* parent = nullptr;
-    QString title, text;           // plain text
-    QStringList buttons;           // one to three; their object names are "btn0", "btn1", "btn2"
+    QString title, text;  // plain text
+    QStringList buttons;  // one to three; their object names are "btn0", "btn1", "btn2"
     Kind kind = Kind::Info;
-    int defaultButton = 0;         // never one that destroys; -1: none
-    int escapeButton = -1;         // what Escape and the close box mean; -1 is reported as -1
+    int defaultButton = 0;  // never one that destroys; -1: none
+    int escapeButton = -1;  // what Escape and the close box mean; -1 is reported as -1
 };
 
 struct KTPanelRequest {
     enum class Kind { Open, Save, Directory };
     QWidget* parent = nullptr;
     Kind kind = Kind::Open;
-    std::string directory, name;   // bytes; where it opens, the proposed name
+    std::string directory, name;  // bytes; where it opens, the proposed name
 };
 
 class KTDialogs {
@@ -32,8 +32,9 @@ public:
     virtual ~KTDialogs() = default;
     // Shows it and waits, with painting and messages going on; the pressed button's index or -1.
     virtual int RunAlert(const KTAlertRequest& request) = 0;
-    // Opens a panel that does not block. `done` gets the path, or nothing when it was cancelled. The
-    // widget is the caller's to raise or close; it deletes itself when closed.
+    // Opens a panel that does not block. `done` gets the path, or nothing when it was cancelled; it
+    // is not called when the panel is deleted (with its parent, or by its owner). The widget is the
+    // caller's to raise or close; it deletes itself when closed.
     virtual QWidget* OpenPanel(const KTPanelRequest& request,
                                std::function<void(std::optional<std::string> path)> done) = 0;
 

@@ -1,4 +1,5 @@
-// KTMultiRequest: a settings dialog that shows a question ("str_question") over a scrolling block of text
+// KTMultiRequest: a settings dialog that shows a question ("str_question") over a scrolling block
+// of text
 // ("tctrl_delete"): confirming a list of items.
 #pragma once
 

@@ -1,9 +1,10 @@
-// KTSetWindow: the frame of every settings dialog. It edits a copy of a settings message and hands it
-// back, however it is closed: `replyCode` with "result" (bool: confirmed) and "settings" (message) to the
-// target. With result false the receiver ignores the settings.
+// KTSetWindow: the frame of every settings dialog. It edits a copy of a settings message and hands
+// it back, however it is closed: `replyCode` with "result" (bool: confirmed) and "settings"
+// (message) to the target. With result false the receiver ignores the settings.
 //
-// Subclasses put their controls on BkgView() and override Save() to write them back. The dialog opens at
-// "winpos" from the parent's corner, else centred over it. Not modal; the tool keeps one per key.
+// Subclasses put their controls on BkgView() and override Save() to write them back. The dialog
+// opens at "winpos" from the parent's corner, else centred over it. Not modal; the tool keeps one
+// per key.
 #pragma once
 
 #include <QDialog>
@@ -11,8 +12,7 @@
 
 #include "kit/app/BHandler.h"
 
-class QDialogButtonBox;
-class QVBoxLayout;
+class QPushButton;
 
 class KTSetWindow : public QDialog, public BHandler {
     Q_OBJECT
@@ -24,13 +24,16 @@ public:
     void GetPref(BMessage* settings) const { *settings = fSettings; }
     void SetPref(const BMessage& settings) { fSettings = settings; }
     bool Result() const { return fResult; }
-    QWidget* BkgView() const { return fBkgView; }  // "bkg_view"; has no layout until a subclass sets one
+    QWidget* BkgView() const {
+        return fBkgView;
+    }  // "bkg_view"; has no layout until a subclass sets one
 
     // ' ok ' confirms (subclasses may check first and not pass it on); '_QRQ' closes.
     void MessageReceived(BMessage& message) override;
 
 protected:
-    // Writes the controls into `settings`; called on every way of closing, before the answer is sent.
+    // Writes the controls into `settings`; called on every way of closing, before the answer is
+    // sent.
     virtual void Save(BMessage& settings) { (void)settings; }
     // Return in this field does not press the default button (password fields, numbers).
     void KeepReturn(QWidget* field);
@@ -49,6 +52,7 @@ private:
     BMessenger fTarget;
     bool fResult = false;
     bool fAnswered = false;
+    bool fPlaced = false;
     QWidget* fBkgView;
     QPushButton* fOk;
     QPushButton* fCancel;

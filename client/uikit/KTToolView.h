@@ -1,5 +1,5 @@
-// KTToolView: a tool of the main window: a widget and a handler that keeps its whole state in one job
-// message and a registry of the secondary windows it has open.
+// KTToolView: a tool of the main window: a widget and a handler that keeps its whole state in one
+// job message and a registry of the secondary windows it has open.
 #pragma once
 
 #include <QPointer>
@@ -37,8 +37,8 @@ public:
 protected:
     const KTToolContext& Context() const { return fContext; }
 
-    // The registry: the open window of a key ("win_start"), null when there is none; a closed one forgets
-    // itself.
+    // The registry: the open window of a key ("win_start"), null when there is none; a closed one
+    // forgets itself.
     QWidget* OpenWindow(const std::string& key) const;
     void Remember(const std::string& key, QWidget* window);
     void Forget(const std::string& key);

@@ -1,8 +1,11 @@
-// The Qt main thread as a looper: every window and view of the client is a handler of it. Messages are
-// dispatched between Qt's own events, a few at a time, so that a flood of them cannot stop painting.
+// The Qt main thread as a looper: every window and view of the client is a handler of it. Messages
+// are dispatched between Qt's own events, a few at a time, so that a flood of them cannot stop
+// painting.
 #pragma once
 
+#include <QBasicTimer>
 #include <QObject>
+#include <atomic>
 
 #include "kit/app/BLooper.h"
 
@@ -21,7 +24,11 @@ protected:
     bool event(QEvent* event) override;
 
 private:
+    void Drain();
     int fHeld = 0;
+    // A drain is on its way: further messages need not wake the thread again.
+    std::atomic<bool> fAwake = false;
+    QBasicTimer fNext;
 };
 
 // The client's one window looper; made in main before any view, never null while views live.

@@ -1,0 +1,106 @@
+#include "client/uikit/KTSetWindow.h"
+
+#include <QBoxLayout>
+#include <QCloseEvent>
+#include <QDialogButtonBox>
+#include <QKeyEvent>
+#include <QPushButton>
+
+#include "client/uikit/KTControl.h"
+#include "client/uikit/KTGeometry.h"
+#include "client/uikit/KTWindowLooper.h"
+#include "core/protocol/Texts.h"
+
+namespace {
+
+constexpr uint32_t kConfirm = " ok "_code;
+constexpr char kWindowPosition[] = "winpos";
+
+}  // namespace
+
+KTSetWindow::KTSetWindow(const QString& title, QWidget* parentWindow, const BMessage& settings,
+                         uint32_t replyCode, BMessenger target)
+    : QDialog(parentWindow ? parentWindow->window() : nullptr),
+      fParentWindow(parentWindow ? parentWindow->window() : nullptr),
+      fSettings(settings),
+      fReplyCode(replyCode),
+      fTarget(target) {
+    WindowLooper()->AddHandler(this);
+    setAttribute(Qt::WA_DeleteOnClose);
+    setWindowTitle(title);
+
+    fBkgView = new QWidget(this);
+    fBkgView->setObjectName("bkg_view");
+    auto* buttons = new QDialogButtonBox(this);
+    fOk = buttons->addButton(KTControl::LabelText(core::text::kOk), QDialogButtonBox::AcceptRole);
+    fCancel =
+        buttons->addButton(KTControl::LabelText(core::text::kCancel), QDialogButtonBox::RejectRole);
+    fOk->setDefault(true);
+    KTControl::Name(fOk, "btn_ok");
+    KTControl::Name(fCancel, "btn_cancel");
+    KTControl::Bind(fOk, BMessage(kConfirm), this);
+    KTControl::Bind(fCancel, BMessage(B_QUIT_REQUESTED), this);
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(fBkgView, 1);
+    layout->addWidget(buttons);
+}
+
+KTSetWindow::~KTSetWindow() = default;
+
+void KTSetWindow::MessageReceived(BMessage& message) {
+    switch (message.what) {
+        case kConfirm:
+            fSettings.Set(kWindowPosition, KTGeometry::RelativeTo(this, fParentWindow));
+            fResult = true;
+            close();
+            break;
+        case B_QUIT_REQUESTED:
+            close();
+            break;
+        default:
+            BHandler::MessageReceived(message);
+    }
+}
+
+void KTSetWindow::KeepReturn(QWidget* field) {
+    field->installEventFilter(this);
+}
+
+void KTSetWindow::showEvent(QShowEvent* event) {
+    if (!std::exchange(fPlaced, true)) {
+        adjustSize();
+        if (const auto offset = fSettings.Find<BRect>(kWindowPosition))
+            KTGeometry::PlaceRelativeTo(this, fParentWindow, *offset);
+        else
+            KTGeometry::PlaceOver(this, fParentWindow);
+    }
+    QDialog::showEvent(event);
+}
+
+void KTSetWindow::closeEvent(QCloseEvent* event) {
+    event->accept();
+    if (std::exchange(fAnswered, true)) return;
+    Save(fSettings);
+    if (!fParentWindow) return;
+    BMessage answer(fReplyCode);
+    answer.Add("result", fResult);
+    answer.Add("settings", fSettings);
+    fTarget.SendMessage(std::move(answer));
+}
+
+void KTSetWindow::reject() {
+    close();
+}
+
+bool KTSetWindow::eventFilter(QObject* object, QEvent* event) {
+    if (event->type() != QEvent::KeyPress) return QDialog::eventFilter(object, event);
+    const int key = static_cast<QKeyEvent*>(event)->key();
+    if (key != Qt::Key_Return && key != Qt::Key_Enter) return QDialog::eventFilter(object, event);
+    // The field finishes its edit as ever, but the dialog must not hear of the key.
+    if (auto* line = qobject_cast<QLineEdit*>(object); line && line->hasAcceptableInput()) {
+        emit line->returnPressed();
+        emit line->editingFinished();
+    }
+    return true;
+}
