@@ -1,5 +1,6 @@
 """A second, independent implementation of the message bytes and frames, for tests that speak to the real
 programs from outside. docs/protocol.md is what both are written from."""
+import fcntl
 import os
 import select
 import socket
@@ -126,8 +127,12 @@ class Peer:
     other side are answered by `on_request(message) -> Message or None`."""
 
     def __init__(self, run_directory, team, on_request=None):
-        self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
-        self.socket.connect(os.path.join(run_directory, f"team-{team}.sock"))
+        connection = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        connection.connect(os.path.join(run_directory, f"team-{team}.sock"))
+        self.adopt(connection, on_request)
+
+    def adopt(self, connection, on_request=None):
+        self.socket = connection
         self.buffer = b""
         self.arrived = []
         self.answers = {}
@@ -192,3 +197,51 @@ class Peer:
         message = find()
         self.arrived.remove(message)
         return message
+
+
+class Team:
+    """A whole program as others see it: it holds a signature's lock and listens as this process's team.
+    Connections that come in are Peers in `peers`."""
+
+    def __init__(self, run_directory, signature, on_request=None):
+        os.makedirs(run_directory, mode=0o700, exist_ok=True)
+        self.lock = open(os.path.join(run_directory, signature.replace("/", "_") + ".lock"), "w")
+        fcntl.flock(self.lock, fcntl.LOCK_EX | fcntl.LOCK_NB)
+        self.path = os.path.join(run_directory, f"team-{os.getpid()}.sock")
+        self.listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+        self.listener.bind(self.path)
+        self.listener.listen()
+        self.lock.write(f"{os.getpid()}\n")
+        self.lock.flush()
+        self.on_request = on_request or (lambda message: None)
+        self.peers = []
+
+    def close(self):
+        for peer in self.peers:
+            peer.close()
+        self.listener.close()
+        self.lock.close()
+        if os.path.exists(self.path):
+            os.unlink(self.path)
+
+    def pump(self, seconds=0.05):
+        if select.select([self.listener], [], [], seconds)[0]:
+            peer = Peer.__new__(Peer)
+            peer.adopt(self.listener.accept()[0], lambda message: self.on_request(message))
+            self.peers.append(peer)
+        for peer in self.peers:
+            peer.pump(0)
+
+    def wait_for(self, what, seconds=20):
+        """The first message of a code on any connection, with the peer it came from."""
+        end = time.monotonic() + seconds
+        while True:
+            for peer in self.peers:
+                for message in peer.arrived:
+                    if message.what == what:
+                        peer.arrived.remove(message)
+                        return message, peer
+            if time.monotonic() > end:
+                raise AssertionError(f"waited {seconds} s in vain for '{what}'; arrived: "
+                                     f"{[m.what for p in self.peers for m in p.arrived]}")
+            self.pump()
