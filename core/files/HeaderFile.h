@@ -1,5 +1,5 @@
-// Files with a 100-byte header: eight characters that tell the kind, 92 zero bytes, then one flattened
-// message. Settings, selections and jobs are such files. docs/formats.md has the table.
+// Files with a 100-byte header: eight characters that tell the kind, 92 zero bytes, then one
+// flattened message. Settings, selections and jobs are such files. docs/formats.md has the table.
 #pragma once
 
 #include <functional>
@@ -37,8 +37,8 @@ enum class HeaderSave : int32_t {
 
 // `message` changes only when the result is Good.
 HeaderLoad LoadHeaderFile(const std::string& path, std::string_view magic, BMessage* message);
-// Replaced whole or not at all (kit::ReplaceFile), mode 0600. Every field named "password", at any depth,
-// is left out. `mimeType` is set as the file's type where one is given.
+// Replaced whole or not at all (kit::ReplaceFile), mode 0600. Every field named "password", at any
+// depth, is left out. `mimeType` is set as the file's type where one is given.
 HeaderSave SaveHeaderFile(const std::string& path, std::string_view magic, const BMessage& message,
                           const char* mimeType = nullptr);
 
