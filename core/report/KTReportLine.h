@@ -1,8 +1,8 @@
-// KTReportLine: the typed arguments of one line of a report. The wording is elsewhere: a line travels as
-// a text id beside this record, and the receiver renders it in the user's language.
+// KTReportLine: the typed arguments of one line of a report. The wording is elsewhere: a line
+// travels as a text id beside this record, and the receiver renders it in the user's language.
 //
-// The flattened form ('ktrl') is defined in docs/protocol.md. A plain value; reading is bounded by the
-// buffer's size.
+// The flattened form ('ktrl') is defined in docs/protocol.md. A plain value; reading is bounded by
+// the buffer's size.
 #pragma once
 
 #include <cstdarg>
@@ -19,7 +19,9 @@ public:
     static constexpr int kMaxWords = 50;  // 32-bit argument words that a line can hold
 
     KTReportLine() = default;
-    // Takes the arguments that `format` asks for (see ParseLine). `id` is not kept: it travels beside.
+    // Takes the arguments that `format` asks for (see ParseLine), each of the type it stands for:
+    // int for %c %d %x, int32_t for %ld, int64_t for %Ld, double, const char*. `id` is not kept: it
+    // travels beside.
     KTReportLine(int32_t id, const char* format, ...);
     KTReportLine(const char* format, va_list arguments);
 
@@ -35,8 +37,8 @@ public:
 
     int32_t Count() const;
     type_code TypeAt(int32_t index) const;  // 0 past the end; a negative index means the first
-    // Copies `size` bytes of the value; -1 when there is none or it is longer than `size`. What lies
-    // beyond the value is zero.
+    // Copies `size` bytes of the value; -1 when there is none or it is longer than `size`. What
+    // lies beyond the value is zero.
     int32_t Get(void* buffer, uint32_t size, int32_t index) const;
 
     bool IsFixedSize() const { return false; }
@@ -51,12 +53,12 @@ public:
     static std::optional<KTReportLine> FindIn(const BMessage& message, std::string_view name,
                                               int32_t index = 0);
 
-    // The text of a format with these arguments: our own bounded formatter over the typed values, so a
-    // foreign format or a missing argument is harmless. At most `limit` bytes.
+    // The text of a format with these arguments: our own bounded formatter over the typed values,
+    // so a foreign format or a missing argument is harmless. At most `limit` bytes.
     std::string Render(const char* format, size_t limit = 1023) const;
 
-    // The next conversion of a printf format: its argument's type code through `type` (0: takes none),
-    // the position behind it as result; null when there is no further one.
+    // The next conversion of a printf format: its argument's type code through `type` (0: takes
+    // none), the position behind it as result; null when there is no further one.
     static const char* ParseLine(const char* format, uint32_t* type);
 
 private:
