@@ -1,10 +1,11 @@
-// BApplication: the looper with a signature. It takes the signature's lock, opens the team's socket and
-// starts the connection thread; from then on messengers reach it from other processes of the user.
-// One per process (be_app).
+// BApplication: the looper with a signature. It takes the signature's lock, opens the team's socket
+// and starts the connection thread; from then on messengers reach it from other processes of the
+// user. One per process (be_app).
 #pragma once
 
 #include "kit/app/BLooper.h"
 #include "kit/app/RunDirectory.h"
+#include "kit/app/SignatureLock.h"
 
 namespace kit {
 class Link;
@@ -19,7 +20,8 @@ public:
     };
     enum class Start {
         Ready,
-        AlreadyRunning,  // another process has the signature: `OtherTeam`; send it what you have, end
+        AlreadyRunning,  // another process has the signature: `OtherTeam`; send it what you have,
+                         // end
         Failed,          // `Problem` says why
     };
 
@@ -45,12 +47,15 @@ public:
     virtual void TeamGone(int32_t team);
 
 private:
+    Start Prepare();
+
     std::string fSignature;
     Options fOptions;
     Start fStart = Start::Failed;
     int32_t fOtherTeam = 0;
     std::string fProblem;
-    std::unique_ptr<kit::Link> fLink;
+    kit::SignatureLock fLock;
+    std::shared_ptr<kit::Link> fLink;
 };
 
 extern BApplication* be_app;  // null before and after

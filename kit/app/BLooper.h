@@ -1,8 +1,8 @@
-// BLooper: a queue of messages and the thread that works it off. Handlers added to a looper are called
-// on its thread, one message at a time, in the order of posting.
+// BLooper: a queue of messages and the thread that works it off. Handlers added to a looper are
+// called on its thread, one message at a time, in the order of posting.
 //
-// Three ways to run one: Run() gives it a thread of its own; Loop() uses the calling thread; a subclass
-// with a foreign event loop overrides Wake() and calls DispatchPending() from there.
+// Three ways to run one: Run() gives it a thread of its own; Loop() uses the calling thread; a
+// subclass with a foreign event loop overrides Wake() and calls DispatchPending() from there.
 #pragma once
 
 #include <memory>
@@ -24,11 +24,17 @@ public:
     void Loop();  // returns after Quit
     // Ends the loop after the message at hand; what is still queued is let go. Any thread.
     void Quit();
-    // Any thread. Also how a program asks a looper to end politely: '_QRQ' calls QuitRequested.
+    // Quit, and waits for the own thread. A subclass with an own thread calls it first in its
+    // destructor, so that no message meets half an object; one that overrides Wake at least calls
+    // Quit there.
+    void Stop();
+    // False when the looper ended, or `target` is not one of its handlers. Any thread. Also how a
+    // program asks a looper to end politely: '_QRQ' calls QuitRequested.
     bool PostMessage(BMessage message, const BHandler* target = nullptr);
     bool PostMessage(uint32_t code, const BHandler* target = nullptr);
 
-    // Any thread for a handler that is not in a looper yet. A looper is its own handler from the start.
+    // Any thread for a handler that is not in a looper yet. A looper is its own handler from the
+    // start.
     void AddHandler(BHandler* handler);
     void RemoveHandler(BHandler* handler);
 
@@ -42,7 +48,8 @@ public:
     void MessageReceived(BMessage& message) override;
 
 protected:
-    // Something was queued for a looper that neither Run nor Loop drives. Any thread; must not block.
+    // Something was queued for a looper that neither Run nor Loop drives. Called for every message,
+    // on the thread that posts; must not block nor call the kit.
     virtual void Wake() {}
     // Dispatches what is queued, at most `most` messages; true when some are left. Looper's thread.
     bool DispatchPending(int most);

@@ -14,8 +14,8 @@ public:
     static RunDirectory Default();
     explicit RunDirectory(std::string path) : fPath(std::move(path)) {}
 
-    // Makes the folder with mode 0700 and checks it: the user's own directory, no rights for others,
-    // short enough for a socket's address. The error says in words what is wrong.
+    // Makes the folder with mode 0700 and checks it: the user's own directory, no rights for
+    // others, short enough for a socket's address. The error says in words what is wrong.
     Status Prepare() const;
 
     const std::string& Path() const { return fPath; }

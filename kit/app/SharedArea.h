@@ -1,5 +1,5 @@
-// A flattened message in shared memory, for bodies too large to send comfortably. The owner keeps the
-// area until the receiver has read it; what is left is unlinked when the owner exits.
+// A flattened message in shared memory, for bodies too large to send comfortably. The owner keeps
+// the area until the receiver has read it; what is left is unlinked when the owner exits.
 // docs/protocol.md gives the name and the layout.
 #pragma once
 

@@ -175,9 +175,16 @@ BMessage& BMessage::operator=(const BMessage& other) {
     return *this;
 }
 
-BMessage::~BMessage() {
-    if (IsSourceWaiting()) SendReply(BMessage());
+BMessage& BMessage::operator=(BMessage&& other) noexcept {
+    if (this != &other) {
+        SetDelivery(std::move(other.fDelivery));
+        what = other.what;
+        fFields = std::move(other.fFields);
+    }
+    return *this;
 }
+
+BMessage::~BMessage() { SetDelivery(nullptr); }
 
 const BMessage::Field* BMessage::FindField(std::string_view name) const {
     for (const Field& field : fFields) {
@@ -452,6 +459,11 @@ bool BMessage::HoldsPointer() const {
 }
 
 // --- delivery -----------------------------------------------------------------------------------
+
+void BMessage::SetDelivery(std::unique_ptr<BDelivery> delivery) {
+    if (IsSourceWaiting()) SendReply(BMessage());
+    fDelivery = std::move(delivery);
+}
 
 bool BMessage::SendReply(BMessage&& reply) {
     if (!IsSourceWaiting()) return false;

@@ -88,8 +88,10 @@ public:
     BMessage(const BMessage& other) : what(other.what), fFields(other.fFields) {}
     BMessage& operator=(const BMessage& other);
     BMessage(BMessage&&) noexcept = default;
-    BMessage& operator=(BMessage&&) noexcept = default;
-    ~BMessage();  // a request that is dropped unanswered is answered with an empty message, code 0
+    // A request that is dropped unanswered, by either of these, is answered with an empty message of
+    // code 0. Copying onto a request keeps the right to answer it.
+    BMessage& operator=(BMessage&& other) noexcept;
+    ~BMessage();
 
     // --- values ---------------------------------------------------------------------------------
     // Names are 1 to 255 bytes of UTF-8 without NUL. Adding fails, and changes nothing, for a bad
@@ -162,13 +164,14 @@ public:
     // --- delivery -------------------------------------------------------------------------------
     bool IsSourceWaiting() const { return fDelivery && fDelivery->waiting; }
     bool IsSourceRemote() const { return fDelivery && fDelivery->remote; }
-    int32_t SourceTeam() const { return fDelivery ? fDelivery->senderTeam : 0; }  // 0: not delivered
+    // The asker's or sender's team; 0 for a message that nobody waits for and that never left here.
+    int32_t SourceTeam() const { return fDelivery ? fDelivery->senderTeam : 0; }
     // Answers a request, from any thread, also later from a kept (moved) message. False when nobody
     // waits. The second answer is refused.
     bool SendReply(BMessage&& reply);
     bool SendReply(const BMessage& reply) { return SendReply(BMessage(reply)); }
     bool SendReply(uint32_t code) { return SendReply(BMessage(code)); }
-    void SetDelivery(std::unique_ptr<BDelivery> delivery) { fDelivery = std::move(delivery); }
+    void SetDelivery(std::unique_ptr<BDelivery> delivery);
 
 private:
     struct Field {

@@ -1,5 +1,5 @@
-// KTPulseUtil: posts a code to a handler after a period, once or again and again, from a thread of its
-// own, until it is deleted or the handler is gone.
+// KTPulseUtil: posts a code to a handler after a period, once or again and again, from a thread of
+// its own, until it is deleted or the handler is gone.
 #pragma once
 
 #include <chrono>

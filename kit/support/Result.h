@@ -12,17 +12,17 @@ namespace kit {
 
 enum class ErrorKind {
     None,
-    NotFound,    // the thing is not there
-    Denied,      // no rights
-    Full,        // no space, quota or file size limit
-    ReadOnly,    // medium or file system cannot be written
-    Damaged,     // bytes that cannot be what they should be
-    Exists,      // in the way
-    Unsupported, // this file system, build or version cannot do it
-    Aborted,     // somebody asked to stop
-    TooLarge,    // beyond a limit
-    Invalid,     // the caller's input
-    Io,          // any other failure of the system
+    NotFound,     // the thing is not there
+    Denied,       // no rights
+    Full,         // no space, quota or file size limit
+    ReadOnly,     // medium or file system cannot be written
+    Damaged,      // bytes that cannot be what they should be
+    Exists,       // in the way
+    Unsupported,  // this file system, build or version cannot do it
+    Aborted,      // somebody asked to stop
+    TooLarge,     // beyond a limit
+    Invalid,      // the caller's input
+    Io,           // any other failure of the system
 };
 
 struct [[nodiscard]] Error {
