@@ -25,6 +25,7 @@ KTWindowLooper::KTWindowLooper() : BLooper("window") {
 }
 
 KTWindowLooper::~KTWindowLooper() {
+    Stop();  // from here on nobody wakes what is about to go
     gWindowLooper = nullptr;
 }
 
