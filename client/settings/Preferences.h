@@ -1,8 +1,8 @@
-// Preferences: all settings of the client, one message, kept in one file ("Backup.prefs"). Read when it
-// is made, written only by Save. Main thread. docs/formats.md lists the keys.
+// Preferences: all settings of the client, one message, kept in one file ("Backup.prefs"). Read
+// when it is made, written only by Save. Main thread. docs/formats.md lists the keys.
 //
-// Status codes: 0 good; 1 out of memory or a bad name or identifier; 2 not a settings file; 4 writing
-// failed; 10 no file name; 11 the file cannot be opened.
+// Status codes: 0 good; 1 out of memory or a bad name or identifier; 2 not a settings file; 4
+// writing failed; 10 no file name; 11 the file cannot be opened.
 #pragma once
 
 #include <string>
@@ -22,8 +22,8 @@ public:
     int32_t SetKennung(const char* identifier);  // exactly 8 characters
     int32_t GetKennung(char* buffer) const;      // not supported: 1
 
-    // Replaces the first value of that name and type, adds it otherwise; nothing is stored over a value of
-    // another type.
+    // Replaces the first value of that name and type, adds it otherwise; nothing is stored over a
+    // value of another type.
     void Set(const char* name, int8_t value);
     void Set(const char* name, int16_t value);
     void Set(const char* name, int32_t value);
