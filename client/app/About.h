@@ -1,0 +1,12 @@
+// The about box.
+#pragma once
+
+class QString;
+class QWidget;
+
+namespace client {
+
+QString AboutText();
+void ShowAbout(QWidget* parent);
+
+}  // namespace client

@@ -1,0 +1,72 @@
+#include <QApplication>
+#include <cstdio>
+#include <cstdlib>
+
+#include "client/app/BackupApplication.h"
+#include "client/app/Product.h"
+#include "client/mainwindow/Icons.h"
+#include "client/uikit/KTAlert.h"
+#include "client/uikit/KTControl.h"
+#include "client/uikit/KTWindowLooper.h"
+#include "core/protocol/Codes.h"
+
+namespace {
+
+constexpr auto kHandOver = std::chrono::seconds(10);
+
+[[noreturn]] void NoDisplay() {
+    std::fputs("VelmoraBackup: no display can be opened (DISPLAY, WAYLAND_DISPLAY).\n", stderr);
+    std::_Exit(EXIT_FAILURE);
+}
+
+// Qt aborts when it finds no display; a clear word and an exit code are better than a core dump.
+void WhileStarting(QtMsgType type, const QMessageLogContext&, const QString& text) {
+    if (type != QtFatalMsg) return;
+    std::fprintf(stderr, "%s\n", qPrintable(text));
+    NoDisplay();
+}
+
+// Said in both places: whoever started it from a desktop sees no terminal.
+int CannotStart(const std::string& problem) {
+    std::fprintf(stderr, "VelmoraBackup: %s\n", problem.c_str());
+    KTAlert(nullptr, "Backup", KTControl::Shown(problem), {"Stop"}, KTAlertRequest::Kind::Stop);
+    return EXIT_FAILURE;
+}
+
+// The user's copy that runs already comes to the front instead of a second one.
+int HandOver(const BackupApplication& application) {
+    BMessage answer;
+    BMessenger(application.OtherTeam(), BMessenger::kApplication)
+        .SendMessage(BMessage(B_REFS_RECEIVED), &answer, kHandOver);
+    return EXIT_SUCCESS;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
+        qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        NoDisplay();
+    qInstallMessageHandler(WhileStarting);
+    QApplication qt(argc, argv);
+    qInstallMessageHandler(nullptr);
+
+    QApplication::setOrganizationName("Velmora");
+    QApplication::setApplicationName(QString::fromLatin1(client::kDesktopFile));
+    QApplication::setDesktopFileName(QString::fromLatin1(client::kDesktopFile));
+    QApplication::setWindowIcon(client::IconNamed("velmora-backup"));
+    QApplication::setQuitOnLastWindowClosed(false);
+
+    KTWindowLooper looper;
+    BackupApplication application;
+    switch (application.InitCheck()) {
+        case BApplication::Start::AlreadyRunning:
+            return HandOver(application);
+        case BApplication::Start::Failed:
+            return CannotStart(application.Problem());
+        case BApplication::Start::Ready:
+            break;
+    }
+    application.Run();
+    return QApplication::exec();
+}

@@ -1,0 +1,46 @@
+#include "client/mainwindow/ToolTable.h"
+
+#include <algorithm>
+
+#include "client/app/ClientCodes.h"
+#include "client/mainwindow/KTLaterView.h"
+#include "client/uikit/KTControl.h"
+#include "core/protocol/Texts.h"
+
+namespace client {
+namespace {
+
+KTToolView* MakeLater(const Tool& tool, KTToolContext context, QWidget* parent) {
+    return new KTLaterView(tool.group, KTControl::Text(tool.textId), std::move(context), parent);
+}
+
+constexpr Tool kTools[] = {
+    {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup", MakeLater},
+    {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeLater},
+    {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeLater},
+    {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeLater},
+    {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeLater},
+    {code::kReportTool, 4, "report", core::text::kReports, "reports", MakeLater},
+};
+
+template <class Member>
+const Tool* Find(Member Tool::*member, Member value) {
+    const auto found = std::ranges::find(kTools, value, member);
+    return found == std::end(kTools) ? nullptr : found;
+}
+
+}  // namespace
+
+std::span<const Tool> Tools() {
+    return kTools;
+}
+
+const Tool* ToolOfCode(uint32_t code) {
+    return Find(&Tool::code, code);
+}
+
+const Tool* ToolOfIndex(int8_t index) {
+    return Find(&Tool::index, index);
+}
+
+}  // namespace client

@@ -1,0 +1,30 @@
+// KTFlowLayout: its items stand beside each other like words, in as many rows as the width demands,
+// so that a narrow window hides none of them.
+#pragma once
+
+#include <QLayout>
+#include <memory>
+#include <vector>
+
+class KTFlowLayout : public QLayout {
+    Q_OBJECT
+public:
+    explicit KTFlowLayout(QWidget* parent = nullptr);
+    ~KTFlowLayout() override;
+
+    void addItem(QLayoutItem* item) override;
+    int count() const override { return static_cast<int>(fItems.size()); }
+    QLayoutItem* itemAt(int index) const override;
+    QLayoutItem* takeAt(int index) override;
+    Qt::Orientations expandingDirections() const override { return {}; }
+    bool hasHeightForWidth() const override { return true; }
+    int heightForWidth(int width) const override;
+    QSize sizeHint() const override;     // all in one row
+    QSize minimumSize() const override;  // the widest item
+    void setGeometry(const QRect& rect) override;
+
+private:
+    // Places the items (`move`) or only measures; the height used.
+    int Arrange(const QRect& rect, bool move) const;
+    std::vector<std::unique_ptr<QLayoutItem>> fItems;
+};
