@@ -1,9 +1,14 @@
 #include "locale/LanguageFile.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <charconv>
 #include <map>
 #include <optional>
+
+#include "kit/storage/FileIo.h"
+#include "kit/storage/NodeAttributes.h"
 
 namespace locale_build {
 namespace {
@@ -175,6 +180,17 @@ std::string Mismatch(std::string_view english, std::string_view translation) {
 
 Language MakeLanguage(const PoFile& translation, const Texts& texts) {
     return Builder(translation, texts).Make();
+}
+
+kit::Status WriteLanguageFile(const Language& language, const std::string& folder) {
+    return kit::ReplaceFile(
+        folder + '/' + language.name, language.message.Flatten(), [&](const std::string& file) {
+            if (::chmod(file.c_str(), 0644) != 0)
+                return kit::Status(kit::Error::FromErrno(errno, file));
+            const auto named = kit::WriteAttribute(file, "kt:language", language.name);
+            if (!named && named.error().kind != kit::ErrorKind::Unsupported) return named;
+            return kit::Status();
+        });
 }
 
 std::string MakeTemplate(const Texts& texts) {

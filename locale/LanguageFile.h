@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "kit/message/BMessage.h"
+#include "kit/support/Result.h"
 #include "locale/PoFile.h"
 
 namespace locale_build {
@@ -32,6 +33,10 @@ struct Language {
 };
 
 Language MakeLanguage(const PoFile& translation, const Texts& texts);
+
+// Writes folder/NAME and gives it the attribute that names the language. Where the file system has
+// no attributes that is no failure: readers then take the name from within.
+kit::Status WriteLanguageFile(const Language& language, const std::string& folder);
 
 std::string MakeTemplate(const Texts& texts);
 

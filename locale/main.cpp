@@ -5,9 +5,6 @@
 //
 // Missing translations are told but do no harm (the text stays English), with --strict they do.
 
-#include <sys/xattr.h>
-
-#include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -24,15 +21,7 @@ Texts OurTexts() {
     return {core::kTextTable, core::kMoreTextTable};
 }
 
-bool Write(const std::filesystem::path& path, const char* data, size_t size) {
-    std::ofstream file(path, std::ios::binary | std::ios::trunc);
-    file.write(data, static_cast<std::streamsize>(size));
-    file.close();
-    if (!file) std::cerr << path.string() << ": cannot be written\n";
-    return file.good();
-}
-
-int Build(const std::string& source, const std::filesystem::path& folder, bool strict) {
+int Build(const std::string& source, const std::string& folder, bool strict) {
     std::ifstream file(source, std::ios::binary);
     const std::string text{std::istreambuf_iterator<char>(file), {}};
     if (!file) {
@@ -53,12 +42,18 @@ int Build(const std::string& source, const std::filesystem::path& folder, bool s
     }
     if (!language.errors.empty() || (strict && !language.missing.empty())) return 1;
 
-    const auto path = folder / language.name;
-    const Bytes flat = language.message.Flatten();
-    if (!Write(path, reinterpret_cast<const char*>(flat.data()), flat.size())) return 1;
-    // Readers fall back to the name inside where the file system has no attributes.
-    ::setxattr(path.c_str(), "user.kt:language", language.name.data(), language.name.size(), 0);
-    return 0;
+    const auto written = WriteLanguageFile(language, folder);
+    if (!written) std::cerr << written.error().Text() << "\n";
+    return written ? 0 : 1;
+}
+
+int Template(const std::string& path) {
+    const std::string text = MakeTemplate(OurTexts());
+    std::ofstream file(path, std::ios::binary | std::ios::trunc);
+    file << text;
+    file.close();
+    if (!file) std::cerr << path << ": cannot be written\n";
+    return file ? 0 : 1;
 }
 
 }  // namespace
@@ -66,10 +61,7 @@ int Build(const std::string& source, const std::filesystem::path& folder, bool s
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     const std::string command = arguments.empty() ? "" : arguments[0];
-    if (command == "template" && arguments.size() == 2) {
-        const std::string text = MakeTemplate(OurTexts());
-        return Write(arguments[1], text.data(), text.size()) ? 0 : 1;
-    }
+    if (command == "template" && arguments.size() == 2) return Template(arguments[1]);
     const bool strict = arguments.size() == 4 && arguments[1] == "--strict";
     if (command == "build" && (arguments.size() == 3 || strict)) {
         return Build(arguments[arguments.size() - 2], arguments.back(), strict);

@@ -5,9 +5,13 @@
 #include <fstream>
 #include <iterator>
 
+#include "core/locale/KTLocale.h"
 #include "core/locale/MoreTexts.h"
 #include "core/locale/TextTable.h"
+#include "core/report/KTReportLine.h"
+#include "kit/storage/NodeAttributes.h"
 #include "locale/LanguageFile.h"
+#include "tests/core/TemporaryFolder.h"
 
 using namespace locale_build;
 using testing::IsEmpty;
@@ -64,6 +68,38 @@ TEST(German, ValuesInReportsLineUp) {
         }
         EXPECT_GT(column, 0u);
     }
+}
+
+// What the formatter of report lines asks of a text, by type.
+std::vector<type_code> Arguments(const char* format) {
+    std::vector<type_code> types;
+    uint32_t type = 0;
+    while ((format = KTReportLine::ParseLine(format, &type)) != nullptr) {
+        if (type != 0) types.push_back(type);
+    }
+    return types;
+}
+
+TEST(German, TheProgramLoadsIt) {
+    const TemporaryFolder folder;
+    const auto written = WriteLanguageFile(German(), folder.Path());
+    ASSERT_TRUE(written) << written.error().Text();
+    if (kit::SupportsAttributes(folder.Path())) {
+        EXPECT_EQ(kit::ReadAttribute(folder / "Deutsch", "kt:language"), "Deutsch");
+    }
+    EXPECT_THAT(KTLocale::LanguagesIn(folder.Path()), testing::ElementsAre("Deutsch"));
+
+    KTLocale* locale = KTLocale::GetInstance();
+    locale->SetAppID("velmora backup locale");
+    ASSERT_EQ(locale->SetLanguage(folder.Path(), "Deutsch"), 0);
+    EXPECT_STREQ(locale->Text(1), "Abbrechen");
+    EXPECT_STREQ(locale->Text(4), "");
+    EXPECT_STRNE(locale->Text(core::kFirstMoreText), core::kMoreTextTable[0]);
+    for (int32_t id = 0; id < core::kTextCount; ++id) {
+        EXPECT_EQ(Arguments(locale->Text(id)), Arguments(core::kTextTable[static_cast<size_t>(id)]))
+            << id;
+    }
+    delete locale;
 }
 
 TEST(German, TheTemplateIsUpToDate) {
