@@ -176,7 +176,7 @@ void BackupWindow::BuildPreferencesMenu() {
 
 void BackupWindow::BuildToolBar() {
     for (const client::Tool& tool : client::Tools()) {
-        if (tool.code == kJobQueueTool) fToolBar->AddGap();
+        if (tool.code == kJobQueueTool) fToolBar->BeginGroup();
         fToolBar->AddButton(ActionOf(tool.code));
     }
     fToolBar->AddButton(ActionOf(kShowStatus));

@@ -1,7 +1,6 @@
 #include "client/mainwindow/KTToolBar.h"
 
 #include <QAction>
-#include <QFrame>
 #include <QToolButton>
 
 #include "client/app/ClientCodes.h"
@@ -14,6 +13,27 @@ using namespace client::code;
 
 constexpr int kIconBeside = 20;
 constexpr int kIconAlone = 28;
+constexpr int kBetween = 2;
+constexpr int kBetweenGroups = 12;
+
+// Qt leaves room for two blanks behind a text that stands beside its icon, which look lopsided under a mark.
+class Button : public QToolButton {
+public:
+    using QToolButton::QToolButton;
+    QSize sizeHint() const override {
+        QSize size = QToolButton::sizeHint();
+        if (toolButtonStyle() == Qt::ToolButtonTextBesideIcon)
+            size.rwidth() -= fontMetrics().horizontalAdvance(u' ') * 2;
+        return size;
+    }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+};
+
+void FollowWidth(QWidget* widget) {
+    QSizePolicy policy(QSizePolicy::Preferred, QSizePolicy::Preferred);
+    policy.setHeightForWidth(true);
+    widget->setSizePolicy(policy);
+}
 
 Qt::ToolButtonStyle StyleOf(uint32_t mode) {
     switch (mode) {
@@ -32,27 +52,25 @@ Qt::ToolButtonStyle StyleOf(uint32_t mode) {
 
 KTToolBar::KTToolBar(QWidget* parent) : QWidget(parent) {
     setObjectName("toolbar");
-    auto* layout = new KTFlowLayout(this);
-    layout->setContentsMargins(4, 3, 4, 3);
-    layout->setSpacing(2);
-    QSizePolicy policy(QSizePolicy::Ignored, QSizePolicy::Fixed);
-    policy.setHeightForWidth(true);
-    setSizePolicy(policy);
+    (new KTFlowLayout(this, kBetweenGroups, kBetween))->setContentsMargins(4, 3, 4, 3);
+    FollowWidth(this);
+    BeginGroup();
+}
+
+void KTToolBar::BeginGroup() {
+    fGroup = new QWidget(this);
+    (new KTFlowLayout(fGroup, kBetween, kBetween))->setContentsMargins(0, 0, 0, 0);
+    FollowWidth(fGroup);
+    layout()->addWidget(fGroup);
 }
 
 void KTToolBar::AddButton(QAction* action) {
-    auto* button = new QToolButton(this);
+    auto* button = new Button(fGroup);
     button->setDefaultAction(action);
     button->setAutoRaise(true);
     button->setFocusPolicy(Qt::TabFocus);
     KTControl::Name(button, qPrintable("btn_" + action->objectName()), action->iconText());
-    layout()->addWidget(button);
-}
-
-void KTToolBar::AddGap() {
-    auto* gap = new QFrame(this);
-    gap->setFixedWidth(10);
-    layout()->addWidget(gap);
+    fGroup->layout()->addWidget(button);
 }
 
 void KTToolBar::SetMode(uint32_t mode) {

@@ -4,7 +4,10 @@
 #include <QWidget>
 #include <algorithm>
 
-KTFlowLayout::KTFlowLayout(QWidget* parent) : QLayout(parent) {}
+KTFlowLayout::KTFlowLayout(QWidget* parent, int beside, int below)
+    : QLayout(parent), fBelow(below) {
+    setSpacing(beside);
+}
 
 KTFlowLayout::~KTFlowLayout() = default;
 
@@ -56,10 +59,12 @@ int KTFlowLayout::Arrange(const QRect& rect, bool move) const {
     const auto direction = parentWidget() ? parentWidget()->layoutDirection() : Qt::LeftToRight;
     int x = room.left(), y = room.top(), rowHeight = 0;
     for (const auto& item : fItems) {
-        const QSize size = item->sizeHint();
+        QSize size = item->sizeHint();
+        if (size.width() > room.width() && item->hasHeightForWidth())
+            size = {room.width(), item->heightForWidth(room.width())};
         if (x > room.left() && x + size.width() > room.left() + room.width()) {
             x = room.left();
-            y += rowHeight + spacing();
+            y += rowHeight + fBelow;
             rowHeight = 0;
         }
         if (move) item->setGeometry(QStyle::visualRect(direction, room, QRect(QPoint(x, y), size)));

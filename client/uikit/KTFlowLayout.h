@@ -1,5 +1,5 @@
 // KTFlowLayout: its items stand beside each other like words, in as many rows as the width demands,
-// so that a narrow window hides none of them.
+// so that a narrow window hides none of them. One that is wider than a row gets the row's width.
 #pragma once
 
 #include <QLayout>
@@ -9,7 +9,8 @@
 class KTFlowLayout : public QLayout {
     Q_OBJECT
 public:
-    explicit KTFlowLayout(QWidget* parent = nullptr);
+    // The gaps between items beside each other and between rows.
+    KTFlowLayout(QWidget* parent, int beside, int below);
     ~KTFlowLayout() override;
 
     void addItem(QLayoutItem* item) override;
@@ -26,5 +27,6 @@ public:
 private:
     // Places the items (`move`) or only measures; the height used.
     int Arrange(const QRect& rect, bool move) const;
+    const int fBelow;
     std::vector<std::unique_ptr<QLayoutItem>> fItems;
 };
