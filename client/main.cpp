@@ -4,9 +4,9 @@
 
 #include "client/app/BackupApplication.h"
 #include "client/app/Product.h"
-#include "client/mainwindow/Icons.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
+#include "client/uikit/KTIcons.h"
 #include "client/uikit/KTWindowLooper.h"
 #include "core/protocol/Codes.h"
 
@@ -54,7 +54,7 @@ int main(int argc, char** argv) {
     QApplication::setOrganizationName("Velmora");
     QApplication::setApplicationName(QString::fromLatin1(client::kDesktopFile));
     QApplication::setDesktopFileName(QString::fromLatin1(client::kDesktopFile));
-    QApplication::setWindowIcon(client::IconNamed("velmora-backup"));
+    QApplication::setWindowIcon(KTIcons::Get("velmora-backup"));
     QApplication::setQuitOnLastWindowClosed(false);
 
     KTWindowLooper looper;

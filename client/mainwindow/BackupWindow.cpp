@@ -17,7 +17,6 @@
 #include "client/app/Languages.h"
 #include "client/app/Product.h"
 #include "client/app/ServerLink.h"
-#include "client/mainwindow/Icons.h"
 #include "client/mainwindow/KTLanguageMenu.h"
 #include "client/mainwindow/KTStartView.h"
 #include "client/mainwindow/KTToolBar.h"
@@ -25,6 +24,7 @@
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTGeometry.h"
+#include "client/uikit/KTIcons.h"
 #include "client/uikit/KTRequestWindow.h"
 #include "client/uikit/KTWindowLooper.h"
 #include "core/protocol/Codes.h"
@@ -132,7 +132,7 @@ void BackupWindow::BuildToolsMenu() {
     for (const client::Tool& tool : client::Tools()) {
         QAction* action = AddAction(tools, tool.textId, tool.code);
         action->setCheckable(true);
-        action->setIcon(client::IconNamed(tool.icon));
+        action->setIcon(KTIcons::Get(tool.icon));
         action->setIconVisibleInMenu(false);  // the mark stands there
         action->setShortcut(QKeySequence(Qt::CTRL | static_cast<Qt::Key>(Qt::Key_1 + number++)));
         fToolMarks->addAction(action);
@@ -143,7 +143,7 @@ void BackupWindow::BuildPreferencesMenu() {
     Preferences* store = fContext.preferences;
     QMenu* preferences = AddMenu(menuBar(), text::kPreferences, "mnu_preferences");
     QAction* status = AddAction(preferences, text::kRunningJobsWindow, kShowStatus);
-    status->setIcon(client::IconNamed("status"));
+    status->setIcon(KTIcons::Get("status"));
     status->setIconVisibleInMenu(false);
     status->setIconText(KTControl::LabelText(text::kRunningJobs));
     AddAction(preferences, text::kRestartWithLastTool, kRestartWithLastTool);

@@ -3,12 +3,11 @@
 #include <QPainter>
 #include <QPushButton>
 #include <QResizeEvent>
-#include <QSvgRenderer>
 #include <algorithm>
 
 #include "client/app/Product.h"
-#include "client/mainwindow/Icons.h"
 #include "client/uikit/KTControl.h"
+#include "client/uikit/KTIcons.h"
 #include "client/uikit/KTWindowLooper.h"
 #include "core/protocol/Texts.h"
 
@@ -26,8 +25,7 @@ float gLastWidth = 0;
 
 }  // namespace
 
-KTStartView::KTStartView(const BHandler* window, QWidget* parent)
-    : KTView("start", parent), fLogo(std::make_unique<QSvgRenderer>(client::IconPath("logo"))) {
+KTStartView::KTStartView(const BHandler* window, QWidget* parent) : KTView("start", parent) {
     setAttribute(Qt::WA_StaticContents);
     setAutoFillBackground(true);
     setAccessibleName(QString::fromLatin1(client::kProductName));
@@ -36,15 +34,12 @@ KTStartView::KTStartView(const BHandler* window, QWidget* parent)
     KTControl::Bind(fQuit, BMessage(B_QUIT_REQUESTED), window);
 }
 
-KTStartView::~KTStartView() = default;
-
 void KTStartView::paintEvent(QPaintEvent*) {
     QPainter painter(this);
     const QRectF bounds = rect();
-    if (fLogo->isValid()) {
-        const qreal left = (bounds.width() - (kLogoSize.width() - 1)) * 0.5;
-        fLogo->render(&painter, QRectF(QPointF(left, kLogoTop), kLogoSize));
-    }
+    if (fLogo.devicePixelRatio() != devicePixelRatioF() || fLogo.isNull())
+        fLogo = KTIcons::Picture("logo", kLogoSize, devicePixelRatioF());
+    painter.drawPixmap(QPointF((bounds.width() - (kLogoSize.width() - 1)) * 0.5, kLogoTop), fLogo);
     QFont font = painter.font();
     font.setPixelSize(kFontSize);
     painter.setFont(font);

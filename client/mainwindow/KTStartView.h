@@ -2,20 +2,18 @@
 // "Quit".
 #pragma once
 
-#include <memory>
+#include <QPixmap>
 
 #include "client/uikit/KTView.h"
 #include "kit/app/BHandler.h"
 
 class QPushButton;
-class QSvgRenderer;
 
 class KTStartView : public KTView {
     Q_OBJECT
 public:
     // `window` gets '_QRQ' from the button.
     KTStartView(const BHandler* window, QWidget* parent);
-    ~KTStartView() override;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -25,5 +23,5 @@ protected:
 private:
     void PlaceButton();
     QPushButton* fQuit;
-    std::unique_ptr<QSvgRenderer> fLogo;
+    QPixmap fLogo;  // drawn for the screen that the window is on
 };

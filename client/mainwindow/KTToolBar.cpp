@@ -16,7 +16,8 @@ constexpr int kIconAlone = 28;
 constexpr int kBetween = 2;
 constexpr int kBetweenGroups = 12;
 
-// Qt leaves room for two blanks behind a text that stands beside its icon, which look lopsided under a mark.
+// Qt leaves room for two blanks behind a text that stands beside its icon, which look lopsided
+// under a mark.
 class Button : public QToolButton {
 public:
     using QToolButton::QToolButton;

@@ -14,7 +14,7 @@ public:
     explicit KTToolBar(QWidget* parent);
 
     void AddButton(QAction* action);  // named "btn_" and the action's name
-    void BeginGroup();  // of buttons that stay together as long as the width allows
+    void BeginGroup();                // of buttons that stay together as long as the width allows
     // One of the five tool-bar codes; any other shows it as 'tbit' does.
     void SetMode(uint32_t mode);
     static bool IsMode(uint32_t code);
