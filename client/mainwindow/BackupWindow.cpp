@@ -8,6 +8,7 @@
 #include <QFile>
 #include <QMenuBar>
 #include <QMimeData>
+#include <QShortcut>
 #include <QStackedWidget>
 #include <QUrl>
 #include <algorithm>
@@ -74,6 +75,10 @@ BackupWindow::BackupWindow(KTToolContext context, const BRect& frame)
     BuildToolsMenu();
     BuildPreferencesMenu();
     BuildToolBar();
+    // Alt and F10 both reach the menus; Qt knows only the first.
+    auto* reach = new QShortcut(QKeySequence(Qt::Key_F10), this);
+    connect(reach, &QShortcut::activated, this,
+            [this] { menuBar()->setActiveAction(menuBar()->actions().constFirst()); });
     setGeometry(KTGeometry::FromRect(frame));
     OpenView();
 }

@@ -20,6 +20,7 @@ constexpr qreal kMakerBaseline = 185;
 constexpr qreal kVersionBaseline = 200;
 constexpr QSize kButtonSize(80, 20);
 constexpr int kButtonMargin = 15;
+constexpr QSize kLeastSize(kLogoSize.width(), 250);  // below it the button would lie on the version
 
 float gLastWidth = 0;
 
@@ -28,6 +29,7 @@ float gLastWidth = 0;
 KTStartView::KTStartView(const BHandler* window, QWidget* parent) : KTView("start", parent) {
     setAttribute(Qt::WA_StaticContents);
     setAutoFillBackground(true);
+    setMinimumSize(kLeastSize);
     setAccessibleName(QString::fromLatin1(client::kProductName));
     fQuit = new QPushButton(KTControl::LabelText(core::text::kQuit), this);
     KTControl::Name(fQuit, "btn_quit");
