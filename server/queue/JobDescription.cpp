@@ -1,0 +1,111 @@
+#include "server/queue/JobDescription.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <vector>
+
+#include "core/files/HeaderFile.h"
+
+namespace server::description {
+
+namespace {
+
+void KeepFirst(BMessage& message, std::string_view name) {
+    while (message.Count(name) > 1)
+        message.RemoveAt(name, message.Count(name) - 1);
+}
+
+BMessage StartInfo(const BMessage& description) {
+    return description.Get("start_info", BMessage());
+}
+
+}  // namespace
+
+BMessage Cleaned(const BMessage& submitted) {
+    BMessage kept = core::WithoutPasswords(submitted);
+    kept.what = core::code::kSubmitJob;
+    while (kept.Count("client_id") > 1)
+        kept.RemoveAt("client_id", 0);
+    for (const char* name : {"addon", "bak_addonpacker", "compare"})
+        KeepFirst(kept, name);
+    for (const char* name : {"job_id", "winpos", "selectionpath"})
+        kept.Remove(name);
+    if (auto info = kept.Find<BMessage>("start_info"); info && info->Remove("winpos")) {
+        kept.Set("start_info", *info);
+    }
+    return kept;
+}
+
+std::optional<core::JobType> TypeOf(const BMessage& description) {
+    if (!description.Has("job_type")) return core::JobType::Full;
+    const auto type = description.Find<int32_t>("job_type");
+    if (!type || !core::IsKnownJobType(*type)) return std::nullopt;
+    return static_cast<core::JobType>(*type);
+}
+
+int32_t RawTypeOf(const BMessage& description) {
+    return description.Get<int32_t>("job_type", description.Has("job_type") ? 0 : 1);
+}
+
+std::string TitleOf(const BMessage& description) {
+    return StartInfo(description).Get("title", description.Get("title", std::string()));
+}
+
+int64_t DueOf(const BMessage& description) {
+    const auto schedule = description.Find<BMessage>("scheduler");
+    return schedule ? schedule->Get("TIME", BTime()).seconds : 0;
+}
+
+bool IsOnHold(const BMessage& description) {
+    return StartInfo(description).Get<int32_t>("submitonhold", 0) != 0;
+}
+
+bool WantsProtection(const BMessage& description) {
+    return StartInfo(description).Get<int32_t>("passonoff", 0) != 0;
+}
+
+bool HasPassword(const BMessage& description) {
+    return !StartInfo(description).Get("password", std::string()).empty();
+}
+
+std::string DestinationOf(const BMessage& description) {
+    const auto volume = description.Get("volume", BMessage());
+    std::vector<std::string> parts;
+    for (int32_t i = 0; i < volume.CountFields(); ++i) {
+        const std::string name(volume.FieldName(i));
+        auto text = volume.Find<std::string>(name);
+        if (!text || name == "addon") continue;
+        if (text->starts_with('/')) {
+            std::string path = std::filesystem::path(*text).lexically_normal().string();
+            while (path.size() > 1 && path.back() == '/')
+                path.pop_back();
+            text = path;
+        }
+        parts.push_back(name + '=' + *text);
+    }
+    std::sort(parts.begin(), parts.end());
+    std::string key = description.Get("addon", std::string("KTImage"));
+    for (const auto& part : parts)
+        key += '\n' + part;
+    return key;
+}
+
+BMessage Edited(const BMessage& former, const BMessage& edited) {
+    BMessage job = Cleaned(edited);
+    BMessage info = job.Get("start_info", StartInfo(former));
+    if (auto title = job.Find<std::string>("title")) {
+        info.Set("title", *title);
+        job.Remove("title");
+    }
+    info.Remove("passonoff");
+    if (auto protection = StartInfo(former).Find<int32_t>("passonoff")) {
+        info.Set("passonoff", *protection);
+    }
+    job.Remove("start_info");
+    job.Add("start_info", info);
+    job.Remove("client_id");
+    if (auto client = former.Find<int32_t>("client_id")) job.Add("client_id", *client);
+    return job;
+}
+
+}  // namespace server::description

@@ -1,0 +1,36 @@
+// What the server reads out of a submitted job's message ('KTJA'). Pure functions over hostile
+// input.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "core/protocol/Codes.h"
+#include "kit/message/BMessage.h"
+
+namespace server::description {
+
+// The description as it is kept: of fields that were added repeatedly the one value that counts
+// (the last "client_id", else the first), nothing that is the client's own affair, and no password
+// at any depth.
+BMessage Cleaned(const BMessage& submitted);
+
+// "job_type", full where there is none; nothing when it is of no known kind.
+std::optional<core::JobType> TypeOf(const BMessage& description);
+int32_t RawTypeOf(const BMessage& description);  // as sent, for the report about an unknown one
+std::string TitleOf(const BMessage& description);
+// "TIME" of the schedule in seconds since the epoch; 0: at once.
+int64_t DueOf(const BMessage& description);
+bool IsOnHold(const BMessage& description);
+bool WantsProtection(const BMessage& description);  // "passonoff" 1
+bool HasPassword(const BMessage& description);      // and a password that is not empty
+
+// Jobs with the same key use the same destination. Two spellings of one directory give one key.
+std::string DestinationOf(const BMessage& description);
+
+// A job as an editor sends it back, in place of `former`: a top-level "title" becomes the one of
+// the start information; who submitted it, and whether it is protected, stays.
+BMessage Edited(const BMessage& former, const BMessage& edited);
+
+}  // namespace server::description
