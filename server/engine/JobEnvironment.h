@@ -1,5 +1,5 @@
-// Where the engine meets the rest of the server. The engine does one job at a time per thread and talks
-// through these; it knows no client, no queue and no wording.
+// Where the engine meets the rest of the server. The engine does one job at a time per thread and
+// talks through these; it knows no client, no queue and no wording.
 #pragma once
 
 #include <chrono>
@@ -24,7 +24,8 @@ struct Progress {
     std::string path;                 // what is being worked on: "/Volume/path"
 };
 
-// What the engine has to say. Calls come from the job's threads, one at a time, and must not block long.
+// What the engine has to say. Calls come from the job's threads, one at a time, and must not block
+// long.
 class JobEvents {
 public:
     virtual ~JobEvents() = default;
@@ -39,8 +40,8 @@ public:
 class JobControl {
 public:
     virtual ~JobControl() = default;
-    // Waits while the job is paused; false when it is to end now. Called between blocks, from any of the
-    // job's threads.
+    // Waits while the job is paused; false when it is to end now. Called between blocks, from any
+    // of the job's threads.
     virtual bool MayGoOn() = 0;
     virtual bool IsAborted() const = 0;
 };
@@ -60,8 +61,9 @@ struct JobOrder {
     BMessage description;
 };
 
-// Runs the job to its end on the calling thread (and threads of its own) and says how it ended. Every
-// error is a line; nothing is thrown. A finished backup is in `catalogues` when this returns well.
+// Runs the job to its end on the calling thread (and threads of its own) and says how it ended.
+// Every error is a line; nothing is thrown. A finished backup is in `catalogues` when this returns
+// well.
 core::JobEnd RunJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
                     JobEvents& events, JobControl& control);
 

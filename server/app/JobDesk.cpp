@@ -1,0 +1,363 @@
+#include "server/app/JobDesk.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "core/protocol/Codes.h"
+#include "core/protocol/Texts.h"
+#include "server/queue/JobDescription.h"
+#include "server/queue/JobList.h"
+
+namespace server {
+
+namespace {
+
+// Chunks of reports that may wait for the disk before the jobs that write them are slowed down.
+constexpr size_t kMostWaitingChunks = 16;
+
+LineChunk Words(core::LineType type, const std::string& words) {
+    LineChunk lines;
+    lines.AddWords(type, words);
+    return lines;
+}
+
+}  // namespace
+
+class JobDesk::Output : public JobEvents {
+public:
+    Output(ReportInfo info, ReportWriter::Store store)
+        : report(std::move(info)),
+          stream(std::make_shared<JobStream>(report.jobId)),
+          writer(std::move(store)) {}
+
+    void Line(core::LineType type, int32_t textId, KTReportLine arguments) override {
+        writer.Add(type, textId, arguments);
+        stream->Line(type, textId, arguments);
+    }
+    void SetProgress(const Progress& progress) override { stream->SetProgress(progress); }
+
+    const ReportInfo report;
+    const std::shared_ptr<JobStream> stream;
+    ReportWriter writer;
+};
+
+JobDesk::JobDesk(Parts parts)
+    : fParts(std::move(parts)),
+      fRunner([this](const JobOrder& order, JobEvents& events,
+                     JobControl& control) { return Run(order, events, control); },
+              [this](int32_t id, core::JobEnd end) {
+                  fParts.host.Later([this, id, end] { Ended(id, end); });
+              }) {}
+
+void JobDesk::Recover() {
+    // Ids are the keys of backups: one that a backup or a report has is taken, whatever became of
+    // the file of jobs.
+    for (const auto& backup : fParts.catalogues.Backups()) {
+        fLastId = std::max({fLastId, backup.jobId, backup.baseId});
+    }
+    LineChunk crash;
+    crash.AddWords(core::LineType::Error, "The backup server ended while this job was running.");
+    crash.Add(core::LineType::Error, core::text::kJobAbnormalEnd, {});
+
+    int unreadable = 0;
+    std::vector<StoredJob> stored;
+    std::vector<ReportInfo> unfinished;
+    fParts.writing.Do([&] {
+        auto queue = fParts.records.Queue();
+        auto reports = fParts.records.Reports();
+        stored = queue.Load(&unreadable);
+        unfinished = reports.Load(false);
+        fLastId = std::max({fLastId, queue.LastId(), reports.LastJobId()});
+        (void)queue.ReserveIds(fLastId);  // they are counted again by the next start
+        for (const auto& report : unfinished) {
+            fParts.reports.AppendStored(report.id, crash.Message());
+            fParts.reports.FinishStored(report.id);
+        }
+        for (const auto& [job, started] : stored) {
+            if (started != 0) (void)queue.Remove(job.id);
+        }
+    });
+
+    std::set<int32_t> told;
+    for (const auto& report : unfinished) {
+        fParts.reports.Announce(report);
+        told.insert(report.jobId);
+    }
+    for (auto& [job, started] : stored) {
+        if (started == 0) {
+            fQueue.Insert(std::move(job));
+        } else if (!told.contains(job.id)) {
+            fParts.reports.Write({0, job.id, static_cast<int32_t>(job.type), job.title, started},
+                                 crash);
+        }
+    }
+    if (unreadable > 0) {
+        fParts.reports.Write(
+            {0, 0, 0, "Job queue", 0},
+            Words(core::LineType::Error, std::to_string(unreadable) +
+                                             " jobs of the queue could not be read and are lost."));
+    }
+}
+
+void JobDesk::Stop() {
+    fStopping = true;
+    fRunner.AbortAll();
+}
+
+// --- submitting ---------------------------------------------------------------------------------
+
+void JobDesk::Submit(BMessage& message) {
+    BMessage description = description::Cleaned(message);
+    const int32_t client = description.Get<int32_t>("client_id", message.SourceTeam());
+    if (!description::TypeOf(message)) {
+        Refuse(description, client,
+               "The job was refused: it is of a kind that this version does not know.");
+        return;
+    }
+    if (description::WantsProtection(message) && description::HasPassword(message)) {
+        Refuse(description, client,
+               "The job was refused: this version cannot protect a backup by a password yet.");
+        return;
+    }
+    if (fLastId == std::numeric_limits<int32_t>::max()) {
+        Refuse(description, client, "The job was refused: there are no more job numbers.");
+        return;
+    }
+    QueuedJob job = QueuedJob::Make(++fLastId, std::move(description), fParts.host.Now());
+    fParts.writing.Post([this, job = std::move(job), client] {
+        auto stored = fParts.records.Queue().Insert(job);
+        fParts.host.Later([this, job, client, stored] {
+            if (stored) {
+                Inserted(job, client);
+            } else {
+                Refuse(job.description, client,
+                       "The job was refused, because it could not be recorded: " +
+                           stored.error().Text());
+            }
+        });
+    });
+}
+
+void JobDesk::Refuse(const BMessage& description, int32_t client, const std::string& words) {
+    fParts.reports.Write(
+        {0, 0, description::RawTypeOf(description), description::TitleOf(description), 0},
+        Words(core::LineType::Error, words), client);
+}
+
+void JobDesk::Inserted(QueuedJob job, int32_t client) {
+    BMessage notice(core::code::kJobInserted);
+    AddToJobList(notice, job);
+    notice.Add("client_id", client);
+    fQueue.Insert(std::move(job));
+    fParts.host.NotifyAll(notice);
+    Schedule();
+}
+
+// --- running ------------------------------------------------------------------------------------
+
+void JobDesk::Schedule() {
+    while (!fStopping) {
+        const auto id = fQueue.NextToStart(fParts.host.Now());
+        if (!id) break;
+        Start(*id);
+    }
+    fParts.scheduleChanged();
+}
+
+void JobDesk::Start(int32_t id) {
+    fQueue.SetRunning(id);
+    const QueuedJob& job = *fQueue.Find(id);
+    const int32_t reportId = fParts.reports.NewId();
+    auto output = std::make_shared<Output>(
+        ReportInfo{reportId, id, static_cast<int32_t>(job.type), job.title, fParts.host.Now()},
+        [this, reportId](BMessage lines) {
+            fParts.writing.PostSlowly(
+                [this, reportId, lines = std::move(lines)] {
+                    fParts.reports.AppendStored(reportId, lines);
+                },
+                kMostWaitingChunks);
+        });
+    fOutputs[id] = output;
+    NotifyStatus(id);
+    fParts.panels.JobStarted(id, job.type, job.title, job.description.Get<int32_t>("client_id", 0),
+                             output->stream);
+    fRunner.Start({id, job.type, job.title, job.description}, std::move(output), job.paused);
+}
+
+// On the job's thread.
+core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& control) {
+    const auto& report = static_cast<Output&>(events).report;
+    // That it runs is on the disk before it does anything, so that a crash is noticed by the next
+    // start.
+    fParts.writing.Do([&] {
+        Database::Transaction transaction(fParts.records.File());
+        (void)fParts.records.Queue().SetStarted(order.id, report.date);
+        fParts.reports.BeginStored(report);
+        (void)transaction.Commit();  // a full disk must not keep a backup from being made
+    });
+    if (!control.MayGoOn()) return core::JobEnd::Aborted;
+    if (order.type != core::JobType::Full) {
+        events.Words(core::LineType::Error, "This version cannot run jobs of this kind yet.");
+        return core::JobEnd::Errors;
+    }
+    if (description::WantsProtection(order.description)) {
+        events.Words(core::LineType::Heading,
+                     "No password was given: this backup is not protected.");
+    }
+    return fParts.engine(order, events, control);
+}
+
+void JobDesk::Ended(int32_t id, core::JobEnd end) {
+    fRunner.Collect(id);
+    auto output = fOutputs.at(id);
+    if (end == core::JobEnd::Abnormal) {
+        output->Line(core::LineType::Error, core::text::kJobAbnormalEnd, {});
+    }
+    fParts.writing.Post([this, id, end, output, rest = output->writer.TakeRest()] {
+        Database::Transaction transaction(fParts.records.File());
+        fParts.reports.AppendStored(output->report.id, rest);
+        fParts.reports.FinishStored(output->report.id);
+        (void)fParts.records.Queue().Remove(id);
+        if (!transaction.Commit()) fParts.reports.KeepInMemory(output->report.id, rest);
+        fParts.host.Later([this, id, end] { Finish(id, end); });
+    });
+}
+
+// Whoever hears of the end finds the report and the backup in their lists.
+void JobDesk::Finish(int32_t id, core::JobEnd end) {
+    fParts.reports.Announce(fOutputs.at(id)->report);
+    fOutputs.erase(id);
+    fParts.reports.ApplyDeletion();
+    fQueue.Ended(id);
+    BMessage removed(core::code::kJobRemoved);
+    removed.Add("job_id", id);
+    fParts.host.NotifyAll(removed);
+    fParts.catalogueChanged();
+    fParts.panels.JobEnded(id, end);
+    Schedule();
+}
+
+// --- what clients ask of a job ------------------------------------------------------------------
+
+void JobDesk::List(BMessage& message) {
+    BMessage reply(core::code::kJobInserted);
+    for (const auto& [id, job] : fQueue.Jobs())
+        AddToJobList(reply, job);
+    for (const auto& backup : fParts.catalogues.Backups()) {
+        if (backup.type == core::JobType::Full) AddToJobList(reply, backup);
+    }
+    if (reply.IsEmpty()) reply.what = core::code::kNone;
+    message.SendReply(std::move(reply));
+}
+
+void JobDesk::Continue(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    if (!fQueue.Continue(id)) return;
+    fRunner.Pause(id, false);
+    Changed(id);
+}
+
+void JobDesk::Pause(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    if (!fQueue.Pause(id)) return;
+    fRunner.Pause(id, true);
+    Changed(id);
+}
+
+void JobDesk::StartNow(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    if (!fQueue.StartNow(id)) return;
+    Store(*fQueue.Find(id));
+    Schedule();
+}
+
+void JobDesk::Edit(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    const int32_t team = message.SourceTeam();
+    const bool edit = message.Get<int32_t>("edit", 0) != 0;
+    if (!(edit ? fQueue.MarkEdited(id, team) : fQueue.Unmark(id, team))) return;
+    NotifyStatus(id);
+    Schedule();
+}
+
+void JobDesk::TeamGone(int32_t team) {
+    for (const int32_t id : fQueue.ReleaseEditor(team))
+        NotifyStatus(id);
+    Schedule();
+}
+
+void JobDesk::Delete(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    const bool abort = message.Get<int32_t>("flag", 0) != 0;
+    switch (fQueue.Delete(id, abort)) {
+        case JobQueue::Deletion::Unfit:
+            return;
+        case JobQueue::Deletion::MustAbort:
+            fRunner.Abort(id);
+            return;
+        case JobQueue::Deletion::Removed:
+            break;
+    }
+    fParts.writing.Post([this, id] {
+        (void)fParts.records.Queue().Remove(id);
+        fParts.host.Later([this, id] {
+            BMessage removed(core::code::kJobRemoved);
+            removed.Add("job_id", id);
+            fParts.host.NotifyAll(removed);
+            Schedule();
+        });
+    });
+}
+
+void JobDesk::Get(BMessage& message) {
+    const QueuedJob* job = fQueue.Find(message.Get<int32_t>("job_id", 0));
+    if (!job || job->running) {
+        message.SendReply(core::code::kNone);
+        return;
+    }
+    BMessage reply = job->description;
+    reply.what = core::code::kSubmitJob;
+    reply.Remove("client_id");
+    reply.Add("job_id", job->id);
+    message.SendReply(std::move(reply));
+}
+
+void JobDesk::Set(BMessage& message) {
+    const int32_t id = message.Get<int32_t>("job_id", 0);
+    const QueuedJob* job = fQueue.Find(id);
+    const auto edited = message.Find<BMessage>("job_data");
+    if (!job || job->running || !edited || !description::TypeOf(*edited)) return;
+    const QueuedJob former = *job;
+    fQueue.Change(id, description::Edited(former.description, *edited));
+    Store(*job);
+
+    BMessage notice(core::code::kJobChanged);
+    notice.Add("job_id", id);
+    if (job->title != former.title) notice.Add("title", job->title);
+    if (job->type != former.type) notice.Add("job_type", static_cast<int32_t>(job->type));
+    if (job->Date() != former.Date()) notice.Add("date", BTime::FromSeconds(job->Date()));
+    fParts.host.NotifyAll(notice);
+    Schedule();
+}
+
+void JobDesk::Changed(int32_t id) {
+    Store(*fQueue.Find(id));
+    NotifyStatus(id);
+    Schedule();
+}
+
+void JobDesk::NotifyStatus(int32_t id) {
+    BMessage notice(core::code::kJobChanged);
+    notice.Add("job_id", id);
+    notice.Add("jobstatus", static_cast<int32_t>(fQueue.Find(id)->Status()));
+    fParts.host.NotifyAll(notice);
+}
+
+void JobDesk::Store(const QueuedJob& job) {
+    fParts.writing.Post([this, job] {
+        // In memory it is as the user wants it; the next change tries again.
+        (void)fParts.records.Queue().Update(job);
+    });
+}
+
+}  // namespace server

@@ -1,0 +1,195 @@
+#include "server/catalogue/CatalogueDesk.h"
+
+#include <algorithm>
+#include <memory>
+#include <set>
+
+#include "addons/KTVolume.h"
+#include "core/protocol/Codes.h"
+#include "kit/storage/AddOnImage.h"
+#include "server/queue/JobList.h"
+
+namespace server {
+
+namespace {
+
+// Removes the files of a backup from where they lie.
+kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup) {
+    if (backup.addon.empty() || backup.addon.find('/') != std::string::npos) {
+        return kit::Error::Make(kit::ErrorKind::Invalid, backup.addon,
+                                "no such destination add-on");
+    }
+    auto image = kit::AddOnImage::Load(addOnFolder + "/destination/" + backup.addon);
+    if (!image) return image.error();
+    auto* make = reinterpret_cast<instantiate_ktvolume_func>(image->Symbol("instantiate_ktvolume"));
+    const std::unique_ptr<KTVolume> volume(make ? make() : nullptr);
+    if (!volume) {
+        return kit::Error::Make(kit::ErrorKind::Damaged, image->Path(), "not a destination add-on");
+    }
+    volume->SetSettings(backup.volumeSettings);
+    if (auto access = volume->CheckAccess(); !access) return access;
+    return volume->RemoveBackup(backup.name);
+}
+
+// Whether `other` cannot be restored without `backup`. On the safe side: of the incremental ones of
+// a set each is taken to build on all before it.
+bool BuildsOn(const BackupInfo& other, const BackupInfo& backup) {
+    const auto setOf = [](const BackupInfo& info) {
+        return info.type == core::JobType::Full ? info.jobId : info.baseId;
+    };
+    if (other.name == backup.name || other.type == core::JobType::Full) return false;
+    if (setOf(other) != setOf(backup) || setOf(other) == 0) return false;
+    if (backup.type == core::JobType::Full) return true;
+    return other.type == core::JobType::Incremental && other.start >= backup.start;
+}
+
+}  // namespace
+
+struct CatalogueDesk::Deletion {
+    struct Problem {
+        BackupInfo backup;
+        std::string words;
+    };
+    std::vector<BackupInfo> gone;
+    std::vector<Problem> problems;
+};
+
+CatalogueDesk::CatalogueDesk(ServerHost& host, CatalogueStore& catalogues, ReportDesk& reports,
+                             std::string addOnFolder)
+    : fHost(host),
+      fCatalogues(catalogues),
+      fReports(reports),
+      fAddOnFolder(std::move(addOnFolder)) {
+    for (auto& backup : fCatalogues.Backups())
+        fKnown.emplace(backup.name, backup);
+}
+
+void CatalogueDesk::List(BMessage& message) {
+    if (!message.IsSourceWaiting()) return;
+    auto question = std::make_shared<BMessage>(std::move(message));
+    fReading.Post([this, question] {
+        question->SendReply(fCatalogues.List(question->Get("path", std::string("/")),
+                                             question->Find<int32_t>("index")));
+    });
+}
+
+void CatalogueDesk::CheckPassword(BMessage& message) {
+    if (!message.IsSourceWaiting()) return;
+    // No backup of this version is protected, so any password is right.
+    BMessage reply(core::code::kPasswordResult);
+    const bool check = message.Has("pw");
+    for (int32_t i = 0; i < message.Count("name"); ++i) {
+        const auto name = message.Find<std::string>("name", i);
+        if (!name || !fKnown.contains(*name)) continue;
+        reply.Add("name", *name);
+        reply.Add<int32_t>(check ? "result" : "protected", check ? 1 : 0);
+    }
+    message.SendReply(std::move(reply));
+}
+
+void CatalogueDesk::Scan(BMessage& message) {
+    // Inserting backups from a medium is not part of this version: nothing is found.
+    BMessage answer(core::code::kScanResult);
+    if (auto id = message.Find<int32_t>("id")) answer.Add("id", *id);
+    if (message.IsSourceWaiting()) {
+        message.SendReply(std::move(answer));
+    } else {
+        fHost.Send(BMessenger(message.SourceTeam(), BMessenger::kApplication), std::move(answer));
+    }
+}
+
+void CatalogueDesk::Delete(BMessage& message) {
+    std::vector<std::string> names;
+    std::vector<bool> withData;
+    for (int32_t i = 0; i < message.Count("name"); ++i) {
+        const auto name = message.Find<std::string>("name", i);
+        if (!name || std::find(names.begin(), names.end(), *name) != names.end()) continue;
+        names.push_back(*name);
+        withData.push_back(message.Get<int32_t>("full", 0, i) != 0);
+    }
+    if (names.empty()) return;
+    fDeleting.Post([this, names, withData] {
+        auto done = DeleteNow(names, withData);
+        fHost.Later([this, done] {
+            TellChanges();
+            for (const auto& backup : done.gone)
+                fReports.BackupDeleted(backup.jobId);
+            for (const auto& [backup, words] : done.problems) {
+                LineChunk lines;
+                lines.AddWords(core::LineType::Error, words);
+                fReports.Write({0, 0, static_cast<int32_t>(backup.type), backup.title, 0},
+                               std::move(lines));
+            }
+        });
+    });
+}
+
+// On the deleting worker.
+CatalogueDesk::Deletion CatalogueDesk::DeleteNow(const std::vector<std::string>& names,
+                                                 const std::vector<bool>& withData) {
+    Deletion done;
+    // The newest go first, so that what is left, if this is cut short, still has all it builds on.
+    std::vector<BackupInfo> left = fCatalogues.Backups();
+    std::vector<std::pair<BackupInfo, bool>> wanted;
+    for (const auto& backup : left) {
+        const auto at = std::find(names.begin(), names.end(), backup.name);
+        if (at == names.end()) continue;
+        wanted.emplace_back(backup, withData[static_cast<size_t>(at - names.begin())]);
+    }
+    std::sort(wanted.begin(), wanted.end(),
+              [](const auto& a, const auto& b) { return a.first.start > b.first.start; });
+    for (const auto& [backup, data] : wanted) {
+        const auto problem = [&, &info = backup](const std::string& words) {
+            done.problems.push_back(
+                {info, "The backup '" + info.name + "' was not deleted: " + words});
+        };
+        const auto needed =
+            std::find_if(left.begin(), left.end(),
+                         [&, &info = backup](const auto& other) { return BuildsOn(other, info); });
+        if (needed != left.end()) {
+            problem("'" + needed->name + "' is built on it.");
+            continue;
+        }
+        if (data) {
+            if (auto removed = RemoveData(fAddOnFolder, backup); !removed) {
+                problem("its data cannot be deleted. " + removed.error().Text());
+                continue;
+            }
+        }
+        if (auto removed = fCatalogues.Remove(backup.name); !removed) {
+            problem(removed.error().Text());
+            continue;
+        }
+        std::erase_if(left,
+                      [&, &info = backup](const auto& other) { return other.name == info.name; });
+        done.gone.push_back(backup);
+    }
+    return done;
+}
+
+void CatalogueDesk::TellChanges() {
+    std::map<std::string, BackupInfo> now;
+    for (auto& backup : fCatalogues.Backups())
+        now.emplace(backup.name, backup);
+    for (const auto& [name, backup] : fKnown) {
+        if (now.contains(name)) continue;
+        BMessage gone(core::code::kBackupRemoved);
+        gone.Add("name", name);
+        fHost.NotifyAll(gone);
+        if (backup.type != core::JobType::Full) continue;
+        BMessage base(core::code::kJobRemoved);
+        base.Add("job_id", backup.jobId);
+        fHost.NotifyAll(base);
+    }
+    for (const auto& [name, backup] : now) {
+        if (fKnown.contains(name)) continue;
+        fHost.NotifyAll(fCatalogues.ListOne(name));
+        if (backup.type != core::JobType::Full) continue;
+        BMessage base(core::code::kJobInserted);
+        AddToJobList(base, backup);
+        fHost.NotifyAll(base);
+    }
+    fKnown = std::move(now);
+}
+
+}  // namespace server
