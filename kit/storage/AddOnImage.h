@@ -10,8 +10,8 @@ namespace kit {
 
 class AddOnImage {
 public:
-    // Refuses files, and folders, that anybody but the user and root can write. Nothing of the add-on's
-    // runs but its static constructors.
+    // Refuses files, and folders, that anybody but the user and root can write. Nothing of the
+    // add-on's runs but its static constructors.
     static Result<AddOnImage> Load(const std::string& path);
     // The files of an add-on folder that may be worth loading, by name. Missing folder: empty.
     static std::vector<std::string> Candidates(const std::string& folder);

@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "kit/storage/NodeAttributes.h"
-#include "tests/core/TemporaryFolder.h"
+#include "tests/TemporaryFolder.h"
 
 using core::HeaderLoad;
 using core::HeaderSave;

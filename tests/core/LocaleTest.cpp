@@ -7,7 +7,7 @@
 #include "kit/message/BMessage.h"
 #include "kit/storage/FileIo.h"
 #include "kit/storage/NodeAttributes.h"
-#include "tests/core/TemporaryFolder.h"
+#include "tests/TemporaryFolder.h"
 
 namespace {
 

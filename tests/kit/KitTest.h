@@ -6,7 +6,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -14,27 +13,11 @@
 
 #include "kit/app/BApplication.h"
 #include "kit/app/BRoster.h"
+#include "tests/TemporaryFolder.h"
 
 using namespace std::chrono_literals;
 
 constexpr auto kLong = 20s;  // longer than anything takes, so only a fault reaches it
-
-// A folder of the test's own, gone at its end.
-class TemporaryFolder {
-public:
-    TemporaryFolder() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "kitXXXXXX").string();
-        fPath = ::mkdtemp(pattern.data());
-    }
-    ~TemporaryFolder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(fPath, ignored);
-    }
-    const std::string& Path() const { return fPath; }
-
-private:
-    std::string fPath;
-};
 
 // Something one thread says and another waits for.
 template <class T>

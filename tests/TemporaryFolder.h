@@ -1,6 +1,7 @@
 // A folder of a test's own that is gone with it.
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -12,7 +13,10 @@ public:
         std::string name = (std::filesystem::temp_directory_path() / "velmora-XXXXXX").string();
         fPath = ::mkdtemp(name.data());
     }
-    ~TemporaryFolder() { std::filesystem::remove_all(fPath); }
+    ~TemporaryFolder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(fPath, ignored);
+    }
     TemporaryFolder(const TemporaryFolder&) = delete;
     TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
