@@ -1,6 +1,10 @@
 // KTRowStore: the rows of a KTColumnListView without any window: hierarchy, marks, flags and typed column
 // values, a few dozen bytes a row. A row's id stays the same until the row is removed; ids of removed rows
 // are used again. Main thread.
+//
+// Rows lie in blocks, column by column; the children of a row are kept in chunks of ids, so that inserting
+// into, and removing from, a million of them costs no more than a chunk. Ids given to it must be those of
+// rows that are there.
 #pragma once
 
 #include <cstdint>
@@ -14,8 +18,8 @@ using KTRow = uint32_t;
 inline constexpr KTRow kNoRow = UINT32_MAX;  // also: the parent of top-level rows
 
 enum class KTColumnKind : uint8_t {
-    Icon,    // a small number that the view's icon provider knows
-    Text,    // bytes
+    Icon,    // a number below 65,536 that the view's icon provider knows
+    Text,    // bytes, cut at 65,535
     Number,  // int64
     Time,    // int64 seconds since the epoch
 };
@@ -26,6 +30,8 @@ struct KTRowData {
     std::span<const std::string_view> texts;
     std::span<const int64_t> numbers;
     bool superItem = false;
+    bool marked = false;  // its ancestors must be marked already, or be marked by the caller
+    uint8_t color = 0;
 };
 
 class KTRowStore {
@@ -41,6 +47,8 @@ public:
         virtual void Inserted() = 0;
         virtual void AboutToRemove(KTRow parent, int32_t first, int32_t count) = 0;
         virtual void Removed() = 0;
+        virtual void AboutToMove(KTRow row, KTRow newParent) = 0;  // to the end of the new parent
+        virtual void Moved() = 0;
         virtual void AboutToReset() = 0;
         virtual void Reset() = 0;
         // Values, marks or flags of `row`, or of a whole subtree, changed.
@@ -52,8 +60,10 @@ public:
     KTRow AddUnder(KTRow parent, const KTRowData& row, int32_t index = -1);  // -1: as the last child
     void AddList(KTRow parent, std::span<const KTRowData> rows);             // one notification
     void Remove(KTRow row);                                                  // with its subtree
+    void RemoveRange(KTRow parent, int32_t first, int32_t count);            // one notification
     void RemoveChildren(KTRow row);
     void MakeEmpty();
+    // To the end of the new parent's children, with its subtree. Not under itself.
     void Move(KTRow row, KTRow newParent);
 
     int32_t Count() const;  // all rows
@@ -67,6 +77,8 @@ public:
     KTRow First() const;
     KTRow Next(KTRow row) const;
     KTRow NextAfterSubtree(KTRow row) const;
+    // The first child with that text, kNoRow when there is none. Asked again and again for one parent it
+    // does not search.
     KTRow ChildByText(KTRow parent, int column, std::string_view text) const;
 
     // --- values -------------------------------------------------------------------------------------
@@ -86,6 +98,7 @@ public:
     // --- marks --------------------------------------------------------------------------------------
     bool IsMarked(KTRow row) const;
     bool HasMarks() const;
+    bool HasMarksBelow(KTRow row) const;
     // Whole, part or none, as a box shows it: part is a marked super item with an unmarked descendant.
     enum class Mark { None, Part, Whole };
     Mark MarkOf(KTRow row) const;
@@ -96,9 +109,14 @@ public:
     // This row alone (lists without hierarchy, single selection).
     void SetMarked(KTRow row, bool marked);
     void ClearMarks();
-    std::vector<KTRow> MarkedRows() const;
+    std::vector<KTRow> MarkedRows() const;  // in display order
+    // Grows with every change of a mark, and when a marked row is removed.
+    uint64_t MarkGeneration() const;
+
+    // For tests: whether all that is kept in two places agrees.
+    bool IsConsistent() const;
 
 private:
-    struct Impl;
+    class Impl;
     std::unique_ptr<Impl> fImpl;
 };
