@@ -148,8 +148,10 @@ bool Link::PushAndWait(Order order) {
     };
     const auto outcome = std::make_shared<Outcome>();
     order.connected = [outcome](bool reached) {
-        std::lock_guard lock(outcome->mutex);
-        outcome->reached = reached;
+        {
+            std::lock_guard lock(outcome->mutex);
+            outcome->reached = reached;
+        }
         outcome->known.notify_one();
     };
     if (!Push(std::move(order))) return false;
@@ -277,10 +279,13 @@ void Link::Work() {
 }
 
 int Link::PatienceInMilliseconds() const {
-    bool retry = fAcceptPaused;
-    for (const auto& [id, connection] : fConnections)
-        retry = retry || !connection->established;
-    return retry ? static_cast<int>(kRetry.count()) : -1;
+    return fRetryAt == std::chrono::steady_clock::time_point::max()
+               ? -1
+               : static_cast<int>(kRetry.count());
+}
+
+void Link::RetrySoon() {
+    fRetryAt = std::chrono::steady_clock::now() + kRetry;
 }
 
 void Link::Execute(Order& order) {
@@ -364,6 +369,7 @@ void Link::Accept() {
                 // Out of descriptors or memory: the caller stays in the backlog until there are
                 // some.
                 fAcceptPaused = true;
+                RetrySoon();
                 ::epoll_ctl(fEpoll.Get(), EPOLL_CTL_DEL, fListener.Get(), nullptr);
             }
             return;
@@ -396,7 +402,11 @@ Connection* Link::ConnectionTo(int32_t team) {
     if (outcome == Connecting::Failed) return nullptr;
     Connection& connection = Adopt(team, std::move(socket));
     connection.established = outcome == Connecting::Done;
-    if (connection.established) Watch(connection);
+    if (connection.established) {
+        Watch(connection);
+    } else {
+        RetrySoon();
+    }
     return &connection;
 }
 
@@ -411,20 +421,30 @@ Link::Connecting Link::TryConnect(int socket, int32_t team) const {
     return TrustedPeer(socket) == team ? Connecting::Done : Connecting::Failed;
 }
 
+// What could not be done at once is tried again after a pause, not in every round.
 void Link::RetryConnects() {
-    if (std::exchange(fAcceptPaused, false)) {
-        Status status = kit::Watch(fEpoll.Get(), fListener.Get(), kListener, EPOLLIN);
-        if (!status) fAcceptPaused = true;
+    if (std::chrono::steady_clock::now() < fRetryAt) return;
+    fRetryAt = std::chrono::steady_clock::time_point::max();
+    if (std::exchange(fAcceptPaused, false) &&
+        !kit::Watch(fEpoll.Get(), fListener.Get(), kListener, EPOLLIN)) {
+        fAcceptPaused = true;
+        RetrySoon();
     }
     std::vector<uint64_t> failed;
     for (const auto& [id, connection] : fConnections) {
         if (connection->established) continue;
-        const Connecting outcome = TryConnect(connection->Socket(), connection->Team());
-        if (outcome == Connecting::Failed) failed.push_back(id);
-        if (outcome != Connecting::Done) continue;
-        connection->established = true;
-        Watch(*connection);
-        fUnsent.push_back(id);
+        switch (TryConnect(connection->Socket(), connection->Team())) {
+            case Connecting::Failed:
+                failed.push_back(id);
+                break;
+            case Connecting::Later:
+                RetrySoon();
+                break;
+            case Connecting::Done:
+                connection->established = true;
+                Watch(*connection);
+                fUnsent.push_back(id);
+        }
     }
     for (const uint64_t id : failed)
         End(id);

@@ -80,6 +80,7 @@ private:
     enum class Connecting { Done, Later, Failed };
     Connecting TryConnect(int socket, int32_t team) const;
     void RetryConnects();
+    void RetrySoon();
     Connection& Adopt(int32_t team, UniqueFd socket);
     void QueueFrame(Connection& connection, Bytes frame);
     void Flush(Connection& connection);  // may end it
@@ -102,6 +103,7 @@ private:
     uint64_t fLastConnection = 1;   // numbers up to this one name the listener and the wake-up
     bool fAcceptPaused = false;
     bool fFinishing = false;
+    std::chrono::steady_clock::time_point fRetryAt = std::chrono::steady_clock::time_point::max();
 
     mutable std::mutex fMutex;
     std::vector<Order> fOrders;

@@ -19,19 +19,26 @@ constexpr size_t kMaxData = std::numeric_limits<uint32_t>::max();
 uint32_t FixedSizeOf(type_code type) {
     switch (type) {
         case B_BOOL_TYPE:
-        case B_INT8_TYPE: return 1;
-        case B_INT16_TYPE: return 2;
+        case B_INT8_TYPE:
+            return 1;
+        case B_INT16_TYPE:
+            return 2;
         case B_INT32_TYPE:
         case B_FLOAT_TYPE:
         case B_TIME_TYPE:
-        case B_RGB_COLOR_TYPE: return 4;
+        case B_RGB_COLOR_TYPE:
+            return 4;
         case B_INT64_TYPE:
         case B_DOUBLE_TYPE:
-        case B_POINTER_TYPE: return 8;
-        case B_MESSENGER_TYPE: return 12;
+        case B_POINTER_TYPE:
+            return 8;
+        case B_MESSENGER_TYPE:
+            return 12;
         case B_RECT_TYPE:
-        case B_NODE_REF_TYPE: return 16;
-        default: return 0;
+        case B_NODE_REF_TYPE:
+            return 16;
+        default:
+            return 0;
     }
 }
 
@@ -109,6 +116,57 @@ private:
     std::span<const uint8_t> fBytes;
 };
 
+// Whether values, back to back, are what their type allows. Nested messages are not looked into.
+bool AreSound(type_code type, std::span<const uint8_t> data) {
+    switch (type) {
+        case B_BOOL_TYPE:
+            return std::all_of(data.begin(), data.end(), [](uint8_t value) { return value <= 1; });
+        case B_STRING_TYPE:
+        case B_REF_TYPE:
+            return !HasNul(data.data(), data.size());
+        case B_MESSENGER_TYPE:
+            for (; data.size() >= sizeof(BMessenger); data = data.subspan(sizeof(BMessenger))) {
+                uint32_t zero = 0;
+                std::memcpy(&zero, data.data() + 8, 4);
+                if (zero != 0) return false;
+            }
+            return true;
+        default:
+            return true;
+    }
+}
+
+// Walks a flattened message, known to be sound, without taking it apart.
+bool FlatHoldsPointer(std::span<const uint8_t> bytes) {
+    Cursor cursor(bytes);
+    std::span<const uint8_t> part;
+    uint32_t fields = 0;
+    if (!cursor.Take(kHeaderSize - 4, &part) || !cursor.Take(&fields)) return false;
+    for (; fields > 0; --fields) {
+        type_code type = 0;
+        uint8_t nameLength = 0;
+        uint32_t count = 0;
+        uint32_t each = 0;
+        if (!cursor.Take(&type) || !cursor.Take(&nameLength) || !cursor.Take(nameLength, &part) ||
+            !cursor.Take(&count) || !cursor.Take(&each)) {
+            return false;
+        }
+        if (type == B_POINTER_TYPE) return true;
+        Cursor sizes({});
+        if (each == 0) {
+            if (!cursor.Take(uint64_t{count} * 4, &part)) return false;
+            sizes = Cursor(part);
+        }
+        for (uint32_t i = 0; i < count; ++i) {
+            uint32_t size = each;
+            if (each == 0 && !sizes.Take(&size)) return false;
+            if (!cursor.Take(size, &part)) return false;
+            if (type == B_MESSAGE_TYPE && FlatHoldsPointer(part)) return true;
+        }
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string CodeText(uint32_t code) {
@@ -133,23 +191,32 @@ std::span<const uint8_t> BMessage::Field::At(uint32_t index) const {
     return {data.data() + begin, ends[index] - begin};
 }
 
-void BMessage::Field::Append(const void* value, size_t size) {
-    const auto* bytes = static_cast<const uint8_t*>(value);
-    if (size > 0) data.insert(data.end(), bytes, bytes + size);
+void BMessage::Field::Append(std::span<const uint8_t> value) {
+    // The value may lie in this very field, which may move when it grows.
+    const bool own = value.data() >= data.data() && value.data() < data.data() + data.size();
+    const size_t offset = own ? static_cast<size_t>(value.data() - data.data()) : 0;
+    const size_t begin = data.size();
+    data.resize(begin + value.size());
+    if (!value.empty()) {
+        std::memmove(data.data() + begin, own ? data.data() + offset : value.data(), value.size());
+    }
     if (fixedSize == 0) ends.push_back(static_cast<uint32_t>(data.size()));
     ++count;
 }
 
-void BMessage::Field::Replace(uint32_t index, const void* value, size_t size) {
+void BMessage::Field::Replace(uint32_t index, std::span<const uint8_t> value) {
     const size_t begin = static_cast<size_t>(At(index).data() - data.data());
     const size_t former = At(index).size();
-    const auto* bytes = static_cast<const uint8_t*>(value);
-    const Bytes kept(bytes, bytes + size);  // the value may lie in this very field
-    data.erase(data.begin() + static_cast<ptrdiff_t>(begin),
-               data.begin() + static_cast<ptrdiff_t>(begin + former));
-    data.insert(data.begin() + static_cast<ptrdiff_t>(begin), kept.begin(), kept.end());
+    if (value.size() == former) {
+        if (former > 0) std::memmove(data.data() + begin, value.data(), former);
+        return;
+    }
+    const Bytes kept(value.begin(), value.end());  // it may lie in this very field
+    const auto place = data.begin() + static_cast<ptrdiff_t>(begin);
+    data.insert(data.erase(place, place + static_cast<ptrdiff_t>(former)), kept.begin(),
+                kept.end());
     for (size_t i = index; i < ends.size(); ++i) {
-        ends[i] = static_cast<uint32_t>(ends[i] + size - former);
+        ends[i] = static_cast<uint32_t>(ends[i] + kept.size() - former);
     }
 }
 
@@ -160,9 +227,17 @@ void BMessage::Field::Erase(uint32_t index) {
                data.begin() + static_cast<ptrdiff_t>(begin + size));
     if (fixedSize == 0) {
         ends.erase(ends.begin() + index);
-        for (size_t i = index; i < ends.size(); ++i) ends[i] -= static_cast<uint32_t>(size);
+        for (size_t i = index; i < ends.size(); ++i)
+            ends[i] -= static_cast<uint32_t>(size);
     }
     --count;
+}
+
+void BMessage::Field::LetValuesVary() {
+    const uint32_t each = std::exchange(fixedSize, 0);
+    ends.resize(count);
+    for (uint32_t i = 0; i < count; ++i)
+        ends[i] = each * (i + 1);
 }
 
 // --- values -------------------------------------------------------------------------------------
@@ -184,7 +259,9 @@ BMessage& BMessage::operator=(BMessage&& other) noexcept {
     return *this;
 }
 
-BMessage::~BMessage() { SetDelivery(nullptr); }
+BMessage::~BMessage() {
+    SetDelivery(nullptr);
+}
 
 const BMessage::Field* BMessage::FindField(std::string_view name) const {
     for (const Field& field : fFields) {
@@ -200,7 +277,10 @@ BMessage::Field* BMessage::FindField(std::string_view name) {
 BMessage::Field* BMessage::FieldForAdding(std::string_view name, type_code type,
                                           uint32_t fixedSize) {
     if (Field* field = FindField(name)) {
-        return field->type == type && field->fixedSize == fixedSize ? field : nullptr;
+        if (field->type != type) return nullptr;
+        // Only values of unknown types may come in both ways.
+        if (field->fixedSize != fixedSize && field->fixedSize != 0) field->LetValuesVary();
+        return field;
     }
     if (!IsGoodName(name)) return nullptr;
     Field& field = fFields.emplace_back();
@@ -210,51 +290,62 @@ BMessage::Field* BMessage::FieldForAdding(std::string_view name, type_code type,
     return &field;
 }
 
-bool BMessage::AddData(std::string_view name, type_code type, const void* data, size_t size,
-                       uint32_t fixedSize) {
-    const auto* bytes = static_cast<const uint8_t*>(data);
+// Adds, or with an index that is there replaces. The value is known to be sound.
+bool BMessage::StoreData(std::string_view name, type_code type, const void* data, size_t size,
+                         uint32_t fixedSize, int32_t index) {
     const uint32_t own = FixedSizeOf(type);
     if (own > 0 || IsVaryingKnown(type)) fixedSize = own;
     if (fixedSize > 0 && size != fixedSize) return false;
-    if ((type == B_STRING_TYPE || type == B_REF_TYPE) && HasNul(bytes, size)) return false;
-    if (const Field* field = FindField(name); field && field->data.size() + size > kMaxData) {
-        return false;
+    const std::span<const uint8_t> value(static_cast<const uint8_t*>(data), size);
+    Field* field = FindField(name);
+    if (size > kMaxData - (field ? field->data.size() : 0)) return false;
+    if (field && index >= 0 && static_cast<uint32_t>(index) < field->count) {
+        if (field->type != type) return false;
+        if (field->fixedSize > 0 && size != field->fixedSize) field->LetValuesVary();
+        field->Replace(static_cast<uint32_t>(index), value);
+        return true;
     }
-    if (size > kMaxData) return false;
-    Field* field = FieldForAdding(name, type, fixedSize);
+    field = FieldForAdding(name, type, fixedSize);
     if (!field) return false;
-    field->Append(bytes, size);
+    field->Append(value);
     return true;
+}
+
+bool BMessage::AddData(std::string_view name, type_code type, const void* data, size_t size,
+                       uint32_t fixedSize) {
+    return SetData(name, type, data, size, fixedSize, -1);
 }
 
 bool BMessage::SetData(std::string_view name, type_code type, const void* data, size_t size,
                        uint32_t fixedSize, int32_t index) {
-    Field* field = FindField(name);
-    if (!field || index < 0 || static_cast<uint32_t>(index) >= field->count) {
-        return AddData(name, type, data, size, fixedSize);
-    }
-    const auto* bytes = static_cast<const uint8_t*>(data);
-    if (field->type != type || (field->fixedSize > 0 && size != field->fixedSize)) return false;
-    if ((type == B_STRING_TYPE || type == B_REF_TYPE) && HasNul(bytes, size)) return false;
-    if (field->data.size() + size > kMaxData) return false;
-    field->Replace(static_cast<uint32_t>(index), bytes, size);
+    return IsSoundValue(type, {static_cast<const uint8_t*>(data), size}) &&
+           StoreData(name, type, data, size, fixedSize, index);
+}
+
+bool BMessage::StoreMessage(std::string_view name, const BMessage& value, int32_t index) {
+    const Bytes flat = value.Flatten();
+    // Only what is itself nested can be nested too deep.
+    if (value.HoldsMessage() && !Parse(flat, 2, nullptr)) return false;
+    return StoreData(name, B_MESSAGE_TYPE, flat.data(), flat.size(), 0, index);
+}
+
+bool BMessage::AddArrayData(std::string_view name, type_code type, std::span<const uint8_t> values,
+                            uint32_t fixedSize) {
+    if (values.empty()) return true;
+    const Field* former = FindField(name);
+    if (values.size() > kMaxData - (former ? former->data.size() : 0)) return false;
+    Field* field = FieldForAdding(name, type, fixedSize);
+    if (!field) return false;
+    field->data.insert(field->data.end(), values.begin(), values.end());
+    field->count += static_cast<uint32_t>(values.size() / fixedSize);
     return true;
-}
-
-bool BMessage::AddMessage(std::string_view name, const BMessage& value) {
-    const Bytes flat = value.Flatten();
-    return AddData(name, B_MESSAGE_TYPE, flat.data(), flat.size());
-}
-
-bool BMessage::SetMessage(std::string_view name, const BMessage& value, int32_t index) {
-    const Bytes flat = value.Flatten();
-    return SetData(name, B_MESSAGE_TYPE, flat.data(), flat.size(), 0, index);
 }
 
 std::optional<std::span<const uint8_t>> BMessage::FindData(std::string_view name, type_code type,
                                                            int32_t index) const {
     const Field* field = FindField(name);
-    if (!field || field->type != type || index < 0 || static_cast<uint32_t>(index) >= field->count) {
+    if (!field || field->type != type || index < 0 ||
+        static_cast<uint32_t>(index) >= field->count) {
         return std::nullopt;
     }
     return field->At(static_cast<uint32_t>(index));
@@ -268,7 +359,11 @@ std::optional<std::string_view> BMessage::FindString(std::string_view name, int3
 }
 
 bool BMessage::Remove(std::string_view name) {
-    return std::erase_if(fFields, [&](const Field& field) { return field.name == name; }) > 0;
+    // By place: `name` may be a view of the very name that goes.
+    const Field* field = FindField(name);
+    if (!field) return false;
+    fFields.erase(fFields.begin() + (field - fFields.data()));
+    return true;
 }
 
 bool BMessage::RemoveAt(std::string_view name, int32_t index) {
@@ -352,8 +447,8 @@ std::optional<BMessage> BMessage::Unflatten(std::span<const uint8_t> bytes) {
     return message;
 }
 
-// Checks a flattened message and, where `into` is given, builds it. Nested messages are only checked:
-// they stay flattened until somebody asks for them.
+// Checks a flattened message and, where `into` is given, builds it. Nested messages are only
+// checked: they stay flattened until somebody asks for them.
 bool BMessage::Parse(std::span<const uint8_t> bytes, int depth, BMessage* into) {
     if (depth > kMaxDepth || bytes.size() > kMaxData) return false;
     Cursor cursor(bytes);
@@ -401,9 +496,7 @@ bool BMessage::Parse(std::span<const uint8_t> bytes, int depth, BMessage* into) 
         if (!cursor.Take(total, &part)) return false;
         if (field.fixedSize > 0 && IsVaryingKnown(field.type)) {
             // The compact way to write values that happen to have one size; kept as varying ones.
-            const uint32_t each = std::exchange(field.fixedSize, 0);
-            field.ends.resize(field.count);
-            for (uint32_t k = 0; k < field.count; ++k) field.ends[k] = each * (k + 1);
+            field.LetValuesVary();
         }
         if (!ValuesAreSound(field, part, depth)) return false;
         if (into) {
@@ -422,40 +515,33 @@ bool BMessage::Parse(std::span<const uint8_t> bytes, int depth, BMessage* into) 
 }
 
 bool BMessage::ValuesAreSound(const Field& field, std::span<const uint8_t> data, int depth) {
-    switch (field.type) {
-        case B_BOOL_TYPE:
-            return std::all_of(data.begin(), data.end(), [](uint8_t value) { return value <= 1; });
-        case B_STRING_TYPE:
-        case B_REF_TYPE: return !HasNul(data.data(), data.size());
-        case B_MESSENGER_TYPE:
-            for (; !data.empty(); data = data.subspan(sizeof(BMessenger))) {
-                uint32_t zero = 0;
-                std::memcpy(&zero, data.data() + 8, 4);
-                if (zero != 0) return false;
-            }
-            return true;
-        case B_MESSAGE_TYPE: {
-            uint32_t begin = 0;
-            for (const uint32_t end : field.ends) {
-                if (!Parse(data.subspan(begin, end - begin), depth + 1, nullptr)) return false;
-                begin = end;
-            }
-            return true;
-        }
-        default: return true;
+    if (field.type != B_MESSAGE_TYPE) return AreSound(field.type, data);
+    uint32_t begin = 0;
+    for (const uint32_t end : field.ends) {
+        if (!Parse(data.subspan(begin, end - begin), depth + 1, nullptr)) return false;
+        begin = end;
     }
+    return true;
+}
+
+bool BMessage::IsSoundValue(type_code type, std::span<const uint8_t> value) {
+    return type == B_MESSAGE_TYPE ? Parse(value, 2, nullptr) : AreSound(type, value);
+}
+
+bool BMessage::HoldsMessage() const {
+    return std::any_of(fFields.begin(), fFields.end(),
+                       [](const Field& field) { return field.type == B_MESSAGE_TYPE; });
 }
 
 bool BMessage::HoldsPointer() const {
-    for (const Field& field : fFields) {
+    return std::any_of(fFields.begin(), fFields.end(), [](const Field& field) {
         if (field.type == B_POINTER_TYPE) return true;
-        if (field.type != B_MESSAGE_TYPE) continue;
+        if (field.type != B_MESSAGE_TYPE) return false;
         for (uint32_t i = 0; i < field.count; ++i) {
-            auto nested = Unflatten(field.At(i));
-            if (nested && nested->HoldsPointer()) return true;
+            if (FlatHoldsPointer(field.At(i))) return true;
         }
-    }
-    return false;
+        return false;
+    });
 }
 
 // --- delivery -----------------------------------------------------------------------------------

@@ -27,8 +27,8 @@ public:
     // Sends the answer. Called at most once, on any thread.
     virtual void Answer(BMessage&& answer) = 0;
     int32_t senderTeam = 0;
-    bool remote = false;  // came from another process
-    bool waiting = false; // an answer is expected and has not been given
+    bool remote = false;   // came from another process
+    bool waiting = false;  // an answer is expected and has not been given
 };
 
 namespace kit {
@@ -38,12 +38,12 @@ struct FieldType;  // code, and whether values have a fixed size
 
 // Fixed size values, as they lie in the flattened form (little-endian host assumed, checked in
 // BMessage.cpp).
-#define VELMORA_FIXED_TYPE(T, CODE)                        \
-    template <>                                            \
-    struct FieldType<T> {                                  \
-        static constexpr type_code code = CODE;            \
-        static constexpr bool fixed = true;                \
-        static_assert(std::is_trivially_copyable_v<T>);    \
+#define VELMORA_FIXED_TYPE(T, CODE)                     \
+    template <>                                         \
+    struct FieldType<T> {                               \
+        static constexpr type_code code = CODE;         \
+        static constexpr bool fixed = true;             \
+        static_assert(std::is_trivially_copyable_v<T>); \
     }
 VELMORA_FIXED_TYPE(bool, B_BOOL_TYPE);
 VELMORA_FIXED_TYPE(int8_t, B_INT8_TYPE);
@@ -88,14 +88,15 @@ public:
     BMessage(const BMessage& other) : what(other.what), fFields(other.fFields) {}
     BMessage& operator=(const BMessage& other);
     BMessage(BMessage&&) noexcept = default;
-    // A request that is dropped unanswered, by either of these, is answered with an empty message of
-    // code 0. Copying onto a request keeps the right to answer it.
+    // A request that is dropped unanswered, by either of these, is answered with an empty message
+    // of code 0. Copying onto a request keeps the right to answer it.
     BMessage& operator=(BMessage&& other) noexcept;
     ~BMessage();
 
     // --- values ---------------------------------------------------------------------------------
     // Names are 1 to 255 bytes of UTF-8 without NUL. Adding fails, and changes nothing, for a bad
-    // name, a string with a NUL, or a field that holds another type.
+    // name, a field that holds another type, and whatever a reader would refuse: a string with a
+    // NUL, raw data that is no value of its type, a message that would be nested too deep.
     template <class T>
     bool Add(std::string_view name, const T& value);
     bool Add(std::string_view name, std::string_view text) {
@@ -125,9 +126,9 @@ public:
         return Set(name, std::string_view(text), index);
     }
 
-    bool Remove(std::string_view name);                     // the whole field
-    bool RemoveAt(std::string_view name, int32_t index);    // one value; the last takes the field
-    void Clear() { fFields.clear(); }                       // all fields; the code stays
+    bool Remove(std::string_view name);                   // the whole field
+    bool RemoveAt(std::string_view name, int32_t index);  // one value; the last takes the field
+    void Clear() { fFields.clear(); }                     // all fields; the code stays
 
     int32_t Count(std::string_view name) const;                  // 0 when absent
     int32_t Count(std::string_view name, type_code type) const;  // 0 when absent or of another type
@@ -158,7 +159,8 @@ public:
     void FlattenTo(Bytes& out) const;  // appended
     // Nothing when the bytes are not exactly one flattened message.
     static std::optional<BMessage> Unflatten(std::span<const uint8_t> bytes);
-    // True when a value of type 'PNTR' is somewhere inside: such a message must not leave the process.
+    // True when a value of type 'PNTR' is somewhere inside: such a message must not leave the
+    // process.
     bool HoldsPointer() const;
 
     // --- delivery -------------------------------------------------------------------------------
@@ -178,24 +180,30 @@ private:
         std::string name;
         type_code type = 0;
         uint32_t count = 0;
-        uint32_t fixedSize = 0;     // 0: values vary
-        Bytes data;                 // values back to back
-        std::vector<uint32_t> ends; // where varying values end in data
+        uint32_t fixedSize = 0;      // 0: values vary
+        Bytes data;                  // values back to back
+        std::vector<uint32_t> ends;  // where varying values end in data
 
         std::span<const uint8_t> At(uint32_t index) const;
-        void Append(const void* value, size_t size);
-        void Replace(uint32_t index, const void* value, size_t size);
+        void Append(std::span<const uint8_t> value);
+        void Replace(uint32_t index, std::span<const uint8_t> value);
         void Erase(uint32_t index);
+        void LetValuesVary();
         bool operator==(const Field&) const = default;
     };
 
     const Field* FindField(std::string_view name) const;
     Field* FindField(std::string_view name);
     Field* FieldForAdding(std::string_view name, type_code type, uint32_t fixedSize);
-    bool AddMessage(std::string_view name, const BMessage& value);
-    bool SetMessage(std::string_view name, const BMessage& value, int32_t index);
+    bool StoreData(std::string_view name, type_code type, const void* data, size_t size,
+                   uint32_t fixedSize, int32_t index);
+    static bool IsSoundValue(type_code type, std::span<const uint8_t> value);
+    bool HoldsMessage() const;
     static bool Parse(std::span<const uint8_t> bytes, int depth, BMessage* into);
     static bool ValuesAreSound(const Field& field, std::span<const uint8_t> data, int depth);
+    bool StoreMessage(std::string_view name, const BMessage& value, int32_t index);
+    bool AddArrayData(std::string_view name, type_code type, std::span<const uint8_t> values,
+                      uint32_t fixedSize);
 
     std::vector<Field> fFields;
     std::unique_ptr<BDelivery> fDelivery;
@@ -207,7 +215,7 @@ template <class T>
 bool BMessage::Add(std::string_view name, const T& value) {
     using F = kit::FieldType<T>;
     if constexpr (std::is_same_v<T, BMessage>) {
-        return AddMessage(name, value);
+        return StoreMessage(name, value, -1);
     } else if constexpr (F::fixed) {
         return AddData(name, F::code, &value, sizeof(T), sizeof(T));
     } else if constexpr (std::is_same_v<T, entry_ref>) {
@@ -221,7 +229,7 @@ template <class T>
 bool BMessage::Set(std::string_view name, const T& value, int32_t index) {
     using F = kit::FieldType<T>;
     if constexpr (std::is_same_v<T, BMessage>) {
-        return SetMessage(name, value, index);
+        return StoreMessage(name, value, index);
     } else if constexpr (F::fixed) {
         return SetData(name, F::code, &value, sizeof(T), sizeof(T), index);
     } else if constexpr (std::is_same_v<T, entry_ref>) {
@@ -251,11 +259,6 @@ template <class T>
 bool BMessage::AddArray(std::string_view name, std::span<const T> values) {
     using F = kit::FieldType<T>;
     static_assert(F::fixed, "arrays are of fixed types");
-    if (values.empty()) return true;
-    Field* field = FieldForAdding(name, F::code, sizeof(T));
-    if (!field) return false;
     const auto* first = reinterpret_cast<const uint8_t*>(values.data());
-    field->data.insert(field->data.end(), first, first + values.size_bytes());
-    field->count += static_cast<uint32_t>(values.size());
-    return true;
+    return AddArrayData(name, F::code, {first, values.size_bytes()}, sizeof(T));
 }

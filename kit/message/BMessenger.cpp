@@ -89,10 +89,12 @@ BSendResult BMessenger::SendMessage(BMessage message, BMessage* reply,
     if (link && link->IsLinkThread()) return BSendResult::Refused;
     const auto question = std::make_shared<Question>();
     const auto done = [question](BSendResult result, BMessage answer) {
-        std::lock_guard lock(question->mutex);
-        question->result = result;
-        question->answer = std::move(answer);
-        question->done = true;
+        {
+            std::lock_guard lock(question->mutex);
+            question->result = result;
+            question->answer = std::move(answer);
+            question->done = true;
+        }
         question->answered.notify_all();
     };
     uint64_t request = 0;
