@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "kit/app/BApplication.h"
+#include "kit/app/SharedArea.h"
 
 namespace {
 
@@ -52,6 +53,15 @@ public:
                 const auto target = message.Find<BMessenger>("target");
                 BMessage answer;
                 if (target) target->SendMessage(BMessage("quiz"_code), &answer);
+                message.SendReply(std::move(answer));
+                return;
+            }
+            case "area"_code: {  // leaves a message in an area that is still there at the exit
+                BMessage left("left"_code);
+                left.Add("text", message.Get<std::string>("text", ""));
+                auto area = kit::SharedArea::Create(left);
+                BMessage answer("area"_code);
+                if (area) answer.Add("area_id", (new kit::SharedArea(std::move(*area)))->Id());
                 message.SendReply(std::move(answer));
                 return;
             }
