@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <new>
 
 namespace kit {
 
@@ -19,10 +20,10 @@ T Read(const uint8_t* at) {
 
 }  // namespace
 
-Bytes BuildFrame(const FrameHeader& header, const BMessage& message) {
+Bytes BuildFrame(const FrameHeader& header, const BMessage& message, uint32_t most) {
     const size_t whole = kFrameHeaderSize + message.FlattenedSize();
     Bytes frame;
-    if (whole - kFrameLengthSize > kMaxFrameLength) return frame;
+    if (whole - kFrameLengthSize > most) return frame;
     frame.reserve(whole);
     frame.resize(kFrameHeaderSize);
     const auto length = static_cast<uint32_t>(whole - kFrameLengthSize);
@@ -38,16 +39,24 @@ Bytes BuildFrame(const FrameHeader& header, const BMessage& message) {
 std::span<uint8_t> FrameParser::Room() {
     if (fBegin == fEnd) {
         fBegin = fEnd = 0;
-        if (fBuffer.size() > kKeep) Bytes().swap(fBuffer);
+        if (fSize > kKeep) Resize(kRoom);
     }
-    if (fBuffer.size() - fEnd < kRoom / 2) {
-        if (fBegin > 0) std::memmove(fBuffer.data(), fBuffer.data() + fBegin, Have());
+    if (fSize - fEnd < kRoom / 2) {
+        if (fBegin > 0) std::memmove(fBuffer.get(), fBuffer.get() + fBegin, Have());
         fEnd = Have();
         fBegin = 0;
         // Grows with what has arrived, never with what was announced.
-        if (fBuffer.size() - fEnd < kRoom / 2) fBuffer.resize(std::max(kRoom, 2 * fBuffer.size()));
+        if (fSize - fEnd < kRoom / 2) Resize(std::max(kRoom, 2 * fSize));
     }
-    return {fBuffer.data() + fEnd, fBuffer.size() - fEnd};
+    return {fBuffer.get() + fEnd, fSize - fEnd};
+}
+
+void FrameParser::Resize(size_t size) {
+    void* const grown = std::realloc(fBuffer.get(), size);
+    if (!grown) throw std::bad_alloc();
+    [[maybe_unused]] const auto* former = fBuffer.release();
+    fBuffer.reset(static_cast<uint8_t*>(grown));
+    fSize = size;
 }
 
 void FrameParser::Filled(size_t count) {
@@ -55,7 +64,7 @@ void FrameParser::Filled(size_t count) {
 }
 
 FrameParser::Step FrameParser::Next(Frame* frame) {
-    const uint8_t* at = fBuffer.data() + fBegin;
+    const uint8_t* at = fBuffer.get() + fBegin;
     if (Have() < kFrameLengthSize) return Step::NeedsMore;
     const auto length = Read<uint32_t>(at);
     if (length > kMaxFrameLength || length < kFrameHeaderSize - kFrameLengthSize) {

@@ -3,6 +3,8 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>
+#include <memory>
 #include <span>
 
 #include "kit/message/BMessage.h"
@@ -22,8 +24,9 @@ inline constexpr size_t kFrameLengthSize = 4;
 inline constexpr size_t kFrameHeaderSize = 24;           // the length included
 inline constexpr uint32_t kMaxFrameLength = 256u << 20;  // what the length may say
 
-// The whole frame. Empty when the message is too large for one.
-Bytes BuildFrame(const FrameHeader& header, const BMessage& message);
+// The whole frame. Empty when its length would be above `most`.
+Bytes BuildFrame(const FrameHeader& header, const BMessage& message,
+                 uint32_t most = kMaxFrameLength);
 
 // Cuts a stream into frames. It takes memory only for bytes that have arrived, whatever a length
 // claims.
@@ -42,9 +45,15 @@ public:
     Step Next(Frame* frame);
 
 private:
+    struct Free {
+        void operator()(uint8_t* memory) const { std::free(memory); }
+    };
     size_t Have() const { return fEnd - fBegin; }
+    void Resize(size_t size);
 
-    Bytes fBuffer;
+    // Not a vector: growing neither clears nor, for large frames, copies what is there.
+    std::unique_ptr<uint8_t, Free> fBuffer;
+    size_t fSize = 0;
     size_t fBegin = 0;  // of what was not yet given out
     size_t fEnd = 0;    // of what has arrived
 };
