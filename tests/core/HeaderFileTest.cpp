@@ -48,6 +48,20 @@ TEST(HeaderFile, HundredBytesThenTheMessage) {
     EXPECT_EQ(core::MagicOf(path), "KTSELECT");
 }
 
+// The example of docs/formats.md, byte by byte.
+TEST(HeaderFile, TheWorkedExample) {
+    using namespace std::string_literals;
+    TemporaryFolder folder;
+    BMessage message;
+    message.Add("SELECTION", "INCLUDE /System/home/*");
+    message.Add("SELECTION", "EXCLUDE /System/home/tmp/*");
+    ASSERT_EQ(core::SaveHeaderFile(folder / "s", core::kSelectionMagic, message), HeaderSave::Good);
+    EXPECT_EQ(Content(folder / "s"), "KTSELECT"s + std::string(92, '\0') +
+                                         "VMS1\0\0\0\0\x62\0\0\0\0\0\0\0\x01\0\0\0"s
+                                         "RTSC\x09SELECTION\x02\0\0\0\0\0\0\0\x16\0\0\0\x1a\0\0\0"s
+                                         "INCLUDE /System/home/*EXCLUDE /System/home/tmp/*"s);
+}
+
 TEST(HeaderFile, RefusesWhatItIsNot) {
     TemporaryFolder folder;
     BMessage message(1);
