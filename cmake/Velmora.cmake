@@ -25,6 +25,14 @@ find_package(PkgConfig REQUIRED)
 if(VELMORA_SANITIZE)
     add_compile_options(-fsanitize=${VELMORA_SANITIZE} -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${VELMORA_SANITIZE})
+    if(VELMORA_SANITIZE MATCHES "undefined")
+        # Else it is only a line in the log of a test that passes.
+        add_compile_options(-fno-sanitize-recover=undefined)
+    endif()
+endif()
+if(VELMORA_FUZZ)
+    add_compile_options(-fsanitize=fuzzer-no-link)
+    add_link_options(-fsanitize=fuzzer-no-link)
 endif()
 
 # A folder is a library and its files are the members: velmora_library(NAME [LINK lib...]).
