@@ -48,7 +48,14 @@ void JobPanels::Accept(const BMessage& acceptance) {
     const auto fresh = show.stream->TakeNew();
     for (const Panel& other : show.panels)
         Send(other, fresh);
-    if (show.panels.empty()) Send(Panel{*user}, fresh);
+    if (show.panels.empty()) {
+        // What was said before anybody listened; the volume and the progress come below.
+        for (const BMessage& message : fresh) {
+            const auto type = static_cast<core::LineType>(message.Get<int32_t>("linetype", 0));
+            if (type == core::LineType::Volume || type == core::LineType::Progress) continue;
+            fHost.Send(*user, message);
+        }
+    }
     if (panel == show.panels.end()) panel = show.panels.insert(panel, Panel{*user});
     Send(*panel, show.stream->Latest());
     if (show.end) SendEnd(*id, show, *panel);
