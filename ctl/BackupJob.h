@@ -1,0 +1,36 @@
+// Makes the job for `backupctl backup` out of what stands on the command line.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "kit/message/BMessage.h"
+#include "kit/storage/BVolume.h"
+#include "kit/support/Result.h"
+
+namespace ctl {
+
+// What a job covers, as rules in order.
+struct Sources {
+    std::vector<std::string> rules;
+    std::vector<std::string> notes;  // what a user may not expect, in words
+};
+// Paths as typed, relative ones from the current directory. A link is saved as a link, unless a "/"
+// follows it. Invalid: a path is not there, or on no volume that can be saved.
+kit::Result<Sources> MapSources(const std::vector<std::string>& paths,
+                                const std::vector<BVolume>& volumes);
+
+struct Compression {
+    std::string addon;
+    int32_t level = 0;
+};
+// "none", "zstd" or "zstd:LEVEL".
+kit::Result<Compression> ParseCompression(const std::string& text);
+
+// An absolute path for a directory that need not be there yet.
+std::string AbsoluteTarget(const std::string& path);
+
+BMessage BackupJob(const Sources& sources, const std::string& target,
+                   const Compression& compression, const std::string& title, bool onHold);
+
+}  // namespace ctl

@@ -1,0 +1,24 @@
+// How values look in a terminal. Names and texts come from disks and messages: what goes to a
+// terminal is made harmless first.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace ctl {
+
+// Valid UTF-8 without control characters: those, and bytes that are no text, as "\xNN". Tabs stay.
+std::string Printable(std::string_view bytes);
+// Cut to at most `columns` characters, with "…" in front where something is missing.
+std::string CutFront(const std::string& printable, size_t columns);
+size_t Columns(std::string_view printable);
+
+std::string SizeWords(int64_t bytes);    // "1.2 GB"
+std::string TimeWords(int64_t seconds);  // "1:02:03", "2:03"
+std::string DateWords(int64_t seconds);  // "2026-11-22 20:15", local; "-" for 0
+std::string JobIdWords(int32_t id);      // as the client shows it: "0000001a"
+const char* JobTypeWords(int32_t type);
+const char* JobStatusWords(int32_t status);
+
+}  // namespace ctl
