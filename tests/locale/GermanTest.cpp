@@ -11,7 +11,7 @@
 #include "core/report/KTReportLine.h"
 #include "kit/storage/NodeAttributes.h"
 #include "locale/LanguageFile.h"
-#include "tests/core/TemporaryFolder.h"
+#include "tests/TemporaryFolder.h"
 
 using namespace locale_build;
 using testing::IsEmpty;
