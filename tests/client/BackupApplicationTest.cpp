@@ -1,0 +1,326 @@
+#include "client/app/BackupApplication.h"
+
+#include <gtest/gtest.h>
+
+#include <QElapsedTimer>
+#include <QGuiApplication>
+#include <QTimer>
+
+#include "client/app/Product.h"
+#include "core/files/HeaderFile.h"
+#include "core/locale/TextTable.h"
+#include "tests/client/ClientTesting.h"
+
+namespace {
+
+using namespace client_testing;
+using namespace std::chrono_literals;
+
+BMessage Property(const char* name, uint32_t form = "SDIR"_code) {
+    BMessage specifier(form), question("PGET"_code);
+    specifier.Add("property", name);
+    question.Add("specifiers", specifier);
+    return question;
+}
+
+// --- start --------------------------------------------------------------------------------------
+
+TEST(BackupApplicationStart, MakesFoldersLaunchesTheServerRegistersAndShowsTheWindow) {
+    ClientHouse house;
+    house.Start();
+    EXPECT_TRUE(std::filesystem::is_directory(house.folder / "program/jobsettings"));
+    EXPECT_TRUE(std::filesystem::is_directory(house.folder / "program/locale"));
+    const auto registered = house.Seen("KTAD"_code);
+    ASSERT_EQ(registered.size(), 1u);
+    EXPECT_EQ(registered[0].Get<int32_t>("client_id", 0), house.application->Team());
+    EXPECT_TRUE(house.Window()->isVisible());
+    EXPECT_EQ(house.Window()->geometry(), QRect(QPoint(50, 80), QPoint(600, 435)));
+    EXPECT_EQ(Pref->GetRect("KT_MAINWINPOS"), (BRect{50, 80, 600, 435}));
+    EXPECT_TRUE(house.dialogs.Alerts().empty());
+}
+
+TEST(BackupApplicationStart, AttachesToARunningServerAndLeavesItRunning) {
+    ClientHouse house;
+    BRoster roster(house.setup.application.runDirectory);
+    const auto launched = roster.Launch(SCRIPTED_SERVER);
+    ASSERT_TRUE(launched);
+    ASSERT_TRUE(roster.WaitForTeam(*launched, 20000));
+    house.Start();
+    EXPECT_EQ(house.ServerTeam(), *launched);
+    EXPECT_EQ(house.Seen("KTAD"_code).size(), 1u);
+    house.application.reset();
+    EXPECT_EQ(house.ServerTeam(), *launched);
+}
+
+TEST(BackupApplicationStart, AFrameWithoutWidthIsReplacedAndAnyOtherIsUsedAsItIs) {
+    ClientHouse house;
+    {
+        Preferences stored((house.folder / "program/Backup.prefs").c_str(), "KTBACKUP");
+        stored.Set("KT_MAINWINPOS", BRect{-400, -300, 299, 199});
+        ASSERT_EQ(stored.Save(), 0);
+    }
+    house.Start();
+    EXPECT_EQ(house.Window()->geometry(), QRect(-400, -300, 700, 500));
+}
+
+TEST(BackupApplicationStart, AnUnfitDeviceIsSaidAndTheProgramEndsAfterwards) {
+    ClientHouse house;
+    house.setup.isReadOnly = [](const std::string&) { return true; };
+    house.setup.supportsAttributes = [](const std::string&) { return false; };
+    house.Start();
+    ASSERT_EQ(house.dialogs.Alerts().size(), 2u);
+    const auto& first = house.dialogs.Alerts()[0];
+    EXPECT_EQ(first.title, "Backup");
+    EXPECT_EQ(first.text, "ERROR: Velmora Backup can't be started from a read only device!");
+    EXPECT_EQ(first.buttons, QStringList("Stop"));
+    EXPECT_EQ(first.kind, KTAlertRequest::Kind::Stop);
+    EXPECT_EQ(house.dialogs.Alerts()[1].text,
+              "ERROR: Velmora Backup can't be started from a device that doesn't support file "
+              "attributes!");
+    EXPECT_TRUE(WaitFor([&] { return !house.Window()->isVisible(); }));
+}
+
+TEST(BackupApplicationStart, WithoutAServerItSaysSoAndEnds) {
+    ClientHouse house(false);
+    house.Start();
+    ASSERT_EQ(house.dialogs.Alerts().size(), 1u);
+    EXPECT_EQ(house.dialogs.Alerts()[0].text,
+              "ERROR: Can't start Backup Server! Failed to find program 'BackupServer'.");
+    EXPECT_EQ(house.dialogs.Alerts()[0].buttons, QStringList("Stop"));
+    EXPECT_FALSE(house.application->PostServer(BMessage("KTJP"_code)));
+    EXPECT_FALSE(house.application->AskServer(BMessage("KTJL"_code)));
+    EXPECT_TRUE(WaitFor([&] { return !house.Window()->isVisible(); }));
+}
+
+// --- routing ------------------------------------------------------------------------------------
+
+TEST(BackupApplicationRouting, ASubmittedJobCarriesTheClientId) {
+    ClientHouse house;
+    house.Start();
+    BMessage job("KTJA"_code);
+    job.Add("client_id", int32_t{99});
+    house.application->PostApplication(job);
+    ASSERT_TRUE(WaitFor([&] { return house.Seen("KTJA"_code).size() == 1; }));
+    const BMessage seen = house.Seen("KTJA"_code)[0];
+    ASSERT_EQ(seen.Count("client_id"), 2);
+    EXPECT_EQ(seen.Get<int32_t>("client_id", 0, 0), 99);
+    EXPECT_EQ(seen.Get<int32_t>("client_id", 0, 1), house.application->Team());
+}
+
+TEST(BackupApplicationRouting, ARelayedQuestionHoldsUpNobodyElse) {
+    ClientHouse house;
+    house.Start();
+    house.Order("tSEE"_code);
+    house.Server().SendMessage("tHLD"_code);
+    BMessage answer;
+    std::atomic<bool> answered = false;
+    const BMessenger application(house.application.get());
+    application.Ask(BMessage("KTLR"_code), [&](BSendResult, BMessage given) {
+        answer = std::move(given);
+        answered = true;
+    });
+    ASSERT_TRUE(WaitFor([&] { return house.Seen("KTLR"_code).size() == 1; }));
+    EXPECT_EQ(house.AskFromOutside(Property("DefaultLanguage")).what, "RPLY"_code);
+    EXPECT_FALSE(answered);
+    house.Server().SendMessage("tFRE"_code);
+    ASSERT_TRUE(WaitFor([&] { return answered.load(); }));
+    EXPECT_EQ(answer.what, "KTLi"_code) << "whatever code the server answered with";
+    EXPECT_EQ(answer.Get("to", std::string()), "KTLR");
+}
+
+TEST(BackupApplicationRouting, ARelayedQuestionEndsEmptyWithTheServer) {
+    ClientHouse house;
+    house.Start();
+    house.Server().SendMessage("tHLD"_code);
+    BMessage answer("none"_code);
+    std::atomic<int> answered = 0;
+    const BMessenger application(house.application.get());
+    const auto ask = [&] {
+        application.Ask(BMessage("ktpc"_code), [&](BSendResult, BMessage given) {
+            answer = std::move(given);
+            ++answered;
+        });
+    };
+    ask();
+    ASSERT_TRUE(WaitFor([&] { return house.Seen("ktpc"_code).size() == 1; }));
+    house.EndServer();
+    ASSERT_TRUE(WaitFor([&] { return answered == 1; }));
+    EXPECT_EQ(answer, BMessage("ktpr"_code));
+    ask();
+    ASSERT_TRUE(WaitFor([&] { return answered == 2; }));
+    EXPECT_EQ(answer, BMessage("ktpr"_code));
+}
+
+TEST(BackupApplicationRouting, ScriptingAnswersExactNamesOnly) {
+    ClientHouse house;
+    house.Start();
+    const BMessage texts = house.AskFromOutside(Property("DefaultText"));
+    EXPECT_EQ(texts.what, "RPLY"_code);
+    ASSERT_EQ(texts.Count("result"), 328);
+    EXPECT_EQ(texts.Get("result", std::string(), 327), core::kTextTable[327]);
+    EXPECT_EQ(house.AskFromOutside(Property("DefaultLanguage")).Get("result", std::string()),
+              "English");
+    EXPECT_EQ(house.AskFromOutside(Property("TextAppID")).Get("result", std::string()),
+              "velmora backup locale");
+    BMessage last = Property("DefaultText");
+    last.Add("specifiers", Property("TextAppID").Get("specifiers", BMessage()));
+    EXPECT_EQ(house.AskFromOutside(last).Count("result"), 1) << "the last specifier is the current";
+    for (const BMessage& question :
+         {Property("DefaultTexts"), Property("defaulttext"), Property(""),
+          Property("DefaultText", "SIDX"_code), BMessage("PGET"_code)}) {
+        const BMessage answer = house.AskFromOutside(question);
+        EXPECT_EQ(answer.what, "MNOT"_code);
+        EXPECT_LT(answer.Get<int32_t>("error", 0), 0);
+    }
+}
+
+TEST(BackupApplicationRouting, CommandsOfWindowsAreNotTakenFromOutside) {
+    ClientHouse house;
+    house.Start();
+    house.Order("tSEE"_code);
+    for (const uint32_t code : {"bavw"_code, "tbno"_code, "_ABR"_code, "svno"_code}) {
+        BMessage order("tSAY"_code);
+        order.Add("message", BMessage(code));
+        house.Server().SendMessage(order);
+    }
+    house.PassBarrier();
+    EXPECT_EQ(house.Window()->View("backup"), nullptr);
+    EXPECT_TRUE(house.Window()->findChild<QWidget*>("toolbar")->isVisible());
+    EXPECT_TRUE(house.dialogs.Alerts().empty());
+}
+
+TEST(BackupApplicationRouting, FilesOpenInTheirToolAndForeignOnesNowhere) {
+    ClientHouse house;
+    house.Start();
+    const auto open = [&](const std::string& path) {
+        BMessage refs("REFS"_code);
+        refs.Add("refs", entry_ref{path});
+        house.Order("tSEE"_code);
+        BMessage order("tSAY"_code);
+        order.Add("message", refs);
+        house.Server().SendMessage(order);
+        house.PassBarrier();
+    };
+    open(house.folder.Write("note", "a text"));
+    open(house.folder / "missing");
+    EXPECT_EQ(Pref->GetInt8("lastview", 0), 0);
+    ASSERT_EQ(core::SaveHeaderFile(house.folder / "job", core::kCompareJobMagic, BMessage()),
+              core::HeaderSave::Good);
+    open(house.folder / "job");
+    EXPECT_TRUE(WaitFor([&] { return house.Window()->View("compare") != nullptr; }));
+    EXPECT_EQ(Pref->GetInt8("lastview", 0), 5);
+}
+
+TEST(BackupApplicationRouting, AQuitRequestFromOutsideSavesAndCloses) {
+    ClientHouse house;
+    house.Start();
+    BMessage order("tSAY"_code);
+    order.Add("message", BMessage("_QRQ"_code));
+    house.Server().SendMessage(order);
+    EXPECT_TRUE(WaitFor([&] { return !house.Window()->isVisible(); }));
+    EXPECT_TRUE(std::filesystem::exists(house.folder / "program/Backup.prefs"));
+}
+
+// --- the server goes ----------------------------------------------------------------------------
+
+TEST(BackupApplicationServer, IsLaunchedAgainForAJob) {
+    ClientHouse house;
+    house.Start();
+    house.EndServer();
+    house.application->PostApplication(BMessage("KTJA"_code));
+    ASSERT_TRUE(WaitFor([&] { return house.ServerTeam() != 0; }));
+    ASSERT_TRUE(WaitFor([&] { return house.Seen("KTJA"_code).size() == 1; }));
+    EXPECT_EQ(house.Seen("KTAD"_code).size(), 1u) << "registered again";
+    EXPECT_TRUE(house.dialogs.Alerts().empty());
+}
+
+TEST(BackupApplicationServer, ThatCannotBeLaunchedAgainIsSaidAndTheWindowStays) {
+    ClientHouse house;
+    house.Start();
+    std::filesystem::remove(house.ServerFolder() + "/BackupServer");
+    house.EndServer();
+    house.application->PostApplication(BMessage("KTJP"_code));  // nothing is started by that
+    house.application->PostApplication(BMessage("KTbg"_code));
+    ASSERT_TRUE(WaitFor([&] { return !house.dialogs.Alerts().empty(); }));
+    EXPECT_EQ(house.dialogs.Alerts()[0].text, client::kNoServerText);
+    Settle();
+    EXPECT_EQ(house.dialogs.Alerts().size(), 1u);
+    EXPECT_TRUE(house.Window()->isVisible());
+}
+
+// --- questions from a window --------------------------------------------------------------------
+
+TEST(AskServer, GivesTheAnswer) {
+    ClientHouse house;
+    house.Start();
+    const auto answer = house.application->AskServer(BMessage("KTJL"_code));
+    ASSERT_TRUE(answer);
+    EXPECT_EQ(answer->Get("to", std::string()), "KTJL");
+}
+
+TEST(AskServer, GivesUpInTimeAndDropsALateAnswer) {
+    ClientHouse house;
+    house.setup.answerPatience = 400ms;
+    house.Start();
+    house.Server().SendMessage("tHLD"_code);
+    Listener listener;
+    bool painted = false, waitCursor = false;
+    QTimer::singleShot(50, [&] {
+        painted = true;
+        WindowLooper()->PostMessage("told"_code, &listener);
+    });
+    QTimer::singleShot(350, [&] {
+        waitCursor = QGuiApplication::overrideCursor() &&
+                     QGuiApplication::overrideCursor()->shape() == Qt::WaitCursor;
+        EXPECT_TRUE(listener.heard.empty()) << "messages stay queued while a question is open";
+    });
+    EXPECT_FALSE(house.application->AskServer(BMessage("KTJL"_code)));
+    EXPECT_TRUE(painted);
+    EXPECT_TRUE(waitCursor);
+    EXPECT_EQ(QGuiApplication::overrideCursor(), nullptr);
+    EXPECT_TRUE(WaitFor([&] { return listener.heard.size() == 1; }));
+
+    // The held answer comes now; it must not be taken for that of the next question.
+    house.Server().SendMessage("tFRE"_code);
+    const auto next = house.application->AskServer(BMessage("rpGL"_code));
+    ASSERT_TRUE(next);
+    EXPECT_EQ(next->Get("to", std::string()), "rpGL");
+}
+
+TEST(AskServer, EndsWithTheServer) {
+    ClientHouse house;
+    house.setup.answerPatience = 60s;
+    house.Start();
+    house.Server().SendMessage("tHLD"_code);
+    QTimer::singleShot(50, [&] { house.Server().SendMessage("tDIE"_code); });
+    QElapsedTimer timer;
+    timer.start();
+    EXPECT_FALSE(house.application->AskServer(BMessage("KTJL"_code)));
+    EXPECT_LT(timer.elapsed(), 20'000);
+}
+
+TEST(AskServer, WorksFromWithinAMessageWithOthersBehindIt) {
+    ClientHouse house;
+    house.setup.answerPatience = 200ms;
+    house.Start();
+    house.Server().SendMessage("tHLD"_code);
+    class View : public Listener {
+    public:
+        explicit View(BackupApplication* application) : fApplication(application) {}
+        void MessageReceived(BMessage& message) override {
+            if (message.what == "fill"_code) {
+                EXPECT_FALSE(fApplication->AskServer(BMessage("KTJL"_code)));
+                EXPECT_TRUE(heard.empty());
+            }
+            Listener::MessageReceived(message);
+        }
+        BackupApplication* fApplication;
+    } view(house.application.get());
+    WindowLooper()->PostMessage("fill"_code, &view);
+    for (int i = 0; i < 100; ++i)
+        WindowLooper()->PostMessage("told"_code, &view);
+    ASSERT_TRUE(WaitFor([&] { return view.heard.size() == 101; }));
+    EXPECT_EQ(view.heard[0].what, "fill"_code);
+}
+
+}  // namespace
