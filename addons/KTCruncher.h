@@ -1,9 +1,10 @@
-// KTCruncher: a compressor. Compresses frames of a few MiB, each into one complete frame of its format,
-// so that the frames of a file joined are a valid file for the stock tool.
+// KTCruncher: a compressor. Compresses frames of a few MiB, each into one complete frame of its
+// format, so that the frames of a file joined are a valid file for the stock tool.
 //
 // An add-on is a shared object in Backup_Server/add-ons/compressors that exports
 //
-//     extern "C" KTCruncher* instantiate_ktcruncher();     // null on failure; the caller deletes it
+//     extern "C" KTCruncher* instantiate_ktcruncher();     // null on failure; the caller deletes
+//     it
 //
 // The rules of addons/KTVolume.h hold here too.
 #pragma once
@@ -22,8 +23,8 @@ public:
     virtual ~KTCruncherContext() = default;
     // `out` is replaced by exactly one frame.
     virtual kit::Status Compress(std::span<const uint8_t> in, Bytes* out) = 0;
-    // `out` is replaced by the content of one frame, refused (TooLarge) above `limit` bytes. Input is
-    // hostile: Damaged is the answer to anything that is not one whole frame.
+    // `out` is replaced by the content of one frame, refused (TooLarge) above `limit` bytes. Input
+    // is hostile: Damaged is the answer to anything that is not one whole frame.
     virtual kit::Status Decompress(std::span<const uint8_t> in, size_t limit, Bytes* out) = 0;
 };
 
@@ -31,7 +32,8 @@ class KTCruncher : public KTSettingsOwner {
 public:
     virtual ~KTCruncher() = default;
 
-    // --- what the client uses, in this order ------------------------------------------------------
+    // --- what the client uses, in this order
+    // ------------------------------------------------------
     virtual int32_t Archive(BMessage* message, bool deep) const = 0;
     virtual bool HasSettings() const = 0;
     // 'crnw' goes to `target` when the settings changed.
@@ -41,9 +43,11 @@ public:
     virtual const char* MenuName() const = 0;
     virtual const char* Description() const = 0;  // valid until the settings change
 
-    // --- what the engine uses ----------------------------------------------------------------------
+    // --- what the engine uses
+    // ----------------------------------------------------------------------
     virtual const char* Suffix() const = 0;  // of files, with the dot: ".zst"; "" for none
-    virtual const char* StockCommand() const = 0;  // that unpacks a file to stdout: "zstd -d"; "" for none
+    virtual const char* StockCommand()
+        const = 0;  // that unpacks a file to stdout: "zstd -d"; "" for none
     virtual std::unique_ptr<KTCruncherContext> NewContext() const = 0;
 };
 

@@ -1,13 +1,13 @@
-// KTVolume: a destination, the place where backups lie. One class serves both programs: the client asks
-// it for its name, medium and settings; the server's engine writes to it and reads from it.
+// KTVolume: a destination, the place where backups lie. One class serves both programs: the client
+// asks it for its name, medium and settings; the server's engine writes to it and reads from it.
 //
 // An add-on is a shared object in Backup_Server/add-ons/destination that exports
 //
 //     extern "C" KTVolume* instantiate_ktvolume();     // null on failure; the caller deletes it
 //
-// It links the kit, never a window toolkit, and lets no exception out. Loading it runs nothing heavy and
-// shows nothing. The table of slots is append-only. Unless a comment says otherwise an object is used by
-// one thread at a time. docs/add-ons.md tells how to write one.
+// It links the kit, never a window toolkit, and lets no exception out. Loading it runs nothing
+// heavy and shows nothing. The table of slots is append-only. Unless a comment says otherwise an
+// object is used by one thread at a time. docs/add-ons.md tells how to write one.
 #pragma once
 
 #include <cstdint>
@@ -36,8 +36,8 @@ struct KTVolumeFile {
 class KTVolumeWriter {
 public:
     virtual ~KTVolumeWriter() = default;
-    // All of `data` or an error (ErrorKind::Full when the place is full). After an error only Truncate
-    // and destruction are allowed.
+    // All of `data` or an error (ErrorKind::Full when the place is full). After an error only
+    // Truncate and destruction are allowed.
     virtual kit::Status Write(std::span<const uint8_t> data) = 0;
     // Cuts the file back to `size` bytes, so that a write that did not fit whole can be taken back.
     virtual kit::Status Truncate(int64_t size) = 0;
@@ -49,32 +49,36 @@ class KTVolume : public KTSettingsOwner {
 public:
     virtual ~KTVolume() = default;
 
-    // --- what the client uses, in this order ------------------------------------------------------
-    // Fills `message` with the settings, "addon" (the file name of this add-on) included. 0 or an error.
+    // --- what the client uses, in this order
+    // ------------------------------------------------------ Fills `message` with the settings,
+    // "addon" (the file name of this add-on) included. 0 or an error.
     virtual int32_t Archive(BMessage* message, bool deep) const = 0;
     virtual bool IsOverwrite() const = 0;
     virtual void SetOverwrite(bool overwrite) = 0;
     // The medium in words, as the overwrite question names it; "" when none is set. Valid until the
     // settings change. Must not touch the medium.
     virtual const char* MediaName() const = 0;
-    // Hands the description of the settings window to `parent`. 'news' goes to `target` when they changed.
+    // Hands the description of the settings window to `parent`. 'news' goes to `target` when they
+    // changed.
     virtual void ShowSettings(KTSettingsHost* parent, const BMessenger& target,
                               const char* language) = 0;
     virtual void SetSettings(const BMessage& settings) = 0;  // an empty message means defaults
     virtual void GetSettings(BMessage* settings) const = 0;
     virtual const char* MenuName() const = 0;
 
-    // --- what the engine uses ----------------------------------------------------------------------
-    // The place is there and can be used as set; tells a missing one from a read-only or denied one.
+    // --- what the engine uses
+    // ---------------------------------------------------------------------- The place is there and
+    // can be used as set; tells a missing one from a read-only or denied one.
     virtual kit::Status CheckAccess() = 0;
     virtual kit::Result<KTVolumeSpace> Space() = 0;
     // Bytes that one file of a backup may have; 0: no limit.
     virtual int64_t MediaSize() const = 0;
-    // The directory where backups lie when it is one of this machine's, else "": so that a backup of its
-    // own destination can leave it out.
+    // The directory where backups lie when it is one of this machine's, else "": so that a backup
+    // of its own destination can leave it out.
     virtual std::string LocalDirectory() const = 0;
 
-    // A backup under way is the folder NAME.partial. Files are made in it in any order, one at a time.
+    // A backup under way is the folder NAME.partial. Files are made in it in any order, one at a
+    // time.
     virtual kit::Status BeginBackup(const std::string& name) = 0;
     virtual kit::Result<std::unique_ptr<KTVolumeWriter>> CreateFile(const std::string& name,
                                                                     const std::string& file) = 0;
@@ -85,8 +89,8 @@ public:
 
     virtual kit::Result<std::vector<std::string>> ListBackups() = 0;  // folders, partial ones too
     virtual kit::Result<std::vector<KTVolumeFile>> ListFiles(const std::string& folder) = 0;
-    // Reads up to into.size() bytes at `offset`; fewer only at the end of the file. Any thread, several at
-    // once.
+    // Reads up to into.size() bytes at `offset`; fewer only at the end of the file. Any thread,
+    // several at once.
     virtual kit::Result<size_t> ReadAt(const std::string& folder, const std::string& file,
                                        int64_t offset, std::span<uint8_t> into) = 0;
     // A small file beside the backups (README.txt), replaced whole.
