@@ -70,6 +70,14 @@ Statement& Statement::Bind(int index, std::span<const uint8_t> blob) {
     return *this;
 }
 
+Statement& Statement::Reset() {
+    if (fStatement) {
+        sqlite3_reset(fStatement.get());
+        fCode = SQLITE_OK;
+    }
+    return *this;
+}
+
 bool Statement::Next() {
     if (fCode != SQLITE_OK && fCode != SQLITE_ROW) return false;
     fCode = sqlite3_step(fStatement.get());
@@ -142,6 +150,18 @@ kit::Result<Database> Database::Open(const std::string& path) {
 
 kit::Result<Database> Database::OpenReadOnly(const std::string& path) {
     return OpenWith(path, SQLITE_OPEN_READONLY);
+}
+
+kit::Result<Database> Database::OpenScratch(const std::string& path) {
+    auto database = OpenWith(path, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE);
+    if (!database) return database;
+    ::chmod(path.c_str(), 0600);
+    if (auto set = database->Execute("PRAGMA page_size=8192; PRAGMA journal_mode=OFF;"
+                                     "PRAGMA synchronous=OFF; PRAGMA locking_mode=EXCLUSIVE;");
+        !set) {
+        return set.error();
+    }
+    return database;
 }
 
 kit::Status Database::Execute(const char* sql) {

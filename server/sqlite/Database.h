@@ -28,6 +28,8 @@ public:
     Statement& Bind(int index,
                     std::string_view text);  // any bytes; must live until the statement ran
     Statement& Bind(int index, std::span<const uint8_t> blob);  // the same
+    // Makes the statement ready to be bound and stepped from the beginning, whatever it did before.
+    Statement& Reset();
 
     // Steps to the next row; false at the end and on an error (ask Result).
     bool Next();
@@ -58,6 +60,9 @@ public:
     static kit::Result<Database> Open(const std::string& path);
     // For readers beside a writer; the file must be there.
     static kit::Result<Database> OpenReadOnly(const std::string& path);
+    // Opens or makes a file that nobody relies on before it is finished and synced by its owner: no
+    // journal, nothing is synced. A crash leaves a damaged one.
+    static kit::Result<Database> OpenScratch(const std::string& path);
 
     kit::Status Execute(const char* sql);  // one or several statements without results
     Statement Prepare(const char* sql);    // a mistake in it shows in the first step

@@ -1,0 +1,152 @@
+#include "server/catalogue/CatalogueReader.h"
+
+#include <sys/stat.h>
+
+namespace server {
+
+namespace {
+
+// The columns of an entry in the order in which ReadEntry takes them.
+#define VELMORA_ENTRY_COLUMNS                                                               \
+    "e.id, e.name, e.mode, e.uid, e.gid, e.size, e.modified, e.changed, e.frame, e.offset," \
+    " e.link, e.incomplete"
+
+CatalogueEntry ReadEntry(const Statement& row) {
+    CatalogueEntry entry;
+    entry.id = static_cast<int32_t>(row.Integer(0));
+    entry.name = row.Text(1);
+    entry.mode = static_cast<uint32_t>(row.Integer(2));
+    entry.uid = static_cast<uint32_t>(row.Integer(3));
+    entry.gid = static_cast<uint32_t>(row.Integer(4));
+    entry.size = row.Integer(5);
+    entry.modified = row.Integer(6);
+    entry.changed = row.Integer(7);
+    entry.frame = row.Integer(8);
+    entry.offset = row.Integer(9);
+    entry.link = static_cast<int32_t>(row.Integer(10));
+    entry.incomplete = row.Integer(11) != 0;
+    return entry;
+}
+
+}  // namespace
+
+kit::Result<CatalogueReader> CatalogueReader::Open(const std::string& path) {
+    auto database = Database::OpenReadOnly(path);
+    if (!database) return database.error();
+    // A hostile file must not bring code of its own along.
+    if (auto set = database->Execute("PRAGMA trusted_schema=OFF"); !set) return set.error();
+    {
+        Statement version = database->Prepare("SELECT version FROM catalogue");
+        if (!version.Next()) {
+            if (auto result = version.Result(); !result) return result.error();
+            return kit::Error::Make(kit::ErrorKind::Damaged, path, "no catalogue");
+        }
+        if (version.Integer(0) > kCatalogueVersion) {
+            return kit::Error::Make(kit::ErrorKind::Unsupported, path, "made by a later version");
+        }
+    }
+    CatalogueReader reader(std::move(*database));
+    for (Statement* statement : {&reader.fEntry, &reader.fDirectory, &reader.fFrame}) {
+        if (!statement->Result()) {
+            return kit::Error::Make(kit::ErrorKind::Damaged, path, "tables");
+        }
+    }
+    return reader;
+}
+
+CatalogueReader::CatalogueReader(Database database)
+    : fDatabase(std::make_unique<Database>(std::move(database))),
+      fEntry(fDatabase->Prepare("SELECT " VELMORA_ENTRY_COLUMNS " FROM entries e WHERE e.id = ?1")),
+      fDirectory(fDatabase->Prepare(
+          "SELECT id, first, count, frame, offset FROM directories WHERE id = ?1")),
+      fFrame(fDatabase->Prepare(
+          "SELECT id, medium, offset, size, content, hash FROM frames WHERE id = ?1")) {}
+
+std::optional<CatalogueEntry> CatalogueReader::EntryAt(int32_t id) {
+    if (!fEntry.Reset().Bind(1, int64_t{id}).Next()) return std::nullopt;
+    return ReadEntry(fEntry);
+}
+
+std::optional<CatalogueDirectory> CatalogueReader::DirectoryAt(int32_t id) {
+    if (!fDirectory.Reset().Bind(1, int64_t{id}).Next()) return std::nullopt;
+    CatalogueDirectory directory;
+    directory.id = id;
+    const int64_t first = fDirectory.Integer(1), count = fDirectory.Integer(2);
+    if (first < 0 || count < 0 || first + count > INT32_MAX) return std::nullopt;
+    directory.first = static_cast<int32_t>(first);
+    directory.count = static_cast<int32_t>(count);
+    directory.frame = fDirectory.Integer(3);
+    directory.offset = fDirectory.Integer(4);
+    return directory;
+}
+
+std::optional<CatalogueFrame> CatalogueReader::FrameAt(int64_t id) {
+    if (!fFrame.Reset().Bind(1, id).Next()) return std::nullopt;
+    CatalogueFrame frame;
+    frame.id = fFrame.Integer(0);
+    frame.medium = static_cast<int32_t>(fFrame.Integer(1));
+    frame.offset = fFrame.Integer(2);
+    frame.size = fFrame.Integer(3);
+    frame.content = fFrame.Integer(4);
+    frame.hash = static_cast<uint64_t>(fFrame.Integer(5));
+    return frame;
+}
+
+std::optional<CatalogueEntry> CatalogueReader::Find(const CatalogueDirectory& directory,
+                                                    std::string_view name) {
+    int32_t low = directory.first, high = directory.first + directory.count;
+    while (low < high) {
+        const int32_t middle = low + (high - low) / 2;
+        auto entry = EntryAt(middle);
+        if (!entry) return std::nullopt;
+        const int order = std::string_view(entry->name).compare(name);
+        if (order == 0) return entry;
+        if (order < 0) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
+    }
+    return std::nullopt;
+}
+
+std::optional<CatalogueEntry> CatalogueReader::Lookup(std::string_view path) {
+    std::optional<CatalogueEntry> entry;
+    int32_t parent = kCatalogueRoot;
+    while (!path.empty()) {
+        const size_t slash = path.find('/');
+        const std::string_view name = path.substr(0, slash);
+        path = slash == std::string_view::npos ? "" : path.substr(slash + 1);
+        auto directory = DirectoryAt(parent);
+        if (!directory) return std::nullopt;
+        entry = Find(*directory, name);
+        if (!entry) return std::nullopt;
+        parent = entry->id;
+    }
+    return entry;
+}
+
+kit::Status CatalogueReader::Children(const CatalogueDirectory& directory, const Visitor& visit) {
+    Statement rows = fDatabase->Prepare(
+        "SELECT " VELMORA_ENTRY_COLUMNS
+        ", f.id, f.medium, f.offset, f.size, f.content, f.hash FROM entries e"
+        " LEFT JOIN frames f ON f.id = e.frame WHERE e.id >= ?1 AND e.id < ?2 ORDER BY e.id");
+    rows.Bind(1, int64_t{directory.first}).Bind(2, int64_t{directory.first} + directory.count);
+    while (rows.Next()) {
+        CatalogueFrame frame;
+        frame.id = rows.Integer(12);
+        frame.medium = static_cast<int32_t>(rows.Integer(13));
+        frame.offset = rows.Integer(14);
+        frame.size = rows.Integer(15);
+        frame.content = rows.Integer(16);
+        frame.hash = static_cast<uint64_t>(rows.Integer(17));
+        if (!visit(ReadEntry(rows), frame)) return {};
+    }
+    return rows.Result();
+}
+
+int32_t CatalogueTypeOf(uint32_t mode) {
+    return S_ISDIR(mode) ? 1 : S_ISLNK(mode) ? 2 : 0;
+}
+
+}  // namespace server

@@ -1,0 +1,52 @@
+// Reads one backup's catalogue: a path, the children of a directory, where an entry's data lies.
+// The file may come from a foreign medium: whatever is in it, a call gives rows or an error.
+//
+// One thread at a time; readers are made where they are needed (some 100 µs).
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+
+#include "kit/support/Result.h"
+#include "server/catalogue/CatalogueTypes.h"
+#include "server/sqlite/Database.h"
+
+namespace server {
+
+class CatalogueReader {
+public:
+    // Unsupported: made by a later version.
+    static kit::Result<CatalogueReader> Open(const std::string& path);
+
+    std::optional<CatalogueEntry> EntryAt(int32_t id);
+    std::optional<CatalogueDirectory> DirectoryAt(int32_t id);
+    std::optional<CatalogueFrame> FrameAt(int64_t id);
+
+    // The child of that name, by bisecting.
+    std::optional<CatalogueEntry> Find(const CatalogueDirectory& directory, std::string_view name);
+    // "Volume/directory/name"; "" gives nothing: the root is no entry.
+    std::optional<CatalogueEntry> Lookup(std::string_view path);
+
+    // Entries in byte order of their names, each with the place of its data's frame; `visit`
+    // returns false to stop. The medium and offset of a directory's own header are not in it.
+    using Visitor = std::function<bool(const CatalogueEntry& entry, const CatalogueFrame& frame)>;
+    kit::Status Children(const CatalogueDirectory& directory, const Visitor& visit);
+
+    Database& File() { return *fDatabase; }
+
+private:
+    explicit CatalogueReader(Database database);
+
+    // The statements end before the database.
+    std::unique_ptr<Database> fDatabase;
+    Statement fEntry, fDirectory, fFrame;
+};
+
+// Below a volume 0 file (also devices and FIFOs), 1 directory, 2 symbolic link; a volume itself
+// is 3.
+int32_t CatalogueTypeOf(uint32_t mode);
+inline constexpr int32_t kCatalogueVolumeType = 3;
+
+}  // namespace server

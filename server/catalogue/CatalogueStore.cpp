@@ -1,0 +1,295 @@
+#include "server/catalogue/CatalogueStore.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <map>
+#include <mutex>
+
+#include "kit/support/UniqueFd.h"
+#include "server/archive/Format.h"
+#include "server/catalogue/CatalogueReader.h"
+
+namespace server {
+
+namespace {
+
+using kit::Error;
+using kit::ErrorKind;
+using kit::Status;
+
+constexpr std::string_view kSuffix = ".db";
+constexpr std::string_view kNewSuffix = ".new";
+constexpr std::string_view kDamagedSuffix = ".damaged";
+constexpr int32_t kBackupType = -1;
+
+// What only this machine's copy has: the one on the destination is without it.
+constexpr char kBackupTable[] =
+    "CREATE TABLE backup(name TEXT NOT NULL, title TEXT NOT NULL, type INTEGER NOT NULL,"
+    " job_id INTEGER NOT NULL, base_id INTEGER NOT NULL, start INTEGER NOT NULL,"
+    " files INTEGER NOT NULL, bytes INTEGER NOT NULL, protected INTEGER NOT NULL,"
+    " addon TEXT NOT NULL, volume BLOB NOT NULL, media_name TEXT NOT NULL)";
+
+Status WriteInfo(const std::string& path, const BackupInfo& info) {
+    auto database = Database::OpenScratch(path);
+    if (!database) return database.error();
+    Database::Transaction transaction(*database);
+    if (Status status = database->Execute(kBackupTable); !status) return status;
+    const Bytes settings = info.volumeSettings.Flatten();
+    Statement insert =
+        database->Prepare("INSERT INTO backup VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12)");
+    insert.Bind(1, std::string_view(info.name))
+        .Bind(2, std::string_view(info.title))
+        .Bind(3, static_cast<int64_t>(info.type))
+        .Bind(4, int64_t{info.jobId})
+        .Bind(5, int64_t{info.baseId})
+        .Bind(6, info.start)
+        .Bind(7, info.files)
+        .Bind(8, info.bytes)
+        .Bind(9, int64_t{info.isProtected})
+        .Bind(10, std::string_view(info.addon))
+        .Bind(11, std::span<const uint8_t>(settings))
+        .Bind(12, std::string_view(info.mediaName));
+    if (Status status = insert.Run(); !status) return status;
+    return transaction.Commit();
+}
+
+kit::Result<BackupInfo> ReadInfo(const std::string& path) {
+    auto reader = CatalogueReader::Open(path);
+    if (!reader) return reader.error();
+    Statement row = reader->File().Prepare(
+        "SELECT name, title, type, job_id, base_id, start, files, bytes, protected, addon, volume,"
+        " media_name FROM backup");
+    if (!row.Next()) return Error::Make(ErrorKind::Damaged, path, "says not what it is");
+    BackupInfo info;
+    info.name = row.Text(0);
+    info.title = row.Text(1);
+    const int64_t type = row.Integer(2);
+    info.jobId = static_cast<int32_t>(row.Integer(3));
+    info.baseId = static_cast<int32_t>(row.Integer(4));
+    info.start = row.Integer(5);
+    info.files = row.Integer(6);
+    info.bytes = row.Integer(7);
+    info.isProtected = row.Integer(8) != 0;
+    info.addon = row.Text(9);
+    auto settings = BMessage::Unflatten(row.Blob(10));
+    info.mediaName = row.Text(11);
+    if (type < 1 || type > 3 || !settings) return Error::Make(ErrorKind::Damaged, path, "values");
+    info.type = static_cast<core::JobType>(type);
+    info.volumeSettings = std::move(*settings);
+    return info;
+}
+
+Status SyncPath(const std::string& path, int flags) {
+    kit::UniqueFd fd(::open(path.c_str(), flags | O_CLOEXEC));
+    if (!fd.IsOpen()) return Error::FromErrno(errno, path, "open");
+    if (::fsync(fd.Get()) != 0) return Error::FromErrno(errno, path, "sync");
+    return {};
+}
+
+void AddBackup(BMessage& list, const BackupInfo& info) {
+    list.Add("type", kBackupType);
+    list.Add("mode", static_cast<int32_t>(info.type));
+    list.Add("name", info.name);
+    list.Add("date", BTime::FromSeconds(info.start));
+    list.Add("title", info.title);
+    list.Add("base_id", info.baseId);
+    list.Add("job_id", info.jobId);
+    list.Add("size", int64_t{-1});
+    list.Add("medianr", int32_t{1});
+    list.Add("offset", int64_t{0});
+    list.Add("index", kCatalogueRoot);
+}
+
+// The children's arrays, each column filled as one block.
+BMessage ListChildren(CatalogueReader& reader, const CatalogueDirectory& directory) {
+    const bool volumes = directory.id == kCatalogueRoot;
+    std::vector<int32_t> types, media, ids;
+    std::vector<BTime> dates;
+    std::vector<int64_t> sizes, offsets;
+    BMessage list(core::code::kCatalogue);
+    const Status status =
+        reader.Children(directory, [&](const CatalogueEntry& entry, const CatalogueFrame& frame) {
+            const int32_t type = volumes ? kCatalogueVolumeType : CatalogueTypeOf(entry.mode);
+            const bool holdsOthers = type == 1 || type == kCatalogueVolumeType;
+            // A name that no message can hold is in no healthy catalogue.
+            if (!list.Add("name", entry.name)) return true;
+            types.push_back(type);
+            const int64_t second = 1'000'000'000;
+            int64_t seconds = entry.modified / second;
+            if (entry.modified % second < 0) --seconds;
+            dates.push_back(BTime::FromSeconds(seconds));
+            sizes.push_back(holdsOthers ? -1 : entry.size);
+            media.push_back(frame.medium);
+            offsets.push_back(frame.offset);
+            ids.push_back(entry.id);
+            return true;
+        });
+    if (!status || types.empty()) return BMessage(core::code::kNone);
+    list.AddArray<int32_t>("type", types);
+    list.AddArray<BTime>("date", dates);
+    list.AddArray<int64_t>("size", sizes);
+    list.AddArray<int32_t>("medianr", media);
+    list.AddArray<int64_t>("offset", offsets);
+    list.AddArray<int32_t>("index", ids);
+    return list;
+}
+
+}  // namespace
+
+struct CatalogueStore::Impl {
+    std::string folder;
+    mutable std::mutex mutex;
+    std::map<std::string, BackupInfo> backups;  // by name: oldest first
+
+    std::string PathOf(const std::string& name) const {
+        return folder + "/" + name + std::string(kSuffix);
+    }
+};
+
+CatalogueStore::CatalogueStore(std::string folder) : fImpl(std::make_unique<Impl>()) {
+    fImpl->folder = std::move(folder);
+}
+
+CatalogueStore::~CatalogueStore() = default;
+
+Status CatalogueStore::Open() {
+    const std::string& folder = fImpl->folder;
+    if (::mkdir(folder.c_str(), 0700) != 0 && errno != EEXIST) {
+        return Error::FromErrno(errno, folder, "make directory");
+    }
+    DIR* directory = ::opendir(folder.c_str());
+    if (!directory) return Error::FromErrno(errno, folder, "open");
+    std::vector<std::string> files;
+    while (const dirent* entry = ::readdir(directory))
+        files.emplace_back(entry->d_name);
+    ::closedir(directory);
+
+    std::lock_guard lock(fImpl->mutex);
+    fImpl->backups.clear();
+    for (const std::string& file : files) {
+        const std::string path = folder + "/" + file;
+        if (file.ends_with(kNewSuffix)) {
+            ::unlink(path.c_str());  // of a backup that was never completed
+            continue;
+        }
+        if (!file.ends_with(kSuffix)) continue;
+        const std::string name = file.substr(0, file.size() - kSuffix.size());
+        auto info = ReadInfo(path);
+        if (info && info->name == name) {
+            fImpl->backups.emplace(name, std::move(*info));
+        } else if (info || info.error().kind == ErrorKind::Damaged) {
+            ::rename(path.c_str(), (path + std::string(kDamagedSuffix)).c_str());
+        }
+    }
+    return {};
+}
+
+std::vector<BackupInfo> CatalogueStore::Backups() const {
+    std::lock_guard lock(fImpl->mutex);
+    std::vector<BackupInfo> all;
+    for (const auto& [name, info] : fImpl->backups)
+        all.push_back(info);
+    std::stable_sort(all.begin(), all.end(),
+                     [](const auto& a, const auto& b) { return a.start > b.start; });
+    return all;
+}
+
+std::optional<BackupInfo> CatalogueStore::Find(const std::string& name) const {
+    std::lock_guard lock(fImpl->mutex);
+    auto found = fImpl->backups.find(name);
+    if (found == fImpl->backups.end()) return std::nullopt;
+    return found->second;
+}
+
+std::optional<BackupInfo> CatalogueStore::FindByJob(int32_t jobId) const {
+    std::lock_guard lock(fImpl->mutex);
+    for (const auto& [name, info] : fImpl->backups) {
+        if (info.jobId == jobId) return info;
+    }
+    return std::nullopt;
+}
+
+std::string CatalogueStore::PathForNew(const std::string& name) const {
+    return fImpl->folder + "/" + name + std::string(kNewSuffix);
+}
+
+Status CatalogueStore::Adopt(const std::string& name, const BackupInfo& info) {
+    if (!archive::IsBackupName(name) || info.name != name) {
+        return Error::Make(ErrorKind::Invalid, name, "no backup's name");
+    }
+    const std::string path = PathForNew(name);
+    if (::access(path.c_str(), F_OK) != 0) return Error::FromErrno(errno, path, "open");
+    if (Status status = WriteInfo(path, info); !status) return status;
+    if (Status status = SyncPath(path, O_RDONLY); !status) return status;
+    const std::string final = fImpl->PathOf(name);
+    if (::rename(path.c_str(), final.c_str()) != 0) {
+        return Error::FromErrno(errno, path, "rename");
+    }
+    if (Status status = SyncPath(fImpl->folder, O_RDONLY | O_DIRECTORY); !status) return status;
+    std::lock_guard lock(fImpl->mutex);
+    fImpl->backups.insert_or_assign(name, info);
+    return {};
+}
+
+Status CatalogueStore::Remove(const std::string& name) {
+    std::lock_guard lock(fImpl->mutex);
+    auto found = fImpl->backups.find(name);
+    if (found == fImpl->backups.end()) return Error::Make(ErrorKind::NotFound, name);
+    const std::string path = fImpl->PathOf(name);
+    if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
+        return Error::FromErrno(errno, path, "delete");
+    }
+    fImpl->backups.erase(found);
+    return SyncPath(fImpl->folder, O_RDONLY | O_DIRECTORY);
+}
+
+BMessage CatalogueStore::List(std::string_view path, std::optional<int32_t>) const {
+    while (path.starts_with('/'))
+        path.remove_prefix(1);
+    while (path.ends_with('/'))
+        path.remove_suffix(1);
+    if (path.empty()) {
+        std::lock_guard lock(fImpl->mutex);
+        if (fImpl->backups.empty()) return BMessage(core::code::kNone);
+        BMessage list(core::code::kCatalogue);
+        for (const auto& [name, info] : fImpl->backups)
+            AddBackup(list, info);
+        return list;
+    }
+    const size_t slash = path.find('/');
+    const std::string backup(path.substr(0, slash));
+    const std::string_view below = slash == std::string_view::npos ? "" : path.substr(slash + 1);
+    std::string file;
+    {
+        std::lock_guard lock(fImpl->mutex);
+        if (!fImpl->backups.contains(backup)) return BMessage(core::code::kNone);
+        file = fImpl->PathOf(backup);
+    }
+    auto reader = CatalogueReader::Open(file);
+    if (!reader) return BMessage(core::code::kNone);
+    int32_t id = kCatalogueRoot;
+    if (!below.empty()) {
+        // The path names the entry exactly and is found as quickly as the index would be.
+        auto entry = reader->Lookup(below);
+        if (!entry) return BMessage(core::code::kNone);
+        id = entry->id;
+    }
+    auto directory = reader->DirectoryAt(id);
+    if (!directory) return BMessage(core::code::kNone);
+    return ListChildren(*reader, *directory);
+}
+
+BMessage CatalogueStore::ListOne(const std::string& name) const {
+    auto info = Find(name);
+    if (!info) return BMessage(core::code::kNone);
+    BMessage list(core::code::kCatalogue);
+    AddBackup(list, *info);
+    return list;
+}
+
+}  // namespace server

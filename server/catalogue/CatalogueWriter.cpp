@@ -1,0 +1,184 @@
+#include "server/catalogue/CatalogueWriter.h"
+
+#include <unistd.h>
+
+#include <limits>
+
+namespace server {
+
+namespace {
+
+constexpr size_t kBatchRows = 4096;
+constexpr size_t kMaxWaiting = 4;  // batches; more, and the backup waits for the catalogue
+
+constexpr char kTables[] =
+    "CREATE TABLE catalogue(version INTEGER NOT NULL);"
+    "CREATE TABLE entries(id INTEGER PRIMARY KEY, name BLOB NOT NULL, mode INTEGER NOT NULL,"
+    " uid INTEGER NOT NULL, gid INTEGER NOT NULL, size INTEGER NOT NULL, modified INTEGER NOT NULL,"
+    " changed INTEGER NOT NULL, frame INTEGER, offset INTEGER, link INTEGER NOT NULL,"
+    " incomplete INTEGER NOT NULL);"
+    "CREATE TABLE directories(id INTEGER PRIMARY KEY, first INTEGER NOT NULL,"
+    " count INTEGER NOT NULL, frame INTEGER, offset INTEGER);"
+    "CREATE TABLE frames(id INTEGER PRIMARY KEY, medium INTEGER NOT NULL, offset INTEGER NOT NULL,"
+    " size INTEGER NOT NULL, content INTEGER NOT NULL, hash INTEGER NOT NULL);";
+
+}  // namespace
+
+kit::Result<std::unique_ptr<CatalogueWriter>> CatalogueWriter::Create(const std::string& path) {
+    ::unlink(path.c_str());
+    auto database = Database::OpenScratch(path);
+    if (!database) return database.error();
+    if (auto made = database->Execute(kTables); !made) return made.error();
+    const std::string version =
+        "INSERT INTO catalogue VALUES(" + std::to_string(kCatalogueVersion) + ")";
+    if (auto made = database->Execute(version.c_str()); !made) return made.error();
+    if (auto begun = database->Execute("BEGIN"); !begun) return begun.error();
+    return std::unique_ptr<CatalogueWriter>(new CatalogueWriter(path, std::move(*database)));
+}
+
+CatalogueWriter::CatalogueWriter(std::string path, Database database)
+    : fPath(std::move(path)),
+      fDatabase(std::make_unique<Database>(std::move(database))),
+      fFilling(std::make_unique<Batch>()),
+      fThread([this] { WriteBatches(); }) {}
+
+CatalogueWriter::~CatalogueWriter() {
+    {
+        std::lock_guard lock(fMutex);
+        fEnd = true;
+        if (!fFinished) fWaiting.clear();
+    }
+    fChanged.notify_all();
+    if (fThread.joinable()) fThread.join();
+    fDatabase.reset();
+    if (!fFinished) ::unlink(fPath.c_str());
+}
+
+int32_t CatalogueWriter::AddEntry(const CatalogueEntry& entry, std::string_view name) {
+    if (fNextId == std::numeric_limits<int32_t>::max()) {
+        std::lock_guard lock(fMutex);
+        if (fStatus.ok()) {
+            fStatus = kit::Error::Make(kit::ErrorKind::TooLarge, fPath, "too many entries");
+        }
+        return 0;
+    }
+    EntryRow& row = fFilling->entries.emplace_back();
+    row.entry = entry;
+    row.entry.id = fNextId++;
+    fFilling->names.insert(fFilling->names.end(), name.begin(), name.end());
+    row.nameEnd = fFilling->names.size();
+    if (fFilling->Rows() >= kBatchRows) HandOver();
+    return fNextId - 1;
+}
+
+void CatalogueWriter::AddDirectory(const CatalogueDirectory& directory) {
+    fFilling->directories.push_back(directory);
+    if (fFilling->Rows() >= kBatchRows) HandOver();
+}
+
+void CatalogueWriter::AddFrame(const CatalogueFrame& frame) {
+    std::lock_guard lock(fMutex);
+    fFrames.push_back(frame);
+}
+
+bool CatalogueWriter::HasFailed() const {
+    std::lock_guard lock(fMutex);
+    return !fStatus.ok();
+}
+
+void CatalogueWriter::HandOver() {
+    std::unique_lock lock(fMutex);
+    fChanged.wait(lock, [this] { return fWaiting.size() < kMaxWaiting; });
+    fFilling->frames.swap(fFrames);
+    fWaiting.push_back(std::move(fFilling));
+    if (fSpare.empty()) {
+        fFilling = std::make_unique<Batch>();
+    } else {
+        fFilling = std::move(fSpare.back());
+        fSpare.pop_back();
+    }
+    fChanged.notify_all();
+}
+
+void CatalogueWriter::WriteBatches() {
+    Statement entry =
+        fDatabase->Prepare("INSERT INTO entries VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12)");
+    Statement directory = fDatabase->Prepare("INSERT INTO directories VALUES(?1,?2,?3,?4,?5)");
+    Statement frame = fDatabase->Prepare("INSERT INTO frames VALUES(?1,?2,?3,?4,?5,?6)");
+    std::unique_lock lock(fMutex);
+    for (;;) {
+        fChanged.wait(lock, [this] { return !fWaiting.empty() || fEnd; });
+        if (fWaiting.empty()) return;
+        std::unique_ptr<Batch> batch = std::move(fWaiting.front());
+        const bool go = fStatus.ok();  // after a failure batches are only taken away
+        lock.unlock();
+        kit::Status status;
+        if (go) status = Write(*batch, entry, directory, frame);
+        batch->entries.clear();
+        batch->names.clear();
+        batch->directories.clear();
+        batch->frames.clear();
+        lock.lock();
+        if (go && !status) fStatus = std::move(status);
+        if (!fWaiting.empty()) fWaiting.pop_front();
+        fSpare.push_back(std::move(batch));
+        fChanged.notify_all();
+    }
+}
+
+kit::Status CatalogueWriter::Write(const Batch& batch, Statement& entry, Statement& directory,
+                                   Statement& frame) {
+    size_t nameStart = 0;
+    for (const EntryRow& row : batch.entries) {
+        const CatalogueEntry& e = row.entry;
+        entry.Bind(1, int64_t{e.id})
+            .Bind(2, std::span(batch.names).subspan(nameStart, row.nameEnd - nameStart))
+            .Bind(3, int64_t{e.mode})
+            .Bind(4, int64_t{e.uid})
+            .Bind(5, int64_t{e.gid})
+            .Bind(6, e.size)
+            .Bind(7, e.modified)
+            .Bind(8, e.changed)
+            .Bind(9, e.frame)
+            .Bind(10, e.offset)
+            .Bind(11, int64_t{e.link})
+            .Bind(12, int64_t{e.incomplete});
+        if (kit::Status status = entry.Run(); !status) return status;
+        nameStart = row.nameEnd;
+    }
+    for (const CatalogueDirectory& d : batch.directories) {
+        directory.Bind(1, int64_t{d.id})
+            .Bind(2, int64_t{d.first})
+            .Bind(3, int64_t{d.count})
+            .Bind(4, d.frame)
+            .Bind(5, d.offset);
+        if (kit::Status status = directory.Run(); !status) return status;
+    }
+    for (const CatalogueFrame& f : batch.frames) {
+        frame.Bind(1, f.id)
+            .Bind(2, int64_t{f.medium})
+            .Bind(3, f.offset)
+            .Bind(4, f.size)
+            .Bind(5, f.content)
+            .Bind(6, static_cast<int64_t>(f.hash));
+        if (kit::Status status = frame.Run(); !status) return status;
+    }
+    return {};
+}
+
+kit::Status CatalogueWriter::Finish() {
+    HandOver();
+    {
+        std::lock_guard lock(fMutex);
+        fEnd = true;
+    }
+    fChanged.notify_all();
+    fThread.join();
+    if (!fStatus) return fStatus;
+    if (kit::Status status = fDatabase->Execute("COMMIT"); !status) return status;
+    fDatabase.reset();
+    fFinished = true;
+    return {};
+}
+
+}  // namespace server
