@@ -1,0 +1,176 @@
+#include "server/archive/Manifest.h"
+
+#include <ctime>
+#include <nlohmann/json.hpp>
+
+#include "server/archive/Format.h"
+
+namespace server::archive {
+
+namespace {
+
+using nlohmann::ordered_json;
+
+constexpr char kFormatName[] = "velmora-backup";
+constexpr size_t kMaxMedia = 1'000'000;
+constexpr size_t kMaxVolumes = 10'000;
+
+const char* KindOf(core::JobType type) {
+    switch (type) {
+        case core::JobType::Incremental:
+            return "incremental";
+        case core::JobType::Differential:
+            return "differential";
+        default:
+            return "full";
+    }
+}
+
+std::string UtcTime(int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm utc{};
+    ::gmtime_r(&time, &utc);
+    char text[64];
+    std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return text;
+}
+
+int64_t SecondsOf(const std::string& text) {
+    std::tm utc{};
+    const char* end = ::strptime(text.c_str(), "%Y-%m-%dT%H:%M:%SZ", &utc);
+    return end && *end == '\0' ? ::timegm(&utc) : 0;
+}
+
+// JSON holds text, names are bytes: one that is no UTF-8 is given in hexadecimal digits beside.
+void PutBytes(ordered_json& object, const std::string& key, const std::string& bytes) {
+    const ordered_json text = bytes;
+    object[key] = bytes;
+    const std::string dumped = text.dump(-1, ' ', false, ordered_json::error_handler_t::replace);
+    if (ordered_json::parse(dumped).get<std::string>() == bytes) return;
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string hex;
+    for (char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        hex += {kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    object[key + "_hex"] = hex;
+}
+
+std::string GetBytes(const ordered_json& object, const std::string& key) {
+    const std::string hex = object.value(key + "_hex", std::string());
+    if (hex.empty()) return object.value(key, std::string());
+    auto digit = [](char c) {
+        return c >= '0' && c <= '9' ? c - '0' : c >= 'a' && c <= 'f' ? c - 'a' + 10 : 0;
+    };
+    std::string bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+        bytes += static_cast<char>(digit(hex[i]) << 4 | digit(hex[i + 1]));
+    }
+    return bytes;
+}
+
+bool IsPlainName(const std::string& name) {
+    return !name.empty() && name.size() < 256 && name[0] != '.' &&
+           name.find_first_of(std::string_view("/\0\n", 3)) == std::string::npos;
+}
+
+kit::Error Damaged(const char* what) {
+    return kit::Error::Make(kit::ErrorKind::Damaged, kManifestFile, what);
+}
+
+}  // namespace
+
+Bytes WriteManifest(const Manifest& manifest) {
+    ordered_json json;
+    json["format"] = kFormatName;
+    json["version"] = kFormatVersion;
+    json["name"] = manifest.name;
+    json["title"] = manifest.title;
+    json["kind"] = KindOf(manifest.type);
+    json["job_id"] = manifest.jobId;
+    json["base_id"] = manifest.baseId;
+    json["base_backup"] = manifest.baseBackup;
+    json["start"] = UtcTime(manifest.start);
+    json["end"] = UtcTime(manifest.end);
+    json["host"] = manifest.host;
+    json["volumes"] = ordered_json::array();
+    for (const ManifestVolume& volume : manifest.volumes) {
+        ordered_json object;
+        PutBytes(object, "name", volume.name);
+        PutBytes(object, "mount", volume.mountPoint);
+        object["file_system"] = volume.fileSystem;
+        json["volumes"].push_back(std::move(object));
+    }
+    json["compressor"] = manifest.compressor;
+    json["unpack_with"] = manifest.stockCommand;
+    json["protected"] = manifest.isProtected;
+    json["media"] = ordered_json::array();
+    for (const ManifestMedium& medium : manifest.media) {
+        json["media"].push_back(
+            {{"file", medium.file}, {"size", medium.size}, {"sha256", medium.sha256}});
+    }
+    json["entries"] = manifest.entries;
+    json["files"] = manifest.files;
+    json["bytes"] = manifest.bytes;
+    json["errors"] = manifest.errors;
+    std::string text = json.dump(2, ' ', false, ordered_json::error_handler_t::replace) + "\n";
+    return {text.begin(), text.end()};
+}
+
+kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
+    try {
+        const ordered_json json = ordered_json::parse(bytes.begin(), bytes.end());
+        if (!json.is_object() || json.value("format", "") != kFormatName) {
+            return Damaged("not a manifest");
+        }
+        if (json.value("version", 0) > kFormatVersion) {
+            return kit::Error::Make(kit::ErrorKind::Unsupported, kManifestFile,
+                                    "made by a later version");
+        }
+        Manifest manifest;
+        manifest.name = json.at("name").get<std::string>();
+        if (!IsBackupName(manifest.name)) return Damaged("no backup's name");
+        manifest.title = json.value("title", "");
+        const std::string kind = json.at("kind").get<std::string>();
+        manifest.type = kind == KindOf(core::JobType::Incremental)    ? core::JobType::Incremental
+                        : kind == KindOf(core::JobType::Differential) ? core::JobType::Differential
+                                                                      : core::JobType::Full;
+        manifest.jobId = json.at("job_id").get<int32_t>();
+        manifest.baseId = json.value("base_id", 0);
+        manifest.baseBackup = json.value("base_backup", "");
+        if (!manifest.baseBackup.empty() && !IsBackupName(manifest.baseBackup)) {
+            return Damaged("no base backup's name");
+        }
+        manifest.start = SecondsOf(json.value("start", ""));
+        manifest.end = SecondsOf(json.value("end", ""));
+        manifest.host = json.value("host", "");
+        const ordered_json& volumes = json.at("volumes");
+        const ordered_json& media = json.at("media");
+        if (!volumes.is_array() || volumes.size() > kMaxVolumes || !media.is_array() ||
+            media.size() > kMaxMedia) {
+            return Damaged("lists");
+        }
+        for (const ordered_json& volume : volumes) {
+            manifest.volumes.push_back({GetBytes(volume, "name"), GetBytes(volume, "mount"),
+                                        volume.value("file_system", "")});
+        }
+        manifest.compressor = json.value("compressor", "");
+        manifest.stockCommand = json.value("unpack_with", "");
+        manifest.isProtected = json.value("protected", false);
+        for (const ordered_json& medium : media) {
+            ManifestMedium read{medium.at("file").get<std::string>(),
+                                medium.at("size").get<int64_t>(), medium.value("sha256", "")};
+            if (!IsPlainName(read.file) || read.size < 0) return Damaged("a medium");
+            manifest.media.push_back(std::move(read));
+        }
+        manifest.entries = json.value("entries", int64_t{0});
+        manifest.files = json.value("files", int64_t{0});
+        manifest.bytes = json.value("bytes", int64_t{0});
+        manifest.errors = json.value("errors", int64_t{0});
+        return manifest;
+    } catch (const ordered_json::exception& problem) {
+        return Damaged(problem.what());
+    }
+}
+
+}  // namespace server::archive
