@@ -7,6 +7,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "core/protocol/Codes.h"
 #include "core/protocol/LineTypes.h"
@@ -50,6 +51,9 @@ struct EngineConfig {
     std::string addOnFolder;  // "…/Backup_Server/add-ons": destination/ and compressors/ below it
     BVolumeRoster roster;     // volume names to mounts
     int workers = 0;          // compressing threads; 0: one per core
+    // Files of the server's own that change while it works: left out of backups, with everything
+    // beside them whose name begins with theirs (logs, journals).
+    std::vector<std::string> ownFiles;
     std::function<int64_t()> now;  // seconds since the epoch; empty: the system's clock
 };
 

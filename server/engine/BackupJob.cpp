@@ -1,0 +1,467 @@
+#include "server/engine/BackupJob.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
+#include <thread>
+
+#include "addons/KTZstd/ZstdContext.h"
+#include "core/protocol/Texts.h"
+#include "core/selection/KTSelection.h"
+#include "kit/support/UniqueFd.h"
+#include "server/archive/Format.h"
+#include "server/archive/Readme.h"
+#include "server/engine/SourceScan.h"
+
+namespace server {
+
+using archive::BackupWriter;
+using core::JobEnd;
+using core::LineType;
+using kit::ErrorKind;
+using kit::Status;
+namespace text = core::text;
+
+namespace {
+
+constexpr int64_t kMegabyte = 1048576;
+constexpr int64_t kKilobyte = 1024;
+// A full destination is looked at again this often, and an abort is noticed this often meanwhile.
+constexpr auto kLookAgain = std::chrono::seconds(2);
+constexpr auto kNotice = std::chrono::milliseconds(100);
+constexpr int kCatalogueLevel = 3;
+
+std::string HostName() {
+    char name[256] = {};
+    ::gethostname(name, sizeof(name) - 1);
+    return name;
+}
+
+int32_t Clamped(int64_t value) {
+    return static_cast<int32_t>(std::clamp<int64_t>(value, INT32_MIN, INT32_MAX));
+}
+
+KTReportLine Number(int64_t value) {
+    KTReportLine line;
+    line.AddInt32(Clamped(value));
+    return line;
+}
+
+KTReportLine Real(double value) {
+    KTReportLine line;
+    line.AddDouble(value);
+    return line;
+}
+
+// A size or speed in the unit that the rule of all windows gives it.
+void TellSize(JobReport& report, int64_t value, int32_t megabytes, int32_t kilobytes,
+              int32_t bytes) {
+    if (value > kMegabyte) {
+        report.Line(LineType::Totals, megabytes, Real(static_cast<double>(value) / kMegabyte));
+    } else if (value > kKilobyte) {
+        report.Line(LineType::Totals, kilobytes, Real(static_cast<double>(value) / kKilobyte));
+    } else {
+        report.Line(LineType::Totals, bytes, Number(value));
+    }
+}
+
+std::span<const uint8_t> BytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+}  // namespace
+
+std::string LocalTimeText(int64_t seconds) {
+    const std::time_t time = seconds;
+    std::tm local{};
+    ::localtime_r(&time, &local);
+    char words[64];
+    std::strftime(words, sizeof(words), "%Y-%m-%d %H:%M:%S", &local);
+    return words;
+}
+
+BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
+                     JobReport& report, JobControl& control, KTVolume& volume,
+                     KTCruncher& compressor)
+    : fOrder(order),
+      fConfig(config),
+      fCatalogues(catalogues),
+      fReport(report),
+      fControl(control),
+      fVolume(volume),
+      fCompressor(compressor),
+      fStart(config.now ? config.now() : std::time(nullptr)),
+      fName(archive::BackupName(fStart, order.id)),
+      fTitle(order.title) {}
+
+JobEnd BackupJob::Run() {
+    if (!CheckDestination() || !FindSources()) return Ended(false);
+    FindOwnFiles();
+    const bool published = WriteData() && WriteCatalogue() && WriteManifest() && MakeItExist();
+    // What did not come to be is removed before the end is told.
+    fWriter.reset();
+    fCatalogue.reset();
+    ::unlink(fCatalogues.PathForNew(fName).c_str());
+    if (published && fVolume.IsOverwrite()) RemoveOldBackups();
+    return Ended(published);
+}
+
+// --- before anything is written -----------------------------------------------------------------
+
+bool BackupJob::CheckDestination() {
+    const std::string media = fVolume.MediaName();
+    if (media.empty()) {
+        fReport.Error(text::kNoDestination, {});
+        return false;
+    }
+    fReport.Line(LineType::Heading, text::kDestinationIs, {media});
+    if (Status status = fVolume.CheckAccess(); !status) {
+        if (status.error().kind == ErrorKind::ReadOnly) {
+            fReport.Error(text::kDestinationReadOnly, {});
+        } else {
+            fReport.Error(text::kDestinationNoAccess, {media}, status.error().Text());
+        }
+        return false;
+    }
+    if (const auto space = fVolume.Space(); space.ok()) {
+        if (space->readOnly) {
+            fReport.Error(text::kDestinationReadOnly, {});
+            return false;
+        }
+        if (space->capacity >= 0) {
+            fReport.Line(LineType::Heading, text::kCapacityIs, Number(space->capacity / kMegabyte));
+        }
+        if (space->freeBytes >= 0) {
+            fReport.Line(LineType::Heading, text::kFreeSpaceIs,
+                         Number(space->freeBytes / kMegabyte));
+        }
+        fReport.Line(LineType::Heading,
+                     space->removable ? text::kRemovableYes : text::kRemovableNo);
+    }
+    fReport.Line(LineType::Heading, fVolume.IsOverwrite() ? text::kOverwriteDestinationYes
+                                                          : text::kOverwriteDestinationNo);
+    return true;
+}
+
+bool BackupJob::FindSources() {
+    const BMessage selection = fOrder.description.Get<BMessage>("selection", BMessage());
+    int refused = 0;
+    fRules = core::selection::Rules(selection, &refused);
+    if (refused > 0) {
+        fReport.ErrorWords("Error: " + std::to_string(refused) +
+                           " rules of the selection cannot be understood");
+    }
+    const std::vector<BVolume> volumes = fConfig.roster.Volumes();
+    for (const BVolume& volume : volumes) {
+        if (!volume.isBoot) continue;
+        const std::string always = "/" + volume.name + "/var";
+        const bool ruled = std::any_of(fRules.begin(), fRules.end(), [&](const auto& rule) {
+            return !rule.include && rule.subtree && rule.path == always;
+        });
+        if (ruled) {
+            fReport.Words(LineType::Heading,
+                          "Left out by rule: " + always + " (data of the running system)");
+        }
+    }
+    const core::SelectionMatcher matcher(fRules);
+    for (const core::SelectionRule& rule : fRules) {
+        if (!rule.include) continue;
+        const std::string_view path(rule.path);
+        const std::string_view name = path.substr(
+            1, path.find('/', 1) == std::string_view::npos ? path.size() : path.find('/', 1) - 1);
+        const BVolume* volume = BVolumeRoster::ByName(volumes, name);
+        if (!volume) {
+            fReport.Error(text::kSourceNoAccess, {rule.path}, "There is no such volume.");
+            continue;
+        }
+        const std::string onDisk = volume->mountPoint + std::string(path.substr(1 + name.size()));
+        struct stat info;
+        if (matcher.Includes(rule.path) && ::lstat(onDisk.c_str(), &info) != 0 &&
+            (errno == ENOENT || errno == ENOTDIR)) {
+            fReport.Error(text::kSourceNoAccess, {rule.path}, "It is not there.");
+        }
+        const bool known = std::any_of(fSources.begin(), fSources.end(),
+                                       [&](const BVolume& v) { return v.name == volume->name; });
+        if (!known) fSources.push_back(*volume);
+    }
+    std::sort(fSources.begin(), fSources.end(),
+              [](const BVolume& a, const BVolume& b) { return a.name < b.name; });
+    if (fSources.empty()) {
+        fReport.Error(text::kNothingToBackUp, {});
+        return false;
+    }
+    return true;
+}
+
+void BackupJob::FindOwnFiles() {
+    auto add = [this](const std::string& directory, std::string words, auto covers) {
+        struct stat info;
+        if (directory.empty() || ::stat(directory.c_str(), &info) != 0) return;
+        fOwn.push_back({info.st_dev, info.st_ino, std::move(words), covers});
+    };
+    // Everything else in the directory of the destination is the user's and is saved.
+    const std::string destination = fVolume.LocalDirectory();
+    add(destination, "Left out, the backups in the destination itself: " + destination,
+        [](std::string_view name) {
+            return archive::BackupOfFolder(name).has_value() ||
+                   name.find(archive::kReadmeFile) != std::string_view::npos;
+        });
+    std::vector<std::string> files = fConfig.ownFiles;
+    files.push_back(fCatalogues.PathForNew(fName));
+    for (const std::string& path : files) {
+        const size_t slash = path.rfind('/');
+        if (slash == std::string::npos) continue;
+        add(path.substr(0, slash), "Left out, in use by the backup itself: " + path,
+            [name = path.substr(slash + 1)](std::string_view found) {
+                return found.starts_with(name);
+            });
+    }
+}
+
+// --- writing ------------------------------------------------------------------------------------
+
+bool BackupJob::WriteData() {
+    auto catalogue = CatalogueWriter::Create(fCatalogues.PathForNew(fName));
+    if (!catalogue) {
+        fReport.Error(text::kLogNotCreated, {fCatalogues.PathForNew(fName)},
+                      catalogue.error().Text());
+        return false;
+    }
+    fCatalogue = std::move(*catalogue);
+
+    const bool split = fVolume.MediaSize() > 0;
+    fWriter = std::make_unique<BackupWriter>(
+        fVolume, fName, fCompressor.Suffix(), [this](int medium) { return WaitForRoom(medium); },
+        [this, split](int medium) {
+            if (split) fReport.Line(LineType::Heading, text::kBackupDataToMedium, Number(medium));
+        });
+    if (Status status = fWriter->Begin(); !status) return DestinationFailed(status.error());
+
+    fReport.Line(LineType::Heading, text::kScanningSources);
+    if (!split) fReport.Line(LineType::Heading, text::kBackupData);
+    const core::SelectionMatcher matcher(fRules);
+    FrameStream stream([this] { return fCompressor.NewContext(); },
+                       [this](const FrameStream::PackedFrame& frame) -> Status {
+                           auto place = fWriter->WriteFrame(frame.packed);
+                           if (!place) return place.error();
+                           fCatalogue->AddFrame({frame.number, place->medium, place->offset,
+                                                 static_cast<int64_t>(frame.packed.size()),
+                                                 static_cast<int64_t>(frame.content), frame.hash});
+                           return {};
+                       },
+                       fControl, Workers());
+    SourceScan scan(matcher, fOwn, fSources, fReport, fControl);
+    TreePacker packer(stream, *fCatalogue, fReport, fControl);
+    int64_t tag = packer.AddVolumes(fSources);
+    TreeWalk walk(matcher, fOwn, TreeWalk::Order::Sorted);
+    for (const BVolume& volume : fSources) {
+        fReport.Line(LineType::Volume, text::kLine, {volume.name});
+        if (!walk.Run(volume.name, volume.mountPoint, tag++, packer)) break;
+    }
+    packer.Finish();
+    fTotals = packer.Done();
+    Status written = stream.Finish();
+    if (written && !fControl.IsAborted()) written = fWriter->FinishMedia();
+    if (!written) return DestinationFailed(written.error());
+    if (fControl.IsAborted()) return false;
+    scan.Wait();
+    fReport.TellProgress("");
+    if (fTotals.taken == 0) {
+        fReport.Error(text::kNothingToBackUp, {});
+        return false;
+    }
+    return true;
+}
+
+bool BackupJob::WriteCatalogue() {
+    const std::string path = fCatalogue->Path();
+    if (Status status = fCatalogue->Finish(); !status) {
+        fReport.Error(text::kLogNotWritten, {path}, status.error().Text());
+        return false;
+    }
+    if (Status status = fWriter->OpenFile(archive::kCatalogueFile); !status) {
+        return DestinationFailed(status.error());
+    }
+    FrameStream stream([] { return std::make_unique<ZstdContext>(kCatalogueLevel); },
+                       [this](const FrameStream::PackedFrame& frame) {
+                           return fWriter->WriteToFile(frame.packed);
+                       },
+                       fControl, Workers());
+    kit::UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    for (;;) {
+        if (!fControl.MayGoOn()) return false;
+        const std::span<uint8_t> room = stream.Room();
+        if (room.empty()) break;
+        const ssize_t got = ::read(file.Get(), room.data(), room.size());
+        if (got < 0 && errno == EINTR) continue;
+        if (got < 0) {
+            fReport.Error(text::kNoDatabase, {}, kit::Error::FromErrno(errno, path, "read").Text());
+            return false;
+        }
+        if (got == 0) break;
+        stream.Filled(static_cast<size_t>(got));
+    }
+    Status status = stream.Finish();
+    if (status) status = fWriter->FinishFile();
+    if (!status) return DestinationFailed(status.error());
+    return true;
+}
+
+bool BackupJob::WriteManifest() {
+    archive::Manifest manifest;
+    manifest.name = fName;
+    manifest.title = fTitle;
+    manifest.type = fOrder.type;
+    manifest.jobId = fOrder.id;
+    manifest.start = fStart;
+    manifest.end = fConfig.now ? fConfig.now() : std::time(nullptr);
+    manifest.host = HostName();
+    for (const BVolume& volume : fSources) {
+        manifest.volumes.push_back({volume.name, volume.mountPoint, volume.fileSystem});
+    }
+    BMessage settings;
+    fCompressor.Archive(&settings, true);
+    manifest.compressor = settings.Get<std::string>("addon", "");
+    manifest.stockCommand = fCompressor.StockCommand();
+    manifest.media = fWriter->Media();
+    manifest.entries = fTotals.entries;
+    manifest.files = fTotals.files;
+    manifest.bytes = fTotals.bytes;
+    manifest.errors = fReport.Errors();
+    Status status = fWriter->OpenFile(archive::kManifestFile);
+    if (status) status = fWriter->WriteToFile(archive::WriteManifest(manifest));
+    if (status) status = fWriter->FinishFile();
+    if (status) {
+        status = fVolume.WriteRootFile(archive::kReadmeFile, BytesOf(archive::ReadmeText()));
+    }
+    if (!status) return DestinationFailed(status.error());
+    return true;
+}
+
+bool BackupJob::MakeItExist() {
+    if (!fControl.MayGoOn()) return false;
+    if (Status status = fWriter->Publish(); !status) return DestinationFailed(status.error());
+    BackupInfo info;
+    info.name = fName;
+    info.title = fTitle;
+    info.type = fOrder.type;
+    info.jobId = fOrder.id;
+    info.start = fStart;
+    info.files = fTotals.files;
+    info.bytes = fTotals.bytes;
+    fVolume.GetSettings(&info.volumeSettings);
+    info.addon = info.volumeSettings.Get<std::string>("addon", "");
+    info.mediaName = fVolume.MediaName();
+    if (Status status = fCatalogues.Adopt(fName, info); !status) {
+        // The backup stands and can be inserted by its own catalogue.
+        fReport.Error(text::kNoDatabase, {}, status.error().Text());
+    }
+    return true;
+}
+
+void BackupJob::RemoveOldBackups() {
+    const auto folders = fVolume.ListBackups();
+    if (!folders) {
+        fReport.ErrorWords("Error: can't list the older backups", folders.error().Text());
+        return;
+    }
+    for (const std::string& folder : *folders) {
+        const auto backup = archive::BackupOfFolder(folder);
+        if (!backup || *backup == fName) continue;
+        const std::string name(*backup);
+        const auto info = fCatalogues.Find(name);
+        fReport.Line(LineType::Heading, text::kDeletingBackup,
+                     {info ? info->title : name, info ? std::to_string(info->jobId) : "-",
+                      info ? LocalTimeText(info->start) : fVolume.MediaName()});
+        if (Status status = fVolume.RemoveBackup(folder); !status) {
+            fReport.ErrorWords("Error: can't delete backup '" + name + "'", status.error().Text());
+            continue;
+        }
+        if (!info) continue;
+        if (Status status = fCatalogues.Remove(name); !status) {
+            fReport.Error(text::kNoDatabase, {}, status.error().Text());
+        }
+    }
+}
+
+// --- the end ------------------------------------------------------------------------------------
+
+void BackupJob::TellTotals() {
+    const double seconds = fReport.SecondsExact();
+    const int64_t whole = fReport.Seconds();
+    fReport.Line(LineType::Totals, text::kFilesSaved, Number(fTotals.files));
+    TellSize(fReport, fTotals.bytes, text::kMegabytesSaved, text::kKilobytesSaved,
+             text::kBytesSaved);
+    KTReportLine time;
+    time.AddInt32(Clamped(whole / 3600));
+    time.AddInt32(static_cast<int32_t>(whole % 3600 / 60));
+    time.AddInt32(static_cast<int32_t>(whole % 60));
+    fReport.Line(LineType::Totals, text::kTimeTaken, std::move(time));
+    const double speed = seconds > 0 ? static_cast<double>(fTotals.bytes) / seconds : 0;
+    TellSize(fReport, static_cast<int64_t>(speed), text::kSpeedMegabytes, text::kSpeedKilobytes,
+             text::kSpeedBytes);
+}
+
+JobEnd BackupJob::Ended(bool published) {
+    if (!published && fControl.IsAborted()) {
+        TellTotals();
+        fReport.Line(LineType::Totals, text::kBackupAborted);
+        return JobEnd::Aborted;
+    }
+    if (!published) {
+        fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup failed, nothing was saved!!!");
+        return JobEnd::Errors;
+    }
+    TellTotals();
+    if (fReport.Errors() > 0) {
+        fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup ended with errors!");
+        return JobEnd::Errors;
+    }
+    fReport.Line(LineType::Totals, text::kBackupGood);
+    return JobEnd::Good;
+}
+
+// A removable destination may get room again; any other is full for good. Called by the writing
+// thread.
+bool BackupJob::WaitForRoom(int medium) {
+    auto space = fVolume.Space();
+    if (!space || !space->removable || !fControl.MayGoOn()) return false;
+    KTReportLine line;
+    line.AddInt32(medium);
+    line.AddString(fVolume.MediaName());
+    fReport.Line(LineType::Heading, text::kMediumFull, std::move(line));
+    for (;;) {
+        for (auto waited = kNotice; waited < kLookAgain; waited += kNotice) {
+            std::this_thread::sleep_for(kNotice);
+            if (!fControl.MayGoOn()) return false;
+        }
+        space = fVolume.Space();
+        if (space && space->freeBytes >= 2 * static_cast<int64_t>(archive::kFrameSize)) return true;
+    }
+}
+
+bool BackupJob::DestinationFailed(const kit::Error& error) {
+    if (fControl.IsAborted()) return false;
+    switch (error.kind) {
+        case ErrorKind::Full:
+            fReport.Error(text::kDestinationFull, {fVolume.MediaName()}, error.Text());
+            break;
+        case ErrorKind::ReadOnly:
+            fReport.Error(text::kDestinationReadOnly, {}, error.Text());
+            break;
+        default:
+            fReport.Error(text::kDestinationNotWritable, {}, error.Text());
+            break;
+    }
+    return false;
+}
+
+int BackupJob::Workers() const {
+    if (fConfig.workers > 0) return fConfig.workers;
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
+}  // namespace server

@@ -1,0 +1,36 @@
+// Reads what a tar header has no field for: extended attributes, access lists, names of owners.
+//
+// One thread at a time.
+#pragma once
+
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "server/archive/TarMember.h"
+
+namespace server {
+
+class NodeRecords {
+public:
+    // Attributes and access lists of an open file or directory, appended to `records`. 0 or an
+    // errno: some could not be read.
+    int ReadOpen(int fd, archive::PaxRecords& records);
+    // The same of an entry that cannot be opened (links, devices, what is unreadable).
+    int ReadEntry(int parent, const char* name, archive::PaxRecords& records);
+
+    // "" where the id has no name. Asked of the system once.
+    const std::string& UserName(uint32_t uid);
+    const std::string& GroupName(uint32_t gid);
+
+private:
+    template <class List, class Get>
+    int Read(const List& list, const Get& get, archive::PaxRecords& records);
+
+    std::vector<char> fNames;
+    std::vector<char> fValue;
+    std::map<uint32_t, std::string> fUsers, fGroups;
+};
+
+}  // namespace server
