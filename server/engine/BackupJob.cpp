@@ -206,8 +206,7 @@ void BackupJob::FindOwnFiles() {
     const std::string destination = fVolume.LocalDirectory();
     add(destination, "Left out, the backups in the destination itself: " + destination,
         [](std::string_view name) {
-            return archive::BackupOfFolder(name).has_value() ||
-                   name.find(archive::kReadmeFile) != std::string_view::npos;
+            return archive::BackupOfFolder(name).has_value() || name == archive::kReadmeFile;
         });
     std::vector<std::string> files = fConfig.ownFiles;
     files.push_back(fCatalogues.PathForNew(fName));
