@@ -33,19 +33,19 @@ constexpr Words kEnglishWords = {
 
 constexpr Words kGermanWords = {
     .title = "Image-Einstellungen",
-    .path = "Verzeichnis",
+    .path = "Ordner",
     .pathHint = "Jede Sicherung wird ein Ordner darin.",
-    .mediaSize = "Größe eines Mediums",
+    .mediaSize = "Größe eines Datenträgers",
     .mediaSizeHint = "Sicherungen werden in Dateien von höchstens dieser Größe geteilt.",
     .noLimit = "Unbegrenzt",
     .overwrite = "Vorhandene Sicherungen überschreiben",
     .overwriteHint =
-        "Ist eine neue Sicherung vollständig, werden alle älteren im Verzeichnis gelöscht.",
-    .noPath = "Bitte ein Verzeichnis wählen!",
-    .notAbsolute = "Bitte das Verzeichnis mit vollem Pfad angeben, beginnend mit „/“!",
-    .notThere = "Dieses Verzeichnis gibt es nicht!",
-    .notDirectory = "Das ist kein Verzeichnis!",
-    .tooSmall = "Ein Medium muss mindestens 16 MB groß sein, oder 0 für unbegrenzt!",
+        "Ist eine neue Sicherung vollständig, werden alle älteren in diesem Ordner gelöscht.",
+    .noPath = "Bitte wählen Sie einen Ordner!",
+    .notAbsolute = "Bitte geben Sie den Ordner mit vollem Pfad an, beginnend mit „/“!",
+    .notThere = "Diesen Ordner gibt es nicht!",
+    .notDirectory = "Das ist kein Ordner!",
+    .tooSmall = "Ein Datenträger muss mindestens 16 MB groß sein, oder 0 für unbegrenzt!",
 };
 
 const Words& WordsFor(bool german) {
