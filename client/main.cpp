@@ -1,4 +1,11 @@
+#include <fcntl.h>
+#include <signal.h>
+#include <unistd.h>
+
 #include <QApplication>
+#include <QSocketNotifier>
+#include <array>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 
@@ -9,6 +16,7 @@
 #include "client/uikit/KTIcons.h"
 #include "client/uikit/KTWindowLooper.h"
 #include "core/protocol/Codes.h"
+#include "kit/support/UniqueFd.h"
 
 namespace {
 
@@ -33,6 +41,27 @@ int CannotStart(const std::string& problem) {
     return EXIT_FAILURE;
 }
 
+// The end of the session or a Ctrl+C closes the window as its user would: settings are written.
+// Handlers, and not blocked signals, because programs that are started from here (a browser for the
+// guide) would inherit the block.
+int gEndPipe = -1;
+
+kit::UniqueFd TakeOverEndSignals() {
+    std::array<int, 2> ends;
+    if (::pipe2(ends.data(), O_CLOEXEC | O_NONBLOCK) != 0) return {};
+    gEndPipe = ends[1];
+    struct sigaction action {};
+    action.sa_handler = [](int) {
+        const int saved = errno;
+        [[maybe_unused]] const ssize_t ignored = ::write(gEndPipe, "e", 1);
+        errno = saved;
+    };
+    action.sa_flags = SA_RESTART;
+    for (const int number : {SIGTERM, SIGINT, SIGHUP})
+        ::sigaction(number, &action, nullptr);
+    return kit::UniqueFd(ends[0]);
+}
+
 // The user's copy that runs already comes to the front instead of a second one.
 int HandOver(const BackupApplication& application) {
     BMessage answer;
@@ -47,6 +76,7 @@ int main(int argc, char** argv) {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY") &&
         qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
         NoDisplay();
+    const kit::UniqueFd endSignals = TakeOverEndSignals();
     qInstallMessageHandler(WhileStarting);
     QApplication qt(argc, argv);
     qInstallMessageHandler(nullptr);
@@ -67,6 +97,11 @@ int main(int argc, char** argv) {
         case BApplication::Start::Ready:
             break;
     }
+    QSocketNotifier ended(endSignals.Get(), QSocketNotifier::Read);
+    QObject::connect(&ended, &QSocketNotifier::activated, &ended, [&] {
+        ended.setEnabled(false);
+        application.PostMessage(B_QUIT_REQUESTED);
+    });
     application.Run();
     return QApplication::exec();
 }

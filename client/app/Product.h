@@ -6,7 +6,7 @@ namespace client {
 inline constexpr char kProductName[] = "Velmora Backup";
 inline constexpr char kMaker[] = "Velmora Software";
 inline constexpr char kCopyright[] =
-    "Copyright (c) 2026 The Velmora Backup developers, MIT License";
+    "Copyright (c) 2026 The Velmora Backup developers\nMIT License";
 inline constexpr char kDesktopFile[] = "velmora-backup";
 inline constexpr char kNoServerText[] =
     "ERROR: Can't start Backup Server! Failed to find program 'BackupServer'.";
