@@ -66,8 +66,6 @@ std::optional<SelectionRule> SelectionRule::Parse(std::string_view text) {
     if (text.ends_with(kBelow)) {
         rule.subtree = true;
         text.remove_suffix(kBelow.size());
-    } else {
-        text = WithoutTrailingSlash(text);
     }
     if (!IsSoundPath(text)) return std::nullopt;
     rule.path = text;

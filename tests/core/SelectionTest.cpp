@@ -51,8 +51,8 @@ TEST(SelectionRule, Parse) {
 
     for (const char* bad :
          {"", "INCLUDE", "INCLUDE ", "INCLUDE /", "INCLUDE /*", "EXCLUDE //*", "INCLUDE Disk/*",
-          "INCLUDE /Disk//a", "INCLUDE /Disk/../etc/*", "INCLUDE /./*", "include /Disk/*",
-          "INCLUDE/Disk/*", "REDIREC /Disk/*"}) {
+          "INCLUDE /Disk//a", "INCLUDE /Disk/a/", "INCLUDE /Disk/*/", "INCLUDE /Disk/../etc/*",
+          "INCLUDE /./*", "include /Disk/*", "INCLUDE/Disk/*", "REDIREC /Disk/*"}) {
         EXPECT_FALSE(SelectionRule::Parse(bad)) << bad;
     }
 }
