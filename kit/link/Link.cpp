@@ -236,8 +236,21 @@ bool Link::TakeOrders(std::vector<Order>* orders) {
     orders->clear();
     std::lock_guard lock(fMutex);
     orders->swap(fOrders);
-    fAwake = !orders->empty();
-    return !fStop || fAwake;
+    return !fStop || !orders->empty();
+}
+
+// The number of events; 0 also when new orders have come.
+int Link::WaitForEvents(std::span<epoll_event> events) {
+    {
+        std::lock_guard lock(fMutex);
+        if (!fOrders.empty()) return 0;
+        fAwake = false;
+    }
+    const int count = ::epoll_wait(fEpoll.Get(), events.data(), static_cast<int>(events.size()),
+                                   PatienceInMilliseconds());
+    std::lock_guard lock(fMutex);
+    fAwake = true;
+    return count;
 }
 
 void Link::Work() {
@@ -252,12 +265,7 @@ void Link::Work() {
                 Flush(*found->second);
             }
         }
-        const int count = ::epoll_wait(fEpoll.Get(), events.data(), events.size(),
-                                       orders.empty() ? PatienceInMilliseconds() : 0);
-        {
-            std::lock_guard lock(fMutex);
-            fAwake = true;
-        }
+        const int count = WaitForEvents(events);
         for (int i = 0; i < count; ++i) {
             const uint64_t id = events[static_cast<size_t>(i)].data.u64;
             const uint32_t what = events[static_cast<size_t>(i)].events;

@@ -17,6 +17,8 @@
 #include "kit/app/RunDirectory.h"
 #include "kit/link/Connection.h"
 
+struct epoll_event;
+
 namespace kit {
 
 class Link : public std::enable_shared_from_this<Link> {
@@ -70,6 +72,7 @@ private:
 
     // The rest runs on the connection thread.
     void Work();
+    int WaitForEvents(std::span<epoll_event> events);
     bool TakeOrders(std::vector<Order>* orders);
     void Execute(Order& order);
     int PatienceInMilliseconds() const;
@@ -109,7 +112,7 @@ private:
     std::vector<Order> fOrders;
     std::map<int32_t, int> fReachable;  // teams and the number of their connections
     uint64_t fLastRequest = 0;
-    bool fAwake = false;
+    bool fAwake = true;  // it looks for orders before it sleeps
     bool fStop = false;
     bool fStopped = false;
 
