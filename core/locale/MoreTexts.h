@@ -1,6 +1,6 @@
-// Texts of our own beyond the shared table: notices, hints, spoken names, the command line. The enum and
-// the table in MoreTexts.cpp are in the same order; language files carry them under "kt:more" in this
-// order, so new ones are only ever appended.
+// Texts of our own beyond the shared table: notices, hints, spoken names, the command line. The
+// enum and the table in MoreTexts.cpp are in the same order; language files carry them under
+// "kt:more" in this order, so new ones are only ever appended.
 #pragma once
 
 #include <array>

@@ -1,6 +1,6 @@
-// The built-in English texts. Their position is their id, which server, client and language files share:
-// texts are never moved, and their wording, spelling included, is part of the language files' contract.
-// Reserved ids are empty.
+// The built-in English texts. Their position is their id, which server, client and language files
+// share: texts are never moved, and their wording, spelling included, is part of the language
+// files' contract. Reserved ids are empty.
 #include "core/locale/TextTable.h"
 
 namespace core {

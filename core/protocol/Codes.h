@@ -68,8 +68,12 @@ enum class JobType : int32_t {
     Compare = 5,
     Insert = 6,
 };
-constexpr bool IsKnownJobType(int32_t type) { return type >= 1 && type <= 6; }
-constexpr bool IsBackup(JobType type) { return type <= JobType::Differential; }
+constexpr bool IsKnownJobType(int32_t type) {
+    return type >= 1 && type <= 6;
+}
+constexpr bool IsBackup(JobType type) {
+    return type <= JobType::Differential;
+}
 
 enum class JobStatus : int32_t { Waiting = 1, Running = 2, Paused = 3, Edited = 4 };
 

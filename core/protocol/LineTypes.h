@@ -6,14 +6,14 @@
 namespace core {
 
 enum class LineType : int32_t {
-    Heading = 1,    // headings and facts
+    Heading = 1,  // headings and facts
     Totals = 2,
-    Error = 3,      // every error, so that no filter hides one
-    Volume = 4,     // the text is the volume's name
+    Error = 3,   // every error, so that no filter hides one
+    Volume = 4,  // the text is the volume's name
     Directory = 5,
     File = 6,
     Detail = 7,
-    Progress = 100, // never kept in a report
+    Progress = 100,  // never kept in a report
 };
 
 }  // namespace core

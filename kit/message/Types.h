@@ -14,7 +14,8 @@ using Bytes = std::vector<uint8_t>;
 consteval uint32_t operator""_code(const char* text, size_t length) {
     if (length != 4) throw "a code has four characters";
     uint32_t code = 0;
-    for (size_t i = 0; i < 4; ++i) code = (code << 8) | static_cast<uint8_t>(text[i]);
+    for (size_t i = 0; i < 4; ++i)
+        code = (code << 8) | static_cast<uint8_t>(text[i]);
     return code;
 }
 

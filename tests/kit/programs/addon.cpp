@@ -1,2 +1,4 @@
 // The least that can be loaded.
-extern "C" int kit_test_answer() { return 42; }
+extern "C" int kit_test_answer() {
+    return 42;
+}
