@@ -196,29 +196,20 @@ core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& 
         (void)transaction.Commit();  // a full disk must not keep a backup from being made
     });
     if (!control.MayGoOn()) return core::JobEnd::Aborted;
-    if (order.type != core::JobType::Full) {
-        events.Words(core::LineType::Error, "This version cannot run jobs of this kind yet.");
-        return core::JobEnd::Errors;
-    }
-    if (description::WantsProtection(order.description)) {
-        events.Words(core::LineType::Heading,
-                     "No password was given: this backup is not protected.");
-    }
     return fParts.engine(order, events, control);
 }
 
 void JobDesk::Ended(int32_t id, core::JobEnd end) {
     fRunner.Collect(id);
     auto output = fOutputs.at(id);
-    if (end == core::JobEnd::Abnormal) {
-        output->Line(core::LineType::Error, core::text::kJobAbnormalEnd, {});
-    }
     fParts.writing.Post([this, id, end, output, rest = output->writer.TakeRest()] {
         Database::Transaction transaction(fParts.records.File());
-        fParts.reports.AppendStored(output->report.id, rest);
+        const bool stored = fParts.reports.AppendStored(output->report.id, rest);
         fParts.reports.FinishStored(output->report.id);
         (void)fParts.records.Queue().Remove(id);
-        if (!transaction.Commit()) fParts.reports.KeepInMemory(output->report.id, rest);
+        if (!transaction.Commit() && stored) {
+            fParts.reports.KeepInMemory(output->report.id, rest);
+        }
         fParts.host.Later([this, id, end] { Finish(id, end); });
     });
 }

@@ -46,7 +46,8 @@ public:
     void Schedule();  // starts what may start now
     std::optional<int64_t> NextDue() const { return fQueue.NextDue(fParts.host.Now()); }
     bool IsIdle() const { return fOutputs.empty(); }
-    // Nothing is started any more; what runs is aborted. IsIdle tells when all have ended and were reported.
+    // Nothing is started any more; what runs is aborted. IsIdle tells when all have ended and were
+    // reported.
     void Stop();
 
     // --- messages -------------------------------------------------------------------------------

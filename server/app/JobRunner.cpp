@@ -1,9 +1,20 @@
 #include "server/app/JobRunner.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <exception>
 #include <string>
 
+#include "core/protocol/Texts.h"
+
 namespace server {
+
+namespace {
+
+constexpr int kNiceness = 5;
+
+}  // namespace
 
 JobRunner::JobRunner(Engine engine, Ended ended)
     : fEngine(std::move(engine)), fEnded(std::move(ended)) {}
@@ -26,6 +37,9 @@ void JobRunner::Start(JobOrder order, std::shared_ptr<JobEvents> events, bool pa
 }
 
 void JobRunner::Work(Run& run) {
+    // On Linux niceness belongs to the thread and goes to the threads it starts: the looper and the
+    // user's programs come first.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kNiceness);
     auto end = core::JobEnd::Abnormal;
     try {
         end = fEngine(run.order, *run.events, run.control);
@@ -33,6 +47,9 @@ void JobRunner::Work(Run& run) {
         run.events->Words(core::LineType::Error, std::string("Internal error: ") + problem.what());
     } catch (...) {
         run.events->Words(core::LineType::Error, "Internal error");
+    }
+    if (end == core::JobEnd::Abnormal) {
+        run.events->Line(core::LineType::Error, core::text::kJobAbnormalEnd, {});
     }
     fEnded(run.order.id, end);
 }

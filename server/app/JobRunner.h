@@ -15,7 +15,8 @@ namespace server {
 
 class JobRunner {
 public:
-    // Runs one job to its end on the calling thread. An exception ends the job as abnormal.
+    // Runs one job to its end on the calling thread. An exception ends the job as abnormal, and
+    // an abnormal end has its line.
     using Engine = std::function<core::JobEnd(const JobOrder&, JobEvents&, JobControl&)>;
     // Called on the job's thread.
     using Ended = std::function<void(int32_t id, core::JobEnd end)>;

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdio>
 #include <thread>
 
@@ -24,6 +25,7 @@ class EndSignals {
 public:
     explicit EndSignals(BLooper& looper) : fThread([this, &looper] { Wait(looper); }) {}
     ~EndSignals() {
+        fOver = true;
         ::pthread_kill(fThread.native_handle(), SIGUSR1);
         fThread.join();
     }
@@ -36,17 +38,19 @@ public:
     }
 
 private:
-    static void Wait(BLooper& looper) {
+    void Wait(BLooper& looper) {
         const sigset_t set = Set();
         for (;;) {
             int number = 0;
             if (::sigwait(&set, &number) != 0) continue;
-            if (number == SIGUSR1) return;
+            if (fOver) return;
+            if (number == SIGUSR1) continue;  // somebody else's
             ::alarm(kMostSecondsToEnd);
             looper.PostMessage(B_QUIT_REQUESTED);
         }
     }
 
+    std::atomic<bool> fOver = false;
     std::thread fThread;
 };
 

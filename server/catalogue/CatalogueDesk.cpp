@@ -4,9 +4,8 @@
 #include <memory>
 #include <set>
 
-#include "addons/KTVolume.h"
 #include "core/protocol/Codes.h"
-#include "kit/storage/AddOnImage.h"
+#include "server/engine/AddOns.h"
 #include "server/queue/JobList.h"
 
 namespace server {
@@ -15,20 +14,11 @@ namespace {
 
 // Removes the files of a backup from where they lie.
 kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup) {
-    if (backup.addon.empty() || backup.addon.find('/') != std::string::npos) {
-        return kit::Error::Make(kit::ErrorKind::Invalid, backup.addon,
-                                "no such destination add-on");
-    }
-    auto image = kit::AddOnImage::Load(addOnFolder + "/destination/" + backup.addon);
-    if (!image) return image.error();
-    auto* make = reinterpret_cast<instantiate_ktvolume_func>(image->Symbol("instantiate_ktvolume"));
-    const std::unique_ptr<KTVolume> volume(make ? make() : nullptr);
-    if (!volume) {
-        return kit::Error::Make(kit::ErrorKind::Damaged, image->Path(), "not a destination add-on");
-    }
-    volume->SetSettings(backup.volumeSettings);
-    if (auto access = volume->CheckAccess(); !access) return access;
-    return volume->RemoveBackup(backup.name);
+    auto volume = LoadDestination(addOnFolder, backup.addon);
+    if (!volume) return volume.error();
+    (*volume)->SetSettings(backup.volumeSettings);
+    if (auto access = (*volume)->CheckAccess(); !access) return access;
+    return (*volume)->RemoveBackup(backup.name);
 }
 
 // Whether `other` cannot be restored without `backup`. On the safe side: of the incremental ones of

@@ -148,9 +148,9 @@ void ReportDesk::Write(ReportInfo report, LineChunk lines, int32_t client) {
     fWriting.Post([this, report = std::move(report), lines = lines.Take(), client] {
         Database::Transaction transaction(fRecords.File());
         BeginStored(report);
-        AppendStored(report.id, lines);
+        const bool stored = AppendStored(report.id, lines);
         FinishStored(report.id);
-        if (!transaction.Commit()) fLoose->Keep(report.id, lines);
+        if (!transaction.Commit() && stored) KeepInMemory(report.id, lines);
         fHost.Later([this, report, client] { Announce(report, client); });
     });
 }
@@ -159,9 +159,10 @@ void ReportDesk::BeginStored(const ReportInfo& report) {
     (void)fRecords.Reports().Begin(report);  // without it its lines stay in memory
 }
 
-void ReportDesk::AppendStored(int32_t id, BMessage lines) {
-    if (lines.IsEmpty()) return;
-    if (!fRecords.Reports().Append(id, lines)) fLoose->Keep(id, lines);
+bool ReportDesk::AppendStored(int32_t id, const BMessage& lines) {
+    if (lines.IsEmpty() || fRecords.Reports().Append(id, lines)) return true;
+    fLoose->Keep(id, lines);
+    return false;
 }
 
 void ReportDesk::KeepInMemory(int32_t id, const BMessage& lines) {

@@ -43,7 +43,7 @@ public:
     // The parts of a report that grows. Writing thread, in one go with what else must be on the
     // disk. Lines that cannot be stored stay in memory.
     void BeginStored(const ReportInfo& report);
-    void AppendStored(int32_t id, BMessage lines);
+    bool AppendStored(int32_t id, const BMessage& lines);  // false: they are in memory
     void FinishStored(int32_t id);
     void KeepInMemory(int32_t id, const BMessage& lines);  // what was stored, but not committed
     // A stored report is listed and told to the clients.
