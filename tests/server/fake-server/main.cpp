@@ -1,0 +1,91 @@
+// The real server with an engine that plays what a job's "script" strings say, one step each:
+//   line TYPE TEXT      a line with words
+//   lines N             N lines of type file
+//   progress DONE ALL   bytes
+//   until PATH          goes on, block by block, until the file is there
+//   throw               an exception
+//   crash               the process ends at once
+//   end STATUS          the job's end; without one it is good
+// A title "script: STEP; STEP" plays as well, for those who only have a title to give.
+// "MayGoOn" is asked before every step and in every block of a wait, as an engine does.
+#include <unistd.h>
+
+#include <chrono>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "server/app/ServerMain.h"
+
+namespace {
+
+using core::JobEnd;
+
+std::vector<std::string> StepsOf(const server::JobOrder& order) {
+    std::vector<std::string> steps;
+    for (int32_t i = 0; i < order.description.Count("script"); ++i) {
+        steps.push_back(order.description.Get("script", std::string(), i));
+    }
+    constexpr std::string_view kPrefix = "script:";
+    if (!order.title.starts_with(kPrefix)) return steps;
+    std::istringstream title(order.title.substr(kPrefix.size()));
+    for (std::string step; std::getline(title, step, ';');)
+        steps.push_back(step);
+    return steps;
+}
+
+JobEnd Play(const server::JobOrder& order, server::JobEvents& events, server::JobControl& control) {
+    for (const std::string& text : StepsOf(order)) {
+        if (!control.MayGoOn()) return JobEnd::Aborted;
+        std::istringstream step(text);
+        std::string word;
+        step >> word;
+        if (word == "line") {
+            int type = 0;
+            std::string text;
+            step >> type >> std::ws;
+            std::getline(step, text);
+            events.Words(static_cast<core::LineType>(type), text);
+        } else if (word == "lines") {
+            int count = 0;
+            step >> count;
+            for (int n = 0; n < count; ++n) {
+                if (!control.MayGoOn()) return JobEnd::Aborted;
+                events.Words(core::LineType::File, "/Volume/some/folder/file-" + std::to_string(n));
+            }
+        } else if (word == "progress") {
+            server::Progress progress;
+            step >> progress.size >> progress.maxSize;
+            progress.path = "/Volume/file";
+            events.SetProgress(progress);
+        } else if (word == "until") {
+            std::string path;
+            step >> path;
+            while (::access(path.c_str(), F_OK) != 0) {
+                if (!control.MayGoOn()) return JobEnd::Aborted;
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            }
+        } else if (word == "throw") {
+            throw std::runtime_error("as the script wants it");
+        } else if (word == "crash") {
+            ::_exit(9);
+        } else if (word == "end") {
+            int status = 0;
+            step >> status;
+            return static_cast<JobEnd>(status);
+        }
+    }
+    return JobEnd::Good;
+}
+
+}  // namespace
+
+int main() {
+    return server::ServerMain([](const std::string&) -> server::EngineFunction {
+        return [](const server::JobOrder& order, server::CatalogueStore&, server::JobEvents& events,
+                  server::JobControl& control) { return Play(order, events, control); };
+    });
+}
