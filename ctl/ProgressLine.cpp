@@ -31,14 +31,18 @@ std::string ProgressLine::Text(const BMessage& progress, size_t columns) {
     const auto filled = static_cast<size_t>(percent * kBar / 100);
 
     std::string text = "[" + std::string(filled, '#') + std::string(kBar - filled, '.') + "] " +
-                       std::to_string(percent) + "%  " + SizeWords(size) + " of " +
-                       SizeWords(maxSize) + "  " + std::to_string(count) + "/" +
-                       std::to_string(maxCount) + " files";
-    if (const float speed = progress.Get<float>("speed", 0); speed > 0) {
-        text += "  " + SizeWords(static_cast<int64_t>(speed)) + "/s";
-    }
+                       std::to_string(percent) + "%";
+    // What does not fit any more is left out, the most telling things come first.
+    const auto add = [&](const std::string& part) {
+        if (Columns(text) + 2 + part.size() <= columns) text += "  " + part;
+    };
+    add(SizeWords(size) + " of " + SizeWords(maxSize));
     if (const int32_t remain = progress.Get<int32_t>("remain", 0); remain > 0) {
-        text += "  " + TimeWords(remain) + " left";
+        add(TimeWords(remain) + " left");
+    }
+    add(std::to_string(count) + "/" + std::to_string(maxCount) + " files");
+    if (const float speed = progress.Get<float>("speed", 0); speed > 0) {
+        add(SizeWords(static_cast<int64_t>(speed)) + "/s");
     }
     const std::string path = Printable(core::ReportLineText(progress));
     const size_t used = Columns(text) + 2;

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <cstdio>
 #include <thread>
 
@@ -38,8 +39,9 @@ Exit status: 0 good, 3 done with problems (the report names them), 1 failed, 2 w
 class Interrupts {
 public:
     Interrupts(ctl::ServerConnection& server, int told)
-        : fThread([&server, told] { Wait(server, told); }) {}
+        : fThread([this, &server, told] { Wait(server, told); }) {}
     ~Interrupts() {
+        fOver = true;
         ::pthread_kill(fThread.native_handle(), SIGUSR1);
         fThread.join();
     }
@@ -52,17 +54,19 @@ public:
     }
 
 private:
-    static void Wait(ctl::ServerConnection& server, int told) {
+    void Wait(ctl::ServerConnection& server, int told) {
         const sigset_t set = Set();
         for (;;) {
             int number = 0;
             if (::sigwait(&set, &number) != 0) continue;
-            if (number == SIGUSR1) return;
+            if (fOver) return;
+            if (number == SIGUSR1) continue;  // somebody else's
             if (told-- <= 0) ::_exit(static_cast<int>(ctl::ExitCode::Failed));
             server.Interrupt();
         }
     }
 
+    std::atomic<bool> fOver = false;
     std::thread fThread;
 };
 
@@ -78,7 +82,9 @@ int main(int argc, char** argv) {
     ctl::BackupOptions backup;
     auto* backupCommand =
         app.add_subcommand("backup", "Back up files and folders, and wait for the end");
-    backupCommand->add_option("PATH", backup.paths, "What to save: files and folders")->required();
+    backupCommand->add_option("PATH", backup.paths, "What to save: files and folders")
+        ->required()
+        ->type_name("");
     backupCommand->add_option("--to", backup.target, "The folder where backups lie")
         ->required()
         ->type_name("DIR");
@@ -92,8 +98,8 @@ int main(int argc, char** argv) {
                             "Put the job into the queue, but do not start it");
     backupCommand->add_flag("-v,--verbose", backup.verbose, "Print the whole report at the end");
     backupCommand->footer(
-        "Only whole paths are taken; a link is saved as a link. Nothing below /var of the\n"
-        "system volume is saved unless it is named.");
+        "A link is saved as a link, unless a / follows it. Nothing below /var of the system\n"
+        "volume is saved unless it is named.");
 
     auto* jobsCommand = app.add_subcommand("jobs", "List the jobs that wait or run");
     std::string job;
@@ -112,7 +118,8 @@ int main(int argc, char** argv) {
     int32_t report = 0;
     auto* reportCommand = app.add_subcommand("report", "Print a report");
     reportCommand->add_option("N", report, "The report's number as 'backupctl reports' shows it")
-        ->required();
+        ->required()
+        ->type_name("");
 
     for (auto* command : app.get_subcommands({})) {
         command->add_flag("--json", json, "Print JSON for programs");

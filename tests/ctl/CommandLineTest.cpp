@@ -1,0 +1,148 @@
+// backupctl as a process, with a server that plays scripts.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/support/ServerHouse.h"
+
+namespace {
+
+using nlohmann::json;
+using tests::Eventually;
+using tests::ServerHouse;
+
+class CommandLineTest : public testing::Test {
+protected:
+    CommandLineTest() : house(VELMORA_FAKE_SERVER) {
+        const std::string built = VELMORA_PROGRAM_DIR;
+        std::filesystem::copy_file(built + "/backupctl", house.Program() + "/backupctl");
+        std::filesystem::create_directory_symlink(built + "/lib", house.Program() + "/lib");
+        source = house.Root() + "/source";
+        std::filesystem::create_directory(source);
+    }
+    ~CommandLineTest() override {
+        // The server that backupctl launched is not ours to wait for, but to end.
+        for (const auto& entry : std::filesystem::directory_iterator(house.Root() + "/r")) {
+            std::ifstream lock(entry.path() / "application_x-vnd.velmoraware-backupserver.lock");
+            pid_t team = 0;
+            if (!(lock >> team) || team <= 1) continue;
+            std::error_code gone;
+            const auto program =
+                std::filesystem::read_symlink("/proc/" + std::to_string(team) + "/exe", gone);
+            if (program.string().starts_with(house.Root())) ::kill(team, SIGKILL);
+        }
+    }
+
+    pid_t Start(const std::vector<std::string>& arguments) {
+        const std::string file = house.Root() + "/output";
+        kit::UniqueFd output(::open(file.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_APPEND, 0600));
+        return house.Spawn(house.Program() + "/backupctl", arguments, output.Get());
+    }
+    std::string Output() const {
+        std::ifstream file(house.Root() + "/output");
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    int Run(const std::vector<std::string>& arguments) {
+        return ServerHouse::WaitForEnd(Start(arguments));
+    }
+    json RunJson(std::vector<std::string> arguments) {
+        arguments.push_back("--json");
+        EXPECT_EQ(Run(arguments), 0) << Output();
+        return json::parse(Output());
+    }
+    int Backup(const std::string& script, std::vector<std::string> more = {}) {
+        more.insert(more.begin(), {"backup", source, "--to", house.Root() + "/target", "--title",
+                                   "script:" + script});
+        return Run(more);
+    }
+
+    ServerHouse house;
+    std::string source;
+};
+
+TEST_F(CommandLineTest, LaunchesTheServerAndTellsTheEndByItsStatus) {
+    EXPECT_EQ(Backup("line 1 A heading;line 6 a file;line 4 Data"), 0) << Output();
+    EXPECT_NE(Output().find("A heading\n"), std::string::npos) << Output();
+    EXPECT_EQ(Output().find("a file"), std::string::npos) << Output();
+    EXPECT_EQ(Backup("line 6 a file", {"--verbose"}), 0);
+    EXPECT_NE(Output().find("a file\n"), std::string::npos) << Output();
+    EXPECT_EQ(Backup("line 3 ERROR: all is lost;end 2"), 1);  // no backup came of it
+    EXPECT_NE(Output().find("ERROR: all is lost\n"), std::string::npos) << Output();
+    EXPECT_EQ(Backup("end 1"), 1);
+    EXPECT_EQ(Backup("throw"), 1);
+    EXPECT_EQ(Backup("crash"), 1);
+    EXPECT_NE(Output().find("server ended"), std::string::npos) << Output();
+    const json reports = RunJson({"reports"});
+    EXPECT_EQ(reports.size(), 6u);
+    EXPECT_EQ(reports[0]["title"], "script:line 1 A heading;line 6 a file;line 4 Data");
+    const json lines = RunJson({"report", std::to_string(reports[0]["report_id"].get<int>())});
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2]["linetype"], 4);
+    EXPECT_EQ(lines[2]["text"], "Data");
+    EXPECT_EQ(Run({"report", "999"}), 1);
+}
+
+TEST_F(CommandLineTest, WrongUse) {
+    for (const auto& arguments : std::vector<std::vector<std::string>>{
+             {},
+             {"nonsense"},
+             {"backup"},
+             {"backup", source},
+             {"backup", source, "--to", "/x", "--compress", "zstd:77"},
+             {"backup", house.Root() + "/missing", "--to", "/x"},
+             {"pause"},
+             {"pause", "abc"},
+             {"pause", "-1"},
+             {"report", "x"}}) {
+        EXPECT_EQ(Run(arguments), 2) << Output();
+        EXPECT_FALSE(Output().empty());
+    }
+    EXPECT_FALSE(std::filesystem::exists(house.RunDirectory() +
+                                         "/application_x-vnd.velmoraware-backupserver.lock"));
+    EXPECT_EQ(Run({"--help"}), 0);
+    EXPECT_NE(Output().find("backupctl backup ~/Documents --to"), std::string::npos);
+    EXPECT_EQ(Run({"backup", "--help"}), 0);
+}
+
+TEST_F(CommandLineTest, QueueFromHoldToEnd) {
+    EXPECT_EQ(Run({"jobs"}), 0);
+    EXPECT_EQ(Output(), "No jobs.\n");
+    const json held = RunJson({"backup", source, "--to", "/target", "--hold", "--title",
+                               "script:until " + house.Root() + "/never"});
+    const std::string id = std::to_string(held["job_id"].get<int>());
+    json jobs = RunJson({"jobs"});
+    ASSERT_EQ(jobs.size(), 1u);
+    EXPECT_EQ(jobs[0]["status"], "Pause");
+    const std::string number = jobs[0]["number"];
+    EXPECT_EQ(number.size(), 8u);
+    EXPECT_EQ(Run({"pause", id}), 1);  // it is already
+    EXPECT_EQ(RunJson({"continue", number})["status"], "Running");
+    EXPECT_EQ(RunJson({"pause", id})["status"], "Pause");
+    EXPECT_EQ(RunJson({"continue", id})["status"], "Running");
+    EXPECT_EQ(RunJson({"abort", id})["status"], "Removed");
+    EXPECT_EQ(RunJson({"jobs"}).size(), 0u);
+    EXPECT_EQ(Run({"abort", id}), 1);
+    EXPECT_NE(Output().find("There is no job"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, InterruptAbortsTheJobAndWaitsForItsEnd) {
+    const pid_t process = Start({"backup", source, "--to", "/target", "--title",
+                                 "script:line 4 Data;until " + house.Root() + "/never"});
+    ASSERT_TRUE(Eventually([&] { return Output().find("Data") != std::string::npos; })) << Output();
+    ::kill(process, SIGINT);
+    EXPECT_EQ(ServerHouse::WaitForEnd(process), 1);
+    EXPECT_NE(Output().find(": aborted"), std::string::npos) << Output();
+    EXPECT_EQ(RunJson({"jobs"}).size(), 0u);
+}
+
+TEST_F(CommandLineTest, ALargeReportAndOneJsonDocument) {
+    const json result =
+        RunJson({"backup", source, "--to", "/target", "--title", "script:lines 60000"});
+    EXPECT_EQ(result["status"], "good");
+    EXPECT_EQ(result["lines"].size(), 60000u);
+    EXPECT_GT(result["report_id"], 0);
+}
+
+}  // namespace
