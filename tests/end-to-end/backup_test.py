@@ -135,6 +135,33 @@ class Backup(unittest.TestCase):
         _, status = self.house.run_job(peer, self.house.job("Second try"))
         self.assertEqual(status, 0)
 
+    def test_deleting_entries_and_data(self):
+        (self.house.source / "a").write_text("a")
+        peer = self.house.connect()
+        jobs = [self.house.run_job(peer, self.house.job(f"Number {n}"))[0] for n in range(3)]
+        names = [peer.wait_for("KTLi", where=lambda m, j=j: m.get("job_id") == j).text("name") for j in jobs]
+        self.assertEqual([p.name for p in self.house.backups()], names)
+        bases = peer.ask(wire.Message("KTJL"))
+        self.assertEqual(sorted(bases.all("job_id")), jobs)
+        self.assertEqual(set(bases.all("base")), {True})
+
+        peer.arrived.clear()
+        peer.send(wire.Message("KTxX", name=names[0], full=0))
+        peer.wait_for("KTLr", where=lambda m: m.text("name") == names[0])
+        peer.wait_for("KTJR", where=lambda m: m.get("job_id") == jobs[0])
+        self.assertEqual(len(self.house.backups()), 3)
+        peer.send(wire.Message("KTxX", name=names[1], full=1))
+        peer.wait_for("KTLr", where=lambda m: m.text("name") == names[1])
+        self.assertEqual([p.name for p in self.house.backups()], [names[0], names[2]])
+
+        # The medium is away: the entry stays, and a report says why.
+        self.house.target.rename(self.house.root / "away")
+        peer.arrived.clear()
+        peer.send(wire.Message("KTxX", name=names[2], full=1))
+        self.assertEqual(peer.wait_for("rpIN").text("title"), "Number 2")
+        self.assertEqual(peer.ask(wire.Message("KTLR", path="/")).all("name"), [names[2].encode()])
+        (self.house.root / "away").rename(self.house.target)
+
     def test_queue_hold_continue_pause_abort_delete(self):
         (self.house.source / "noise").write_bytes(os.urandom(200_000_000))
         peer = self.house.connect()
@@ -159,7 +186,7 @@ class Backup(unittest.TestCase):
         again = peer.wait_for("KTJI").get("job_id")
         self.assertGreater(again, held)
         peer.send(wire.Message("KTJD", job_id=again))
-        self.assertEqual(peer.wait_for("KTJR").get("job_id"), again)
+        peer.wait_for("KTJR", where=lambda m: m.get("job_id") == again)
         for unfit in ("KTJC", "KTJP", "KTJD", "KTbg"):
             peer.send(wire.Message(unfit, job_id=4711))
         self.assertEqual(peer.ask(wire.Message("KTjg", job_id=4711)).what, "NONE")

@@ -104,7 +104,8 @@ class House:
     def run_job(self, peer, job, seconds=60):
         """Submits and waits for the end; gives the job id and the end's "status"."""
         peer.send(job)
-        job_id = peer.wait_for("KTJI").get("job_id")
+        # A finished full backup is inserted as well, as a base for others.
+        job_id = peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
         end = peer.wait_for("KTJf", seconds, lambda message: message.get("job_id", job_id) == job_id)
         return job_id, end.get("status")
 
