@@ -243,7 +243,8 @@ bool Link::TakeOrders(std::vector<Order>* orders) {
 int Link::WaitForEvents(std::span<epoll_event> events) {
     {
         std::lock_guard lock(fMutex);
-        if (!fOrders.empty()) return 0;
+        // The wake-up of Stop may have been taken together with that of an order.
+        if (fStop || !fOrders.empty()) return 0;
         fAwake = false;
     }
     const int count = ::epoll_wait(fEpoll.Get(), events.data(), static_cast<int>(events.size()),
