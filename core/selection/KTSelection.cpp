@@ -92,12 +92,15 @@ namespace {
 template <class Predicate>
 void RemoveRulesIf(BMessage& selection, Predicate goes) {
     const int32_t count = selection.Count(kSelectionField, B_STRING_TYPE);
+    int32_t first = 0;
+    while (first < count && !goes(*selection.FindString(kSelectionField, first)))
+        ++first;
+    if (first == count && count > 0) return;  // mostly: thousands of rules are recorded one by one
     std::vector<std::string> kept;
     for (int32_t i = 0; i < count; ++i) {
         const std::string_view rule = *selection.FindString(kSelectionField, i);
-        if (!goes(rule)) kept.emplace_back(rule);
+        if (i < first || !goes(rule)) kept.emplace_back(rule);
     }
-    if (kept.size() == static_cast<size_t>(count) && count > 0) return;
     selection.Remove(kSelectionField);  // also one of a foreign type, which would refuse rules
     for (const std::string& rule : kept)
         selection.Add(kSelectionField, rule);
