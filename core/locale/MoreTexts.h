@@ -12,6 +12,9 @@ namespace core {
 
 enum MoreText : int32_t {
     kMoreToolComesLater = kFirstMoreText,  // page of a tool that is not built yet
+    kMoreLookingForVolumes,                // source list, before the first look is done
+    kMoreNoVolumes,                        // and when there are none
+    kMoreBeingRead,                        // said of a directory whose rows are on their way
     kMoreEnd
 };
 

@@ -1,0 +1,78 @@
+#include "client/selection/SourceRules.h"
+
+#include <algorithm>
+
+using core::kSelectionField;
+
+std::vector<std::string> SourceRules::Components(std::string_view rule) {
+    constexpr size_t kFirst = 9;  // behind the keyword and the leading "/"
+    std::vector<std::string> components;
+    if (rule.size() <= kFirst || rule[kFirst - 1] != '/') return components;
+    rule.remove_prefix(kFirst);
+    while (!rule.empty()) {
+        const size_t end = std::min(rule.find('/'), rule.size());
+        const std::string_view component = rule.substr(0, end);
+        if (component.empty() || component == "*") break;
+        components.emplace_back(component);
+        rule.remove_prefix(std::min(end + 1, rule.size()));
+    }
+    return components;
+}
+
+void SourceRules::Clear() {
+    fMessage.Clear();
+    fOpen.clear();
+    fGone.clear();
+    fMatcher.reset();
+}
+
+void SourceRules::Record(bool include, std::string_view path, bool subtree) {
+    core::selection::Record(fMessage, include, path, subtree);
+    fMatcher.reset();
+}
+
+int32_t SourceRules::IndexOf(std::string_view rule) const {
+    const int32_t count = fMessage.Count(kSelectionField);
+    for (int32_t i = 0; i < count; ++i)
+        if (fMessage.FindString(kSelectionField, i) == rule) return i;
+    return -1;
+}
+
+bool SourceRules::Has(std::string_view rule) const {
+    return IndexOf(rule) >= 0;
+}
+
+void SourceRules::Drop(std::string_view rule) {
+    const int32_t index = IndexOf(rule);
+    if (index < 0) return;
+    fMessage.RemoveAt(kSelectionField, index);
+    fMatcher.reset();
+}
+
+void SourceRules::Replace(std::string_view rule, const core::SelectionRule& by) {
+    const int32_t index = IndexOf(rule);
+    if (index < 0) return;
+    fMessage.Set(kSelectionField, by.Text(), index);
+    fMatcher.reset();
+}
+
+void SourceRules::Gone(std::string_view path, bool subtree) {
+    Record(false, path, subtree);
+    fGone.insert(std::string(path));
+}
+
+void SourceRules::Returned(std::string_view path) {
+    const auto gone = fGone.find(std::string(path));
+    if (gone == fGone.end()) return;
+    fGone.erase(gone);
+    core::SelectionRule rule{false, true, std::string(path)};
+    if (!Has(rule.Text())) rule.subtree = false;
+    if (!Has(rule.Text())) return;  // the user has decided otherwise since
+    Drop(rule.Text());
+    if (!Matcher().Includes(path)) Record(true, path, rule.subtree);
+}
+
+const core::SelectionMatcher& SourceRules::Matcher() const {
+    if (!fMatcher) fMatcher.emplace(core::selection::Rules(fMessage));
+    return *fMatcher;
+}
