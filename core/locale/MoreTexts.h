@@ -15,6 +15,29 @@ enum MoreText : int32_t {
     kMoreLookingForVolumes,                // source list, before the first look is done
     kMoreNoVolumes,                        // and when there are none
     kMoreBeingRead,                        // said of a directory whose rows are on their way
+    kMoreBackupMode,                       // label of the backup tool's mode menu
+    kMoreVarLeftOut,                       // hint of the backup tool
+    kMoreChooseBase,                       // hint of the backup tool
+    kMoreNoBaseYet,                        // hint of the backup tool
+    kMoreSchedulerLater,                   // in place of the scheduler
+    kMoreJobNotLoaded,                     // a file that was opened or dropped
+    kMoreJobNotSaved,
+    kMorePasswordError,   // title of an alert
+    kMoreRepeatPassword,  // field of the start dialog
+    kMoreKeepPassword,    // hint of the start dialog
+    kMoreNoPasswordYet,   // hint of the start dialog
+    kMoreChoose,          // button that opens a panel; "..." follows
+    kMoreOtherSize,       // last item of a menu of sizes
+    kMoreUnit,            // spoken name of a menu of units
+    kMoreUnitBytes,       // units of sizes, in this order
+    kMoreUnitKilobytes,
+    kMoreUnitMegabytes,
+    kMoreUnitGigabytes,
+    kMoreUnitTerabytes,
+    kMoreNoJobRuns,         // in the empty status window
+    kMoreRemovePanel,       // button on the panel of a finished job
+    kMoreProgress,          // spoken name of a bar
+    kMoreRemoveDelayTitle,  // title of an alert
     kMoreEnd
 };
 

@@ -1,0 +1,172 @@
+#include "client/backup/KTBackupJob.h"
+
+#include <algorithm>
+#include <array>
+
+#include "addons/KTCruncher.h"
+#include "addons/KTVolume.h"
+#include "core/selection/KTSelection.h"
+
+namespace {
+
+// Fields of the job itself: an add-on that has such a name gets no copy of its settings under it.
+constexpr std::array<std::string_view, 13> kOwnFields = {
+    "job_type",        "selection",  "base_id",    "addon",     "volume",
+    "bak_addonpacker", "bak_packer", "start_info", "scheduler", "selectionpath",
+    "client_id",       "job_id",     "title"};
+
+bool IsOwnField(std::string_view name) {
+    return std::find(kOwnFields.begin(), kOwnFields.end(), name) != kOwnFields.end();
+}
+
+void KeepFirst(BMessage& message, std::string_view name) {
+    for (int32_t i = message.Count(name) - 1; i > 0; --i)
+        message.RemoveAt(name, i);
+}
+
+}  // namespace
+
+KTBackupJob::KTBackupJob() {
+    fJob.Set("job_type", static_cast<int32_t>(core::JobType::Full));
+}
+
+void KTBackupJob::Replace(const BMessage& job) {
+    fJob = job;
+    fJob.what = core::code::kSubmitJob;
+    // Answers and routing add values of their own; a job starts with one of each.
+    for (const char* name : {"job_type", "addon", "bak_addonpacker"})
+        KeepFirst(fJob, name);
+    const auto type = fJob.Find<int32_t>("job_type");
+    if (!type || !core::IsKnownJobType(*type) ||
+        !core::IsBackup(static_cast<core::JobType>(*type))) {
+        fJob.Remove("job_type");
+        SetType(core::JobType::Full);
+    }
+}
+
+core::JobType KTBackupJob::Type() const {
+    return static_cast<core::JobType>(fJob.Get<int32_t>("job_type", 1));
+}
+
+void KTBackupJob::SetType(core::JobType type) {
+    fJob.Set("job_type", static_cast<int32_t>(type));
+}
+
+core::JobType KTBackupJob::TypeOfMenuIndex(int32_t index) {
+    return index == 1   ? core::JobType::Incremental
+           : index == 2 ? core::JobType::Differential
+                        : core::JobType::Full;
+}
+
+void KTBackupJob::KeepWhatTheTypeUses() {
+    fJob.Remove(IsFull() ? "base_id" : "selection");
+}
+
+std::string KTBackupJob::Destination() const {
+    return fJob.Get("addon", std::string(kDefaultDestination));
+}
+
+std::string KTBackupJob::Packer() const {
+    return fJob.Get("bak_addonpacker", std::string(kDefaultPacker));
+}
+
+BMessage KTBackupJob::TakeVolume() {
+    const std::string chosen = Destination();
+    const BMessage volume = fJob.Get("volume", BMessage());
+    const auto owner = volume.FindString("addon");
+    if (owner == chosen) return volume;
+    if (!owner || IsOwnField(chosen)) return {};
+    auto stored = fJob.Find<BMessage>(chosen);
+    if (!stored) return {};
+    fJob.Set("volume", *stored);
+    return *stored;
+}
+
+void KTBackupJob::StoreVolume(BMessage settings) {
+    const std::string chosen = Destination();
+    if (!settings.Has("addon")) settings.Add("addon", chosen);
+    if (settings.FindString("addon") != chosen) return;
+    fJob.Set("volume", settings);
+    if (!IsOwnField(chosen)) fJob.Set(chosen, settings);
+}
+
+BMessage KTBackupJob::PackerSettings() const {
+    BMessage settings = fJob.Get("bak_packer", BMessage());
+    const auto owner = settings.FindString("addon");
+    return !owner || *owner == Packer() ? settings : BMessage();
+}
+
+void KTBackupJob::StorePacker(BMessage settings) {
+    const std::string chosen = Packer();
+    if (!settings.Has("addon")) settings.Add("addon", chosen);
+    if (settings.FindString("addon") == chosen) fJob.Set("bak_packer", settings);
+}
+
+BMessage KTBackupJob::StartInfo(std::string_view baseTitle) const {
+    BMessage info = core::WithoutPasswords(fJob.Get("start_info", BMessage()));
+    if (!IsFull()) info.Set("title", baseTitle);
+    return info;
+}
+
+void KTBackupJob::SetTitle(std::string_view title) {
+    BMessage info = fJob.Get("start_info", BMessage());
+    info.Set("title", title);
+    fJob.Set("start_info", info);
+}
+
+void KTBackupJob::ForgetPassword() {
+    const BMessage info = fJob.Get("start_info", BMessage());
+    if (info.Has("password")) fJob.Set("start_info", core::WithoutPasswords(info));
+}
+
+uint32_t KTBackupJob::StartTime() const {
+    return fJob.Get("scheduler", BMessage()).Get("TIME", BTime()).seconds;
+}
+
+void KTBackupJob::ClearSchedule() {
+    auto schedule = fJob.Find<BMessage>("scheduler");
+    if (!schedule) return;
+    for (const char* name : {"TIME", "Months", "Days", "Hours", "Minutes"})
+        schedule->Remove(name);
+    fJob.Set("scheduler", *schedule);
+}
+
+std::string KTBackupJob::VarRule(std::string_view bootVolume) {
+    return "EXCLUDE /" + std::string(bootVolume) + "/var/*";
+}
+
+BMessage KTBackupJob::ForSending(const KTVolume* destination, const KTCruncher* packer,
+                                 std::string_view bootVolume) const {
+    BMessage job = fJob;
+    job.what = core::code::kSubmitJob;
+    if (IsFull()) {
+        job.Remove("base_id");
+        BMessage selection = Selection();
+        core::selection::EnsureLast(selection, VarRule(bootVolume));
+        job.Set("selection", selection);
+    } else {
+        job.Remove("selection");
+        job.Set("base_id", BaseId());
+    }
+    if (job.Count("addon", B_MESSAGE_TYPE) == 0) job.Add("addon", kDefaultDestination);
+    if (job.Count("volume", B_MESSAGE_TYPE) == 0 && destination) {
+        BMessage settings;
+        destination->Archive(&settings, true);
+        job.Set("volume", settings);
+    }
+    if (job.Count("bak_addonpacker", B_MESSAGE_TYPE) == 0) job.Add("bak_addonpacker", "");
+    if (job.Count("bak_packer", B_MESSAGE_TYPE) == 0 && packer) {
+        BMessage settings;
+        packer->Archive(&settings, true);
+        job.Set("bak_packer", settings);
+    }
+    return job;
+}
+
+core::HeaderSave KTBackupJob::Save(const std::string& path) const {
+    return core::SaveHeaderFile(path, core::kBackupJobMagic, fJob, core::kBackupSelectionType);
+}
+
+core::HeaderLoad KTBackupJob::Load(const std::string& path, BMessage* job) {
+    return core::LoadHeaderFile(path, core::kBackupJobMagic, job);
+}
