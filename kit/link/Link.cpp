@@ -236,6 +236,8 @@ bool Link::TakeOrders(std::vector<Order>* orders) {
     orders->clear();
     std::lock_guard lock(fMutex);
     orders->swap(fOrders);
+    // The last batch: who goes on sending must not keep the thread from ending.
+    if (fStop) fStopped = true;
     return !fStop || !orders->empty();
 }
 
