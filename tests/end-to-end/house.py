@@ -33,11 +33,14 @@ class House:
         self.environment = dict(os.environ, XDG_RUNTIME_DIR=str(self.runtime),
                                 XDG_DATA_HOME=str(self.root / "data"))
         self.server = None
+        self.peers = []
 
     def __enter__(self):
         return self
 
     def __exit__(self, *_):
+        for peer in self.peers:
+            peer.close()
         self.stop_server(signal.SIGKILL)
         lock = self.run_directory / "application_x-vnd.velmoraware-backupserver.lock"
         if lock.exists() and lock.read_text().strip().isdigit():  # one that backupctl launched
@@ -65,6 +68,7 @@ class House:
                 return reply.add("user", (os.getpid(), 77), "MSNG")
             return None
         peer = wire.Peer(self.run_directory, self.server.pid, answer)
+        self.peers.append(peer)
         if register:
             peer.send(wire.Message("KTAD", client_id=os.getpid()))
         return peer
@@ -131,9 +135,7 @@ class House:
                         f"cat {backup}/[0-9]*{suffix} | {command} | "
                         f"tar -x -p --xattrs --xattrs-include='*' --acls --numeric-owner -C {restored}"],
                        check=True)
-        found = [p for p in restored.rglob(self.source.name) if p.is_dir() and p.name == "source"]
-        assert found, list(restored.rglob("*"))[:20]
-        return min(found, key=lambda p: len(p.parts))
+        return restored / self.rule(self.source, False).lstrip("/")
 
 
 def wait(condition, what, seconds=15):
