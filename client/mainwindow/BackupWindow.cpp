@@ -22,6 +22,7 @@
 #include "client/mainwindow/KTStartView.h"
 #include "client/mainwindow/KTToolBar.h"
 #include "client/settings/Preferences.h"
+#include "client/status/KTStatusWindow.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTGeometry.h"
@@ -45,7 +46,7 @@ constexpr char kToolBarKey[] = "toolbar";
 constexpr int8_t kLastIndex = 6;
 
 constexpr const char* kJobLists[] = {"jobqueue", "backup"};
-constexpr const char* kCatalogues[] = {"restore", "compare"};
+constexpr const char* kCatalogues[] = {"restore", "compare", "backup"};
 constexpr const char* kReports[] = {"report"};
 
 }  // namespace
@@ -80,6 +81,7 @@ BackupWindow::BackupWindow(KTToolContext context, const BRect& frame)
     connect(reach, &QShortcut::activated, this,
             [this] { menuBar()->setActiveAction(menuBar()->actions().constFirst()); });
     setGeometry(KTGeometry::FromRect(frame));
+    fStatus = std::make_unique<KTStatusWindow>(fContext.server, fContext.preferences, this);
     OpenView();
 }
 
@@ -272,10 +274,18 @@ void BackupWindow::ReportNotice(BMessage& message) {
 void BackupWindow::ServerNotice(BMessage& message) {
     for (const client::Tool& tool : client::Tools())
         ToViews(message, {&tool.group, 1});
+    BMessage copy(message);
+    fStatus->MessageReceived(copy);
 }
 
 void BackupWindow::JobStarted(BMessage& message) {
-    (void)message;
+    if (fStatus->OpensByItself() && !fStatus->isVisible()) {
+        // Whoever is typing goes on typing.
+        fStatus->setAttribute(Qt::WA_ShowWithoutActivating);
+        fStatus->show();
+        fStatus->setAttribute(Qt::WA_ShowWithoutActivating, false);
+    }
+    fStatus->MessageReceived(message);
 }
 
 // --- tools --------------------------------------------------------------------------------------
@@ -351,7 +361,12 @@ void BackupWindow::ShowHelp(BMessage&) {
             {KTControl::Text(text::kOk)}, KTAlertRequest::Kind::Warning);
 }
 
-void BackupWindow::ShowStatus(BMessage&) {}
+void BackupWindow::ShowStatus(BMessage&) {
+    fStatus->setWindowState(fStatus->windowState() & ~Qt::WindowMinimized);
+    fStatus->show();
+    fStatus->raise();
+    fStatus->activateWindow();
+}
 
 void BackupWindow::ToggleLastTool(BMessage&) {
     const bool set = fContext.preferences->GetInt8(kLastToolKey, 0) == 0;
@@ -414,6 +429,9 @@ void BackupWindow::StoreToolSettings() {
 void BackupWindow::StoreWindowPlaces() {
     const QRect frame = isMaximized() || isFullScreen() ? normalGeometry() : geometry();
     fContext.preferences->Set(kFrameKey, KTGeometry::ToRect(frame));
+    BMessage status;
+    fStatus->GetPref(&status);
+    fContext.preferences->Set("status", status);
 }
 
 void BackupWindow::SavePrefs(BMessage&) {

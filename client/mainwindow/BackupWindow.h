@@ -6,6 +6,7 @@
 
 #include <QMainWindow>
 #include <map>
+#include <memory>
 #include <span>
 
 #include "client/mainwindow/ToolTable.h"
@@ -90,7 +91,7 @@ private:
     const KTToolContext fContext;
     std::map<int8_t, KTToolView*> fViews;  // by index; the work area owns them
     KTToolView* fCurrent = nullptr;
-    KTStatusWindow* fStatus = nullptr;
+    std::unique_ptr<KTStatusWindow> fStatus;  // always there, hidden if need be
     QStackedWidget* fWorkArea;
     KTToolBar* fToolBar;
     QActionGroup* fToolMarks;

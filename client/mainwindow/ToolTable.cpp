@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/app/ClientCodes.h"
+#include "client/backup/KTBackupView.h"
 #include "client/mainwindow/KTLaterView.h"
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Texts.h"
@@ -14,9 +15,13 @@ KTToolView* MakeLater(const Tool& tool, KTToolContext context, QWidget* parent) 
     return new KTLaterView(tool.group, KTControl::Text(tool.textId), std::move(context), parent);
 }
 
+KTToolView* MakeBackup(const Tool&, KTToolContext context, QWidget* parent) {
+    return new KTBackupView(std::move(context), parent);
+}
+
 constexpr Tool kTools[] = {
     {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup", MakeLater},
-    {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeLater},
+    {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeBackup},
     {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeLater},
     {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeLater},
     {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeLater},

@@ -5,6 +5,7 @@
 #include <QFileDialog>
 #include <QKeyEvent>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 
 #include "client/uikit/KTControl.h"
@@ -55,19 +56,20 @@ QMessageBox::Icon IconOf(KTAlertRequest::Kind kind) {
 class RealDialogs : public KTDialogs {
 public:
     int RunAlert(const KTAlertRequest& request) override {
-        AlertBox box(request.parent ? request.parent->window() : nullptr);
-        box.setObjectName("alert");
-        box.setIcon(IconOf(request.kind));
-        box.setWindowTitle(request.title);
-        box.setTextFormat(Qt::PlainText);
-        box.setText(request.text);
-        box.setTextInteractionFlags(Qt::TextSelectableByMouse);
+        // The window it belongs to may go while it waits, and takes it along.
+        QPointer<AlertBox> box = new AlertBox(request.parent ? request.parent->window() : nullptr);
+        box->setObjectName("alert");
+        box->setIcon(IconOf(request.kind));
+        box->setWindowTitle(request.title);
+        box->setTextFormat(Qt::PlainText);
+        box->setText(request.text);
+        box->setTextInteractionFlags(Qt::TextSelectableByMouse);
         QList<QPushButton*> buttons;
         for (const QString& label : request.buttons) {
             // One role for all keeps them in their order, and lets none become the default by its
             // role.
             QPushButton* button =
-                box.addButton(QString(label).replace('&', "&&"), QMessageBox::ActionRole);
+                box->addButton(QString(label).replace('&', "&&"), QMessageBox::ActionRole);
             KTControl::Name(button, qPrintable(QString("btn%1").arg(buttons.size())));
             button->setAutoDefault(false);
             buttons.append(button);
@@ -76,13 +78,16 @@ public:
             QPushButton* button = buttons[request.defaultButton];
             for (QPushButton* other : buttons)
                 other->setAutoDefault(true);
-            box.setDefaultButton(button);
+            box->setDefaultButton(button);
             button->setFocus();
         }
         if (request.escapeButton >= 0 && request.escapeButton < buttons.size())
-            box.fEscape = buttons[request.escapeButton];
-        box.exec();
-        return static_cast<int>(buttons.indexOf(box.clickedButton()));
+            box->fEscape = buttons[request.escapeButton];
+        box->exec();
+        if (!box) return -1;
+        const auto pressed = buttons.indexOf(box->clickedButton());
+        delete box;
+        return static_cast<int>(pressed);
     }
 
     QWidget* OpenPanel(const KTPanelRequest& request,

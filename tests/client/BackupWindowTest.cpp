@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QApplication>
 #include <QDesktopServices>
 #include <QDropEvent>
 #include <QImage>
@@ -420,6 +421,32 @@ TEST(KTView, AWideTextBeginsLeftOfTheView) {
     EXPECT_TRUE(inked({0, 8, 5, 12}) && inked({94, 8, 5, 12})) << "cut on both sides";
     EXPECT_TRUE(inked({40, 26, 20, 12})) << "the one letter stands in the middle";
     EXPECT_FALSE(inked({0, 26, 30, 12}) || inked({70, 26, 30, 12}));
+}
+
+TEST(BackupWindow, StatusWindowOpensForAJobAndKeepsItsPlace) {
+    Desk desk;
+    BMessage settings;
+    settings.Add("autoopen", int32_t{1});
+    desk.store.Set("status", settings);
+    desk.Open();
+    const auto status = [] {
+        for (QWidget* window : QApplication::topLevelWidgets())
+            if (window->objectName() == "win_status") return window;
+        return static_cast<QWidget*>(nullptr);
+    };
+    ASSERT_TRUE(status());
+    EXPECT_FALSE(status()->isVisible());
+    BMessage start(core::code::kJobStarted);
+    start.Add("job_id", int32_t{7});
+    desk.window->MessageReceived(start);
+    EXPECT_TRUE(status()->isVisible());
+    EXPECT_TRUE(status()->findChild<QWidget*>("7"));
+
+    status()->close();
+    desk.Do("bsts");
+    EXPECT_TRUE(status()->isVisible());
+    desk.window->close();
+    EXPECT_TRUE(desk.store.GetMessageData("status").Has("statuswinpos"));
 }
 
 }  // namespace

@@ -260,6 +260,13 @@ TEST(KTAlert, ShowsPlainTextAndIsLeftAsItWasTold) {
     EXPECT_EQ(RunAlert(request, [](QWidget* box) { Press(box, Qt::Key_Return); }), 1);
 }
 
+TEST(KTAlert, GoesWithItsWindow) {
+    auto* window = new QWidget;
+    KTAlertRequest request = Question();
+    request.parent = window;
+    EXPECT_EQ(RunAlert(request, [&](QWidget*) { delete window; }), -1);
+}
+
 TEST(KTAlert, MessagesGoOnWhileItIsOpen) {
     Listener listener;
     RunAlert(Question(), [&](QWidget* box) {

@@ -1,0 +1,78 @@
+// KTBackupView: the backup tool. Full backups take what is marked in the source tree; incremental
+// and differential ones build on a full backup chosen from a list. Main thread.
+#pragma once
+
+#include "client/backup/KTBackupTool.h"
+
+class KTElidedLabel;
+class KTJobListView;
+class KTSourceSelectionView;
+class QComboBox;
+class QLabel;
+class QMenu;
+class QPushButton;
+class QStackedWidget;
+
+class KTBackupView : public KTBackupTool {
+    Q_OBJECT
+public:
+    explicit KTBackupView(KTToolContext context, QWidget* parent = nullptr,
+                          const char* name = "backup",
+                          std::shared_ptr<kit::MountSource> mounts = kit::MountSource::System());
+    ~KTBackupView() override;
+
+    bool CheckStart() override;
+    void MessageReceived(BMessage& message) override;
+
+    // In a window that edits a waiting job: nothing is started from here.
+    void HideStart();
+
+    KTSourceSelectionView* Sources() const { return fSources; }
+    KTJobListView* BaseJobs() const { return fBaseJobs; }
+
+protected:
+    QString AlertTitle() const override;
+    void InitControls() override;
+    void SaveSources() override;
+    void ShowSelection(const BMessage& selection) override;
+    std::string BaseTitle() const override;
+    void BeforeSending() override;
+    void BootVolumeKnown(const std::string& name) override;
+
+    void contextMenuEvent(QContextMenuEvent* event) override;
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void MakeControls(std::shared_ptr<kit::MountSource> mounts);
+    QMenu* MakePopUpMenu();
+
+    void InitBackupMode();
+    void SaveBackupMode();
+    void SetBackupModeView();
+    void InitSelection();
+    void SaveSelection();
+    void InitJobListSelection();
+    void SaveJobListSelection();
+    void InitScheduler();
+    void SaveScheduler();
+
+    void ModeChosen(BMessage&);
+    void SelectAll(BMessage&);
+    void ClearAll(BMessage&);
+    void SchedulerChosen(BMessage&);
+    void OpenScheduler(BMessage&);
+    void SchedulerAnswered(BMessage& message);
+    void JobsChanged(BMessage& message);
+    void ShowHint();
+
+    QComboBox* fMode;
+    QStackedWidget* fWhat;
+    KTSourceSelectionView* fSources;
+    KTJobListView* fBaseJobs;
+    QComboBox* fScheduler;
+    KTElidedLabel* fSchedulerText;
+    QLabel* fHint;
+    QPushButton* fStart;
+    QMenu* fPopUp;
+    std::string fBootName;
+};
