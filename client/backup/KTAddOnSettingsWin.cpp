@@ -122,7 +122,7 @@ KTAddOnSettingsWin::Control KTAddOnSettingsWin::MakePath(const BMessage& field, 
     auto* edit = new QLineEdit(KTControl::Shown(*bytes));
     KTControl::Name(edit, ("str_" + key).c_str(), LabelOf(field));
     edit->setMinimumWidth(kFieldWidth);
-    connect(edit, &QLineEdit::textEdited, edit,
+    connect(edit, &QLineEdit::textChanged, edit,
             [bytes](const QString& text) { *bytes = KTControl::ToBytes(text); });
     Collect collect = [key, bytes](BMessage& into) { into.Set(key, *bytes); };
     if (!chooser) return {edit, std::move(collect)};
@@ -154,8 +154,8 @@ void KTAddOnSettingsWin::ChoosePath(QLineEdit* edit, const std::shared_ptr<std::
     fPanel = KTDialogs::Get()->OpenPanel(request, [field = QPointer<QLineEdit>(edit),
                                                    bytes](const std::optional<std::string>& path) {
         if (!path || !field) return;
-        *bytes = *path;
         field->setText(KTControl::Shown(*path));
+        *bytes = *path;
     });
 }
 

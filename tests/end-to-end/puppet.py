@@ -7,11 +7,12 @@ class Puppet:
     def __init__(self, path, seconds=20):
         end = time.monotonic() + seconds
         while True:
+            self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
             try:
-                self.socket = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
                 self.socket.connect(str(path))
                 break
             except OSError:
+                self.socket.close()
                 if time.monotonic() > end:
                     raise
                 time.sleep(0.02)

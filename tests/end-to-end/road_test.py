@@ -1,0 +1,86 @@
+#!/usr/bin/env python3
+"""A person's road: start the program, mark a directory, choose where to, press start, give a title, watch
+the panel, read that it went well; then the backup is unpacked with stock tools and compared."""
+import os
+import subprocess
+import unittest
+
+import house
+import puppet
+from house import House
+
+
+class Road(unittest.TestCase):
+    def setUp(self):
+        self.house = House()
+        self.addCleanup(self.house.__exit__)
+        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen",
+                           QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
+                           QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
+        self.client = subprocess.Popen([self.house.program / "VelmoraBackup"], env=environment)
+        self.addCleanup(self.stop)
+        self.hand = puppet.Puppet(self.house.root / "puppet")
+        self.hand.see("BackupWindow", 30)
+
+    def stop(self):
+        if self.client.poll() is None:
+            self.client.kill()
+        self.client.wait()
+
+    def open_tool_and_mark_source(self):
+        hand = self.hand
+        hand.trigger("bavw")
+        hand.see("btn_start")
+        parts = self.house.rule(self.house.source, False).strip("/").split("/")
+        for depth in range(1, len(parts)):
+            path = hand.path(*parts[:depth])
+            hand.until(lambda path=path: hand.row("lst_source", "state", path) is not None, f"row {path!r}")
+            hand.row("lst_source", "expand", path)
+        path = hand.path(*parts)
+        hand.until(lambda: hand.row("lst_source", "state", path) is not None, "the source's row")
+        hand.row("lst_source", "click", path)
+        hand.until(lambda: hand.row("lst_source", "state", path) == "2", "the mark")
+
+    def choose_target(self):
+        hand = self.hand
+        hand.click("btn_destination")
+        hand.see("str_path")
+        hand.type("str_path", str(self.house.target))
+        hand.click("btn_ok")
+        hand.gone("str_path")
+        hand.until(lambda: "target" in hand.get("str_destination", "text"), "the destination's name")
+        hand.choose("mnu_packer", "Zstandard")
+
+    def test_from_the_window_to_the_medium(self):
+        house.make_tree(self.house.source)
+        hand = self.hand
+        self.open_tool_and_mark_source()
+        self.choose_target()
+        hand.click("btn_start")
+        hand.see("str_title")
+        hand.type("str_title", "By hand & with care")
+        hand.click("btn_ok")
+        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        [backup] = self.house.backups()
+        self.assertEqual(house.differences(self.house.source, self.house.unpack(backup)), [])
+        hand.trigger("_QRQ")
+        self.assertEqual(self.client.wait(20), 0)
+        self.assertTrue((self.house.program / "Backup.prefs").exists())
+
+    def test_start_without_a_mark_or_a_place_is_refused(self):
+        hand = self.hand
+        hand.trigger("bavw")
+        hand.see("btn_start")
+        hand.click("btn_start")
+        hand.see("alert")
+        hand.click("btn0")
+        hand.gone("alert")
+        self.open_tool_and_mark_source()
+        hand.click("btn_start")
+        hand.see("alert")  # no destination
+        hand.click("btn0")
+        self.assertEqual(self.house.backups(), [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
