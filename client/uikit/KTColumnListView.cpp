@@ -38,7 +38,7 @@ double Luminance(const QColor& color) {
 }
 
 double Contrast(const QColor& a, const QColor& b) {
-    const auto [low, high] = std::minmax(Luminance(a), Luminance(b));
+    const auto [low, high] = std::minmax({Luminance(a), Luminance(b)});
     return (high + 0.05) / (low + 0.05);
 }
 

@@ -9,7 +9,10 @@ import subprocess
 import sys
 
 # What the files of a folder may include from this tree. The first prefix that fits a file decides.
+GROUND = ("client/app/ServerLink.h", "client/app/ClientCodes.h")  # what every view may know of the application
 MAY_INCLUDE = [
+    # The one place that knows which window the application opens.
+    ("client/app/BackupApplication.cpp", ["kit/", "core/", "client/"]),
     ("kit/", ["kit/"]),
     ("core/", ["kit/", "core/"]),
     ("addons/", ["kit/", "addons/"]),
@@ -18,14 +21,14 @@ MAY_INCLUDE = [
     ("locale/", ["kit/", "core/", "locale/"]),
     # Inside the client the tools stand beside each other on the common ground.
     ("client/settings/", ["kit/", "core/", "client/settings/"]),
-    ("client/uikit/", ["kit/", "core/", "client/uikit/", "client/app/ServerLink.h"]),
+    ("client/uikit/", ["kit/", "core/", "client/uikit/", *GROUND]),
     ("client/selection/", ["kit/", "core/", "client/uikit/", "client/settings/", "client/selection/"]),
-    ("client/status/", ["kit/", "core/", "client/uikit/", "client/settings/", "client/app/ServerLink.h",
+    ("client/status/", ["kit/", "core/", "client/uikit/", "client/settings/", *GROUND,
                         "client/status/"]),
-    ("client/jobqueue/", ["kit/", "core/", "client/uikit/", "client/settings/", "client/app/ServerLink.h",
+    ("client/jobqueue/", ["kit/", "core/", "client/uikit/", "client/settings/", *GROUND,
                           "client/jobqueue/"]),
     ("client/backup/", ["kit/", "core/", "addons/", "client/uikit/", "client/settings/",
-                        "client/selection/", "client/jobqueue/", "client/app/ServerLink.h",
+                        "client/selection/", "client/jobqueue/", *GROUND,
                         "client/backup/"]),
     ("client/app/", ["kit/", "core/", "client/uikit/", "client/settings/", "client/app/"]),
     ("client/", ["kit/", "core/", "addons/", "client/"]),
@@ -34,7 +37,8 @@ NO_QT = ("kit/", "core/", "addons/", "server/", "ctl/", "locale/")
 OURS = ("kit/", "core/", "addons/", "server/", "ctl/", "client/", "locale/", "tests/", "bench/")
 # The kit is a platform: it knows no product.
 PRODUCT_WORDS = re.compile(r"\bvelmora\b|backup", re.IGNORECASE)
-PRODUCT_NAMES_ON_THE_WIRE = re.compile(r"velmora-backup|/velmora-")
+# Names that other programs meet on disk.
+PRODUCT_NAMES_ON_THE_WIRE = re.compile(r"velmora-\w*")
 
 
 def include_faults(root):
