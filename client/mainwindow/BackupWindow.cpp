@@ -446,6 +446,7 @@ void BackupWindow::closeEvent(QCloseEvent* event) {
         if (fContext.preferences->GetInt8(kAutoprefsKey, 0) != 0) StoreToolSettings();
         fContext.preferences->Save();
     }
+    fStatus->hide();
     // Said again when asked again: before the event loop runs, Qt forgets it.
     QCoreApplication::exit(0);
 }
