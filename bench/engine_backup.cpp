@@ -1,7 +1,7 @@
 // link: velmoraserver
-// One full backup by the engine, as the server runs it: engine_backup SOURCE TARGET [COMPRESSOR [LEVEL]].
-// The folder TARGET is made; catalogues go beside it. Prints wall seconds, bytes on the destination, peak
-// memory in MB, processor seconds.
+// One full backup by the engine, as the server runs it: engine_backup SOURCE TARGET [COMPRESSOR
+// [LEVEL]]. The folder TARGET is made; catalogues go beside it. Prints wall seconds, bytes on the
+// destination, peak memory in MB, processor seconds.
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -81,7 +81,8 @@ int main(int argc, char** argv) {
 
     const auto start = std::chrono::steady_clock::now();
     const core::JobEnd end = RunJob(order, config, catalogues, events, control);
-    const double wall = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const double wall =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     if (end != core::JobEnd::Good) return 1;
 
     uintmax_t bytes = 0;

@@ -1,5 +1,5 @@
-// Makes the trees that the backup benchmarks save: make_input small|big|tiny|million FOLDER. The same
-// bytes every time.
+// Makes the trees that the backup benchmarks save: make_input small|big|tiny|million FOLDER. The
+// same bytes every time.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -95,8 +95,10 @@ void Many(const std::string& root, int files, int perFolder, double medianSize, 
         }
         Random& dice = prose.Dice();
         double normal = -6;
-        for (int k = 0; k < 12; ++k) normal += dice.Unit();
-        const size_t size = std::min(most, static_cast<size_t>(medianSize * std::exp(spread * normal)));
+        for (int k = 0; k < 12; ++k)
+            normal += dice.Unit();
+        const size_t size =
+            std::min(most, static_cast<size_t>(medianSize * std::exp(spread * normal)));
         const bool binary = binaries && dice.Next() % 8 == 0;
         if (binary) {
             prose.Noise(data, size);

@@ -1,5 +1,5 @@
-// The precompiled header of the client: the Qt classes that nearly every file uses. Files still include
-// what they use.
+// The precompiled header of the client: the Qt classes that nearly every file uses. Files still
+// include what they use.
 #pragma once
 
 #include <QAction>

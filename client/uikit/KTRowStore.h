@@ -1,10 +1,10 @@
-// KTRowStore: the rows of a KTColumnListView without any window: hierarchy, marks, flags and typed column
-// values, a few dozen bytes a row. A row's id stays the same until the row is removed; ids of removed rows
-// are used again. Main thread.
+// KTRowStore: the rows of a KTColumnListView without any window: hierarchy, marks, flags and typed
+// column values, a few dozen bytes a row. A row's id stays the same until the row is removed; ids
+// of removed rows are used again. Main thread.
 //
-// Rows lie in blocks, column by column; the children of a row are kept in chunks of ids, so that inserting
-// into, and removing from, a million of them costs no more than a chunk. Ids given to it must be those of
-// rows that are there.
+// Rows lie in blocks, column by column; the children of a row are kept in chunks of ids, so that
+// inserting into, and removing from, a million of them costs no more than a chunk. Ids given to it
+// must be those of rows that are there.
 #pragma once
 
 #include <cstdint>
@@ -24,8 +24,8 @@ enum class KTColumnKind : uint8_t {
     Time,    // int64 seconds since the epoch
 };
 
-// One new row. `texts` and `numbers` have the values of the text and of the number, time and icon columns,
-// each in column order.
+// One new row. `texts` and `numbers` have the values of the text and of the number, time and icon
+// columns, each in column order.
 struct KTRowData {
     std::span<const std::string_view> texts;
     std::span<const int64_t> numbers;
@@ -56,11 +56,13 @@ public:
     };
     void SetListener(Listener* listener);
 
-    // --- rows ---------------------------------------------------------------------------------------
-    KTRow AddUnder(KTRow parent, const KTRowData& row, int32_t index = -1);  // -1: as the last child
-    void AddList(KTRow parent, std::span<const KTRowData> rows);             // one notification
-    void Remove(KTRow row);                                                  // with its subtree
-    void RemoveRange(KTRow parent, int32_t first, int32_t count);            // one notification
+    // --- rows
+    // ---------------------------------------------------------------------------------------
+    KTRow AddUnder(KTRow parent, const KTRowData& row,
+                   int32_t index = -1);                            // -1: as the last child
+    void AddList(KTRow parent, std::span<const KTRowData> rows);   // one notification
+    void Remove(KTRow row);                                        // with its subtree
+    void RemoveRange(KTRow parent, int32_t first, int32_t count);  // one notification
     void RemoveChildren(KTRow row);
     void MakeEmpty();
     // To the end of the new parent's children, with its subtree. Not under itself.
@@ -77,11 +79,12 @@ public:
     KTRow First() const;
     KTRow Next(KTRow row) const;
     KTRow NextAfterSubtree(KTRow row) const;
-    // The first child with that text, kNoRow when there is none. Asked again and again for one parent it
-    // does not search.
+    // The first child with that text, kNoRow when there is none. Asked again and again for one
+    // parent it does not search.
     KTRow ChildByText(KTRow parent, int column, std::string_view text) const;
 
-    // --- values -------------------------------------------------------------------------------------
+    // --- values
+    // -------------------------------------------------------------------------------------
     std::string_view TextAt(KTRow row, int column) const;  // valid until rows change
     int64_t NumberAt(KTRow row, int column) const;
     void SetText(KTRow row, int column, std::string_view text);
@@ -92,14 +95,17 @@ public:
     void SetExpanded(KTRow row, bool expanded);
     uint32_t UserFlag(KTRow row) const;  // 0 or 1, the owning view's
     void SetUserFlag(KTRow row, uint32_t flag);
-    void SetColor(KTRow row, uint8_t colorIndex);  // an index that the view gives a colour to; 0: normal
+    void SetColor(KTRow row,
+                  uint8_t colorIndex);  // an index that the view gives a colour to; 0: normal
     uint8_t Color(KTRow row) const;
 
-    // --- marks --------------------------------------------------------------------------------------
+    // --- marks
+    // --------------------------------------------------------------------------------------
     bool IsMarked(KTRow row) const;
     bool HasMarks() const;
     bool HasMarksBelow(KTRow row) const;
-    // Whole, part or none, as a box shows it: part is a marked super item with an unmarked descendant.
+    // Whole, part or none, as a box shows it: part is a marked super item with an unmarked
+    // descendant.
     enum class Mark { None, Part, Whole };
     Mark MarkOf(KTRow row) const;
     // The row, its subtree, and its ancestors up to the first one already marked.
