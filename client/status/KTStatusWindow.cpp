@@ -70,8 +70,16 @@ KTStatusWindow::~KTStatusWindow() {
 
 void KTStatusWindow::GetPref(BMessage* settings) const {
     *settings = fSettings;
-    // A window that was never shown has no place of its own yet.
-    if (fPlaced) settings->Set(kPosition, KTGeometry::RelativeTo(this, fMainWindow));
+    if (isVisible()) {
+        settings->Set(kPosition, KTGeometry::RelativeTo(this, fMainWindow));
+    } else if (!settings->Has(kPosition)) {  // never shown yet: where it would come
+        QRect place(QPoint(), size());
+        if (fMainWindow) {
+            const QRect frame = fMainWindow->frameGeometry();
+            place.moveCenter(frame.center() - frame.topLeft());
+        }
+        settings->Set(kPosition, KTGeometry::ToRect(place));
+    }
 }
 
 void KTStatusWindow::SetPref(const BMessage& settings) {

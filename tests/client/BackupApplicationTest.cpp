@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <QApplication>
 #include <QElapsedTimer>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QTimer>
 
 #include "client/app/Product.h"
@@ -246,6 +248,23 @@ TEST(BackupApplicationServer, ThatCannotBeLaunchedAgainIsSaidAndTheWindowStays) 
     Settle();
     EXPECT_EQ(house.dialogs.Alerts().size(), 1u);
     EXPECT_TRUE(house.Window()->isVisible());
+}
+
+TEST(BackupApplicationServer, ThatDiesEndsItsJobsAbnormally) {
+    ClientHouse house;
+    house.Start();
+    BMessage start("KTJS"_code);
+    start.Add("job_id", int32_t{7});
+    const BMessage accepted = house.AskFromOutside(start);
+    EXPECT_EQ(accepted.what, "KTAB"_code);
+    EXPECT_EQ(accepted.Get("user", BMessenger()).Team(), house.application->Team());
+    house.EndServer();
+    EXPECT_TRUE(WaitFor([] {
+        for (QWidget* top : QApplication::topLevelWidgets())
+            for (const QLabel* label : top->findChildren<QLabel*>())
+                if (label->text() == "abnormal job end") return true;
+        return false;
+    }));
 }
 
 // --- questions from a window --------------------------------------------------------------------

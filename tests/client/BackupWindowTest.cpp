@@ -316,6 +316,62 @@ TEST(BackupWindow, SwitchesAreKeptAndMarked) {
     EXPECT_FALSE(desk.Action("paut")->isChecked());
 }
 
+QWidget* StatusWindow() {
+    for (QWidget* top : QApplication::topLevelWidgets())
+        if (top->objectName() == "win_status") return top;
+    ADD_FAILURE() << "no status window";
+    return nullptr;
+}
+
+TEST(BackupWindow, AJobStartShowsTheStatusWindowIfTheUserWantsIt) {
+    for (const int32_t wanted : {0, 1}) {
+        Desk desk;
+        BMessage group;
+        group.Add("autoopen", wanted);
+        desk.store.Set("status", group);
+        desk.Open();
+        EXPECT_FALSE(StatusWindow()->isVisible());
+        BMessage start("KTJS"_code), accepted;
+        start.Add("job_id", int32_t{7});
+        start.Add("job_type", int32_t{1});
+        bool answered = false;
+        BMessenger(desk.window.get()).Ask(start, [&](BSendResult, BMessage answer) {
+            accepted = std::move(answer);
+            answered = true;
+        });
+        ASSERT_TRUE(WaitFor([&] { return answered; }));
+        EXPECT_EQ(accepted.what, "KTAB"_code) << "a panel takes the job, seen or not";
+        EXPECT_EQ(accepted.Get<int32_t>("job_id", 0), 7);
+        EXPECT_EQ(StatusWindow()->isVisible(), wanted == 1);
+        desk.Do("bsts");
+        EXPECT_TRUE(StatusWindow()->isVisible());
+        desk.Do("_QRQ");
+        EXPECT_FALSE(StatusWindow()->isVisible());
+    }
+}
+
+TEST(BackupWindow, QuittingKeepsThePlaceOfTheStatusWindowBesideTheMainOne) {
+    Desk desk;
+    desk.Open();
+    desk.Do("bsts");
+    StatusWindow()->move(desk.window->pos() + QPoint(15, 25));
+    desk.Do("_QRQ");
+    const auto place = [&] {
+        const Preferences saved((desk.folder / "Backup.prefs").c_str(), "KTBACKUP");
+        return saved.GetMessageData("status").Find<BRect>("statuswinpos");
+    };
+    ASSERT_TRUE(place());
+    EXPECT_EQ(place()->left, 15);
+    EXPECT_EQ(place()->top, 25);
+
+    Desk unseen;
+    unseen.Open();
+    unseen.Do("_QRQ");
+    const Preferences saved((unseen.folder / "Backup.prefs").c_str(), "KTBACKUP");
+    EXPECT_TRUE(saved.GetMessageData("status").Find<BRect>("statuswinpos"))
+        << "always, also when it was never shown";
+}
+
 // What a tool has changed since, and what of it is in the file after the end.
 BMessage SavedReportGroup(bool autoprefs, const char* end) {
     Desk desk;
@@ -421,32 +477,6 @@ TEST(KTView, AWideTextBeginsLeftOfTheView) {
     EXPECT_TRUE(inked({0, 8, 5, 12}) && inked({94, 8, 5, 12})) << "cut on both sides";
     EXPECT_TRUE(inked({40, 26, 20, 12})) << "the one letter stands in the middle";
     EXPECT_FALSE(inked({0, 26, 30, 12}) || inked({70, 26, 30, 12}));
-}
-
-TEST(BackupWindow, StatusWindowOpensForAJobAndKeepsItsPlace) {
-    Desk desk;
-    BMessage settings;
-    settings.Add("autoopen", int32_t{1});
-    desk.store.Set("status", settings);
-    desk.Open();
-    const auto status = [] {
-        for (QWidget* window : QApplication::topLevelWidgets())
-            if (window->objectName() == "win_status") return window;
-        return static_cast<QWidget*>(nullptr);
-    };
-    ASSERT_TRUE(status());
-    EXPECT_FALSE(status()->isVisible());
-    BMessage start(core::code::kJobStarted);
-    start.Add("job_id", int32_t{7});
-    desk.window->MessageReceived(start);
-    EXPECT_TRUE(status()->isVisible());
-    EXPECT_TRUE(status()->findChild<QWidget*>("7"));
-
-    status()->close();
-    desk.Do("bsts");
-    EXPECT_TRUE(status()->isVisible());
-    desk.window->close();
-    EXPECT_TRUE(desk.store.GetMessageData("status").Has("statuswinpos"));
 }
 
 }  // namespace
