@@ -7,6 +7,7 @@
 #include <QGuiApplication>
 #include <QLabel>
 #include <QTimer>
+#include <future>
 
 #include "client/app/Product.h"
 #include "core/files/HeaderFile.h"
@@ -255,7 +256,10 @@ TEST(BackupApplicationServer, ThatDiesEndsItsJobsAbnormally) {
     house.Start();
     BMessage start("KTJS"_code);
     start.Add("job_id", int32_t{7});
-    const BMessage accepted = house.AskFromOutside(start);
+    // The panel answers on this thread, which must go on meanwhile.
+    auto asked = std::async(std::launch::async, [&] { return house.AskFromOutside(start); });
+    ASSERT_TRUE(WaitFor([&] { return asked.wait_for(0ms) == std::future_status::ready; }));
+    const BMessage accepted = asked.get();
     EXPECT_EQ(accepted.what, "KTAB"_code);
     EXPECT_EQ(accepted.Get("user", BMessenger()).Team(), house.application->Team());
     house.EndServer();
