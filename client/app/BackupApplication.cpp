@@ -183,8 +183,12 @@ void BackupApplication::MessageReceived(BMessage& message) {
 }
 
 void BackupApplication::ToServer(BMessage& message) {
-    if (PostServer(message)) return;
-    if (message.IsSourceRemote() || !client::StartsSomething(message.what)) return;
+    const bool startsSomething = client::StartsSomething(message.what) && !message.IsSourceRemote();
+    // A connection whose other end has just died still takes messages, and loses them: what the
+    // user starts is worth a look first.
+    if (startsSomething && fServer.Team() > 0 && fServer.IsGone(fServer.Team()))
+        PostWindow(BMessage(client::code::kServerGone));
+    if (PostServer(message) || !startsSomething) return;
     // Nothing else could be routed meanwhile anyway: there is no server.
     if (fServer.FindOrLaunch()) {
         RegisterClient();
