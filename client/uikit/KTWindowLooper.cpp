@@ -22,6 +22,9 @@ KTWindowLooper* WindowLooper() {
 
 KTWindowLooper::KTWindowLooper() : BLooper("window") {
     gWindowLooper = this;
+    OnPosted([this] {
+        if (!fAwake.exchange(true)) QCoreApplication::postEvent(this, new QEvent(WakeEvent()));
+    });
 }
 
 KTWindowLooper::~KTWindowLooper() {
@@ -35,10 +38,6 @@ void KTWindowLooper::Hold() {
 
 void KTWindowLooper::Release() {
     if (--fHeld == 0) fNext.start(0, this);
-}
-
-void KTWindowLooper::Wake() {
-    if (!fAwake.exchange(true)) QCoreApplication::postEvent(this, new QEvent(WakeEvent()));
 }
 
 bool KTWindowLooper::event(QEvent* event) {

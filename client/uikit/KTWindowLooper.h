@@ -20,7 +20,6 @@ public:
     void Release();
 
 protected:
-    void Wake() override;
     bool event(QEvent* event) override;
 
 private:

@@ -27,7 +27,7 @@ void BLooper::Run() {
 
 void BLooper::Loop() {
     const auto queue = fQueue;
-    queue->Adopt(true);
+    queue->Adopt();
     while (auto entry = queue->Take(true))
         queue->Dispatch(*entry);
 }
@@ -73,10 +73,14 @@ void BLooper::MessageReceived(BMessage& message) {
     BHandler::MessageReceived(message);
 }
 
+void BLooper::OnPosted(std::function<void()> wake) {
+    fQueue->OnPosted(std::move(wake));
+}
+
 bool BLooper::DispatchPending(int most) {
     // A handler may delete the looper itself.
     const auto queue = fQueue;
-    queue->Adopt(false);
+    queue->Adopt();
     for (; most > 0; --most) {
         auto entry = queue->Take(false);
         if (!entry) return false;

@@ -2,9 +2,11 @@
 // called on its thread, one message at a time, in the order of posting.
 //
 // Three ways to run one: Run() gives it a thread of its own; Loop() uses the calling thread; a
-// subclass with a foreign event loop overrides Wake() and calls DispatchPending() from there.
+// subclass with a foreign event loop gives OnPosted a call that wakes it, and calls
+// DispatchPending() from there.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <thread>
@@ -25,7 +27,7 @@ public:
     // Ends the loop after the message at hand; what is still queued is let go. Any thread.
     void Quit();
     // Quit, and waits for the own thread. A subclass with an own thread calls it first in its
-    // destructor, so that no message meets half an object; one that overrides Wake at least calls
+    // destructor, so that no message meets half an object; one that used OnPosted at least calls
     // Quit there.
     void Stop();
     // False when the looper ended, or `target` is not one of its handlers. Any thread. Also how a
@@ -48,9 +50,9 @@ public:
     void MessageReceived(BMessage& message) override;
 
 protected:
-    // Something was queued for a looper that neither Run nor Loop drives. Called for every message,
-    // on the thread that posts; must not block nor call the kit.
-    virtual void Wake() {}
+    // For a looper that neither Run nor Loop drives: `wake` is called for every message, on the
+    // thread that posts; it must not block nor call the kit. What was queued before wakes at once.
+    void OnPosted(std::function<void()> wake);
     // Dispatches what is queued, at most `most` messages; true when some are left. Looper's thread.
     bool DispatchPending(int most);
 

@@ -35,14 +35,17 @@ bool LooperQueue::Post(int32_t token, BMessage& message) {
         std::lock_guard lock(fMutex);
         if (fClosed || !fHandlers.contains(token)) return false;
         fEntries.push_back({token, std::move(message)});
-        if (!fDriven) {
-            // Under the lock, so that Close is also the end of all calls to the owner.
-            fOwner->Wake();
-            return true;
-        }
+        // Under the lock, so that Close is also the end of all calls.
+        if (fWake) fWake();
     }
     fPosted.notify_one();
     return true;
+}
+
+void LooperQueue::OnPosted(std::function<void()> wake) {
+    std::lock_guard lock(fMutex);
+    fWake = std::move(wake);
+    if (!fEntries.empty()) fWake();
 }
 
 void LooperQueue::Close() {
@@ -50,6 +53,7 @@ void LooperQueue::Close() {
     {
         std::lock_guard lock(fMutex);
         fClosed = true;
+        fWake = nullptr;
         dropped.swap(fEntries);
     }
     fPosted.notify_all();
@@ -70,17 +74,15 @@ void LooperQueue::Disown() {
     fOwner = nullptr;
 }
 
-void LooperQueue::Adopt(bool driven) {
+void LooperQueue::Adopt() {
     std::lock_guard lock(fMutex);
     fThread = std::this_thread::get_id();
-    fDriven = driven;
     fAdopted = true;
 }
 
 void LooperQueue::Expect() {
     std::lock_guard lock(fMutex);
     fThread = std::thread::id();
-    fDriven = true;
 }
 
 bool LooperQueue::IsDispatchedHere() const {

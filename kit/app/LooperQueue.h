@@ -6,6 +6,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <deque>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -33,7 +34,9 @@ public:
 
     // False, and the message is untouched, when the handler is not here or the queue is closed.
     bool Post(int32_t token, BMessage& message);
-    // Nothing more is taken, what is queued is let go; the owner is not called any more.
+    // `wake` is called for every message, also for those that are here already.
+    void OnPosted(std::function<void()> wake);
+    // Nothing more is taken, what is queued is let go; nobody is woken any more.
     void Close();
     bool IsClosed() const;
 
@@ -49,7 +52,7 @@ public:
     bool IsDispatchedHere() const;
 
     // --- the looper's thread only ---
-    void Adopt(bool driven);  // the calling thread is the looper's; `driven`: it waits in Take
+    void Adopt();  // the calling thread is the looper's
     // The next message; with `wait` nothing is given only when the queue was closed.
     std::optional<Entry> Take(bool wait);
     void Dispatch(Entry& entry);
@@ -61,7 +64,7 @@ private:
     std::deque<Entry> fEntries;
     std::unordered_map<int32_t, BHandler*> fHandlers;
     BLooper* fOwner;
-    bool fDriven = false;
+    std::function<void()> fWake;
     bool fAdopted = false;
     bool fClosed = false;
     std::atomic<std::thread::id> fThread;

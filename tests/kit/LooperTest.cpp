@@ -38,13 +38,12 @@ public:
 // Driven by the test, as a foreign event loop would.
 class ForeignLooper : public BLooper {
 public:
-    ForeignLooper() : BLooper("foreign") {}
+    ForeignLooper() : BLooper("foreign") {
+        OnPosted([this] { ++wakes; });
+    }
     ~ForeignLooper() override { Quit(); }
     using BLooper::DispatchPending;
     std::atomic<int> wakes = 0;
-
-protected:
-    void Wake() override { ++wakes; }
 };
 
 TEST(Looper, MessagesComeOneByOneInTheOrderOfPosting) {
