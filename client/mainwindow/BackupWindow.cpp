@@ -29,6 +29,7 @@
 #include "client/uikit/KTIcons.h"
 #include "client/uikit/KTRequestWindow.h"
 #include "client/uikit/KTWindowLooper.h"
+#include "core/locale/KTLocale.h"
 #include "core/protocol/Codes.h"
 #include "core/protocol/Texts.h"
 

@@ -5,6 +5,7 @@
 #include "client/app/ClientCodes.h"
 #include "client/app/Languages.h"
 #include "client/uikit/KTControl.h"
+#include "core/locale/KTLocale.h"
 
 namespace {
 
