@@ -54,8 +54,12 @@ private:
 
 void Recorder::Line(core::LineType type, int32_t textId, KTReportLine arguments) {
     const char* format = core::kTextTable.at(static_cast<size_t>(textId));
-    lines.push_back({type, textId, arguments.Render(format, 20'000)});
-    if (onLine) onLine(lines.back());
+    const Said said{type, textId, arguments.Render(format, 20'000)};
+    {
+        const std::lock_guard lock(fMutex);
+        lines.push_back(said);
+    }
+    if (onLine) onLine(said);
 }
 
 void Recorder::SetProgress(const Progress& told) {
@@ -64,11 +68,13 @@ void Recorder::SetProgress(const Progress& told) {
 }
 
 bool Recorder::Has(core::LineType type, int32_t textId) const {
+    const std::lock_guard lock(fMutex);
     return std::any_of(lines.begin(), lines.end(),
                        [&](const Said& s) { return s.type == type && s.textId == textId; });
 }
 
 bool Recorder::HasText(core::LineType type, const std::string& part) const {
+    const std::lock_guard lock(fMutex);
     return std::any_of(lines.begin(), lines.end(), [&](const Said& s) {
         return s.type == type && s.text.find(part) != std::string::npos;
     });

@@ -35,6 +35,9 @@ public:
     std::vector<Progress> progress;
     std::function<void(const Said&)> onLine;
     std::function<void(const Progress&)> onProgress;
+
+private:
+    mutable std::mutex fMutex;  // a test may ask from one of the job's threads
 };
 
 class Control : public JobControl {
