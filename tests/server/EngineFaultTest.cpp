@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <atomic>
 
 #include <chrono>
 #include <filesystem>
@@ -293,7 +294,7 @@ TEST_F(EngineChanging, ShrinkingFileIsFilledWithZeros) {
 TEST_F(EngineFault, SmallFileThatChangesIsNeverAMixture) {
     WriteWhole(fHouse.source + "/a", "a");
     WriteWhole(fHouse.source + "/b", std::string(1'500'000, '1'));
-    int asked = 0;
+    std::atomic<int> asked = 0;
     fHouse.config.workers = 1;
     fHouse.control.onAsked = [&] {
         if (!fHouse.events.HasText(LineType::File, "/Source/a")) return;
