@@ -46,7 +46,8 @@ kit::Result<CatalogueReader> CatalogueReader::Open(const std::string& path) {
         }
     }
     CatalogueReader reader(std::move(*database));
-    for (Statement* statement : {&reader.fEntry, &reader.fDirectory, &reader.fFrame}) {
+    for (Statement* statement :
+         {&reader.fEntry, &reader.fDirectory, &reader.fFrame, &reader.fEntries}) {
         if (!statement->Result()) {
             return kit::Error::Make(kit::ErrorKind::Damaged, path, "tables");
         }
@@ -60,7 +61,10 @@ CatalogueReader::CatalogueReader(Database database)
       fDirectory(fDatabase->Prepare(
           "SELECT id, first, count, frame, offset FROM directories WHERE id = ?1")),
       fFrame(fDatabase->Prepare(
-          "SELECT id, medium, offset, size, content, hash FROM frames WHERE id = ?1")) {}
+          "SELECT id, medium, offset, size, content, hash FROM frames WHERE id = ?1")),
+      fEntries(fDatabase->Prepare("SELECT " VELMORA_ENTRY_COLUMNS
+                                  " FROM entries e WHERE e.id >= ?1 AND e.id < ?2 ORDER BY e.id")) {
+}
 
 std::optional<CatalogueEntry> CatalogueReader::EntryAt(int32_t id) {
     if (!fEntry.Reset().Bind(1, int64_t{id}).Next()) return std::nullopt;
@@ -143,6 +147,18 @@ kit::Status CatalogueReader::Children(const CatalogueDirectory& directory, const
         if (!visit(ReadEntry(rows), frame)) return {};
     }
     return rows.Result();
+}
+
+kit::Status CatalogueReader::Entries(
+    const CatalogueDirectory& directory,
+    const std::function<bool(const CatalogueEntry& entry)>& visit) {
+    fEntries.Reset()
+        .Bind(1, int64_t{directory.first})
+        .Bind(2, int64_t{directory.first} + directory.count);
+    while (fEntries.Next()) {
+        if (!visit(ReadEntry(fEntries))) return {};
+    }
+    return fEntries.Result();
 }
 
 int32_t CatalogueTypeOf(uint32_t mode) {

@@ -34,6 +34,10 @@ public:
     using Visitor = std::function<bool(const CatalogueEntry& entry, const CatalogueFrame& frame)>;
     kit::Status Children(const CatalogueDirectory& directory, const Visitor& visit);
 
+    // The same without places. Nothing else may be listed meanwhile.
+    kit::Status Entries(const CatalogueDirectory& directory,
+                        const std::function<bool(const CatalogueEntry& entry)>& visit);
+
     Database& File() { return *fDatabase; }
 
 private:
@@ -41,7 +45,7 @@ private:
 
     // The statements end before the database.
     std::unique_ptr<Database> fDatabase;
-    Statement fEntry, fDirectory, fFrame;
+    Statement fEntry, fDirectory, fFrame, fEntries;
 };
 
 // Below a volume 0 file (also devices and FIFOs), 1 directory, 2 symbolic link; a volume itself

@@ -51,11 +51,16 @@ void JobReport::AddDone(int64_t files, int64_t bytes) {
 }
 
 void JobReport::Tick(std::string_view path) {
-    if (Clock::now() - fLastTold >= kTellEvery) TellProgress(path);
+    auto last = fLastTold.load();
+    const auto now = Clock::now() - fStart;
+    // One of several threads tells it.
+    if (now - last >= kTellEvery && fLastTold.compare_exchange_strong(last, now)) {
+        TellProgress(path);
+    }
 }
 
 void JobReport::TellProgress(std::string_view path) {
-    fLastTold = Clock::now();
+    fLastTold = Clock::now() - fStart;
     const double elapsed = SecondsExact();
     Progress progress;
     progress.size = fBytes;

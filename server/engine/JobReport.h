@@ -29,7 +29,7 @@ public:
 
     int64_t Errors() const { return fErrors; }
 
-    // --- progress: totals by one thread, the rest by another -------------------------------------
+    // --- progress --------------------------------------------------------------------------------
     void AddTotals(int64_t files, int64_t bytes);
     void AddDone(int64_t files, int64_t bytes);  // bytes may be taken back
     // Tells it when the last time is long enough ago.
@@ -48,7 +48,7 @@ private:
     std::atomic<int64_t> fAllFiles = 0, fAllBytes = 0;
     std::atomic<int64_t> fFiles = 0, fBytes = 0;
     const Clock::time_point fStart;
-    Clock::time_point fLastTold;
+    std::atomic<Clock::duration> fLastTold{};  // since fStart
 };
 
 }  // namespace server

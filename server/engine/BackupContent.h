@@ -1,0 +1,49 @@
+// What a finished backup holds, read from where it lies: its manifest, its media, its frames.
+//
+// Made by one thread; ReadFrame and Medium may be called by several at once, each with a context of
+// its own.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "server/archive/FileSource.h"
+#include "server/archive/Manifest.h"
+#include "server/catalogue/CatalogueTypes.h"
+#include "server/engine/AddOns.h"
+#include "server/engine/JobEnvironment.h"
+
+namespace server {
+
+class BackupContent {
+public:
+    // Loads the add-ons and reads the manifest. NotFound: the data is not there.
+    static kit::Result<std::unique_ptr<BackupContent>> Open(const BackupInfo& info,
+                                                            const EngineConfig& config);
+
+    const archive::Manifest& Manifest() const { return fManifest; }
+    KTVolume& Volume() const { return **fVolume; }
+    std::unique_ptr<KTCruncherContext> NewContext() const { return (*fCompressor)->NewContext(); }
+
+    // A file of the backup by its name in the folder, as it lies there.
+    std::unique_ptr<archive::FileSource> File(const std::string& name) const;
+    // The plain bytes of a medium; null where the backup has none of that number.
+    archive::FileSource* Medium(int number) const;
+
+    // The content of one frame, whole and with the checksum it had when it was written. Damaged
+    // otherwise. `packed` is room that is used again from call to call.
+    kit::Status ReadFrame(const CatalogueFrame& frame, KTCruncherContext& context, Bytes* packed,
+                          Bytes* content) const;
+
+private:
+    BackupContent() = default;
+
+    std::optional<LoadedAddOn<KTVolume>> fVolume;
+    std::optional<LoadedAddOn<KTCruncher>> fCompressor;
+    std::string fFolder;
+    archive::Manifest fManifest;
+    std::vector<std::unique_ptr<archive::FileSource>> fMedia;
+};
+
+}  // namespace server
