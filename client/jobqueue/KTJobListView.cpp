@@ -166,6 +166,7 @@ QIcon KTJobListView::CellIcon(KTRow row) const {
         case core::JobType::Compare:
             return KTIcons::Get("compare");
         case core::JobType::Insert:
+        case core::JobType::Verify:
             return KTIcons::Get("volume");
     }
     return {};

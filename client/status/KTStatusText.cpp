@@ -24,6 +24,7 @@ PanelTexts TextsFor(int32_t jobType) {
         case core::JobType::Compare:
             return {kCompare, kFilesComparedLabel, kBytesComparedLabel};
         case core::JobType::Insert:
+        case core::JobType::Verify:
             break;
     }
     return {kProcess, kFilesProcessedLabel, kBytesProcessedLabel};

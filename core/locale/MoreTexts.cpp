@@ -31,6 +31,7 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreRemovePanel */ "Remove from the list",
     /* kMoreProgress */ "Progress",
     /* kMoreRemoveDelayTitle */ "Remove Delay",
+    /* kMoreVerify */ "Check",
 };
 
 }  // namespace core

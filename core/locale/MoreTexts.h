@@ -38,6 +38,7 @@ enum MoreText : int32_t {
     kMoreRemovePanel,       // button on the panel of a finished job
     kMoreProgress,          // spoken name of a bar
     kMoreRemoveDelayTitle,  // title of an alert
+    kMoreVerify,            // kind of a job: checks backups where they lie
     kMoreEnd
 };
 

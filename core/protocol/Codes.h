@@ -67,9 +67,10 @@ enum class JobType : int32_t {
     Restore = 4,
     Compare = 5,
     Insert = 6,
+    Verify = 7,
 };
 constexpr bool IsKnownJobType(int32_t type) {
-    return type >= 1 && type <= 6;
+    return type >= 1 && type <= 7;
 }
 constexpr bool IsBackup(JobType type) {
     return type <= JobType::Differential;

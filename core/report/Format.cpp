@@ -4,6 +4,7 @@
 #include <ctime>
 
 #include "core/locale/KTLocale.h"
+#include "core/locale/MoreTexts.h"
 #include "core/protocol/Codes.h"
 #include "core/protocol/Texts.h"
 
@@ -73,6 +74,8 @@ int32_t JobTypeTextId(int32_t jobType) {
             return text::kCompare;
         case JobType::Insert:
             return text::kInsert;
+        case JobType::Verify:
+            return kMoreVerify;
     }
     return text::kUnknown;
 }
@@ -117,6 +120,8 @@ int32_t VolumeTextId(int32_t jobType) {
             return text::kCompareVolume;
         case JobType::Insert:
             return text::kInsertVolume;
+        case JobType::Verify:
+            break;
     }
     return text::kWorkOnVolume;
 }

@@ -96,6 +96,11 @@ std::optional<CatalogueFrame> CatalogueReader::FrameAt(int64_t id) {
     return frame;
 }
 
+int64_t CatalogueReader::CountFrames() {
+    Statement count = fDatabase->Prepare("SELECT count(*) FROM frames");
+    return count.Next() ? count.Integer(0) : 0;
+}
+
 std::optional<CatalogueEntry> CatalogueReader::Find(const CatalogueDirectory& directory,
                                                     std::string_view name) {
     int32_t low = directory.first, high = directory.first + directory.count;

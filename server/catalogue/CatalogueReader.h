@@ -23,6 +23,7 @@ public:
     std::optional<CatalogueEntry> EntryAt(int32_t id);
     std::optional<CatalogueDirectory> DirectoryAt(int32_t id);
     std::optional<CatalogueFrame> FrameAt(int64_t id);
+    int64_t CountFrames();
 
     // The child of that name, by bisecting.
     std::optional<CatalogueEntry> Find(const CatalogueDirectory& directory, std::string_view name);

@@ -218,6 +218,10 @@ std::string CatalogueStore::PathForNew(const std::string& name) const {
     return fImpl->folder + "/" + name + std::string(kNewSuffix);
 }
 
+std::string CatalogueStore::PathOf(const std::string& name) const {
+    return fImpl->PathOf(name);
+}
+
 Status CatalogueStore::Adopt(const std::string& name, const BackupInfo& info) {
     if (!archive::IsBackupName(name) || info.name != name) {
         return Error::Make(ErrorKind::Invalid, name, "no backup's name");

@@ -45,6 +45,7 @@ public:
     // The file in which a new catalogue is written, and its taking over when the backup stands. The
     // engine writes through CatalogueWriter (server/catalogue/CatalogueWriter.h).
     std::string PathForNew(const std::string& name) const;
+    std::string PathOf(const std::string& name) const;  // for readers of their own
     kit::Status Adopt(const std::string& name, const BackupInfo& info);
     kit::Status Remove(const std::string& name);
 

@@ -14,6 +14,7 @@
 #include "kit/support/UniqueFd.h"
 #include "server/archive/Format.h"
 #include "server/archive/Readme.h"
+#include "server/engine/JobTotals.h"
 #include "server/engine/SourceScan.h"
 
 namespace server {
@@ -28,7 +29,6 @@ namespace text = core::text;
 namespace {
 
 constexpr int64_t kMegabyte = 1048576;
-constexpr int64_t kKilobyte = 1024;
 // A full destination is looked at again this often, and an abort is noticed this often meanwhile.
 constexpr auto kLookAgain = std::chrono::seconds(2);
 constexpr auto kNotice = std::chrono::milliseconds(100);
@@ -40,48 +40,11 @@ std::string HostName() {
     return name;
 }
 
-int32_t Clamped(int64_t value) {
-    return static_cast<int32_t>(std::clamp<int64_t>(value, INT32_MIN, INT32_MAX));
-}
-
-KTReportLine Number(int64_t value) {
-    KTReportLine line;
-    line.AddInt32(Clamped(value));
-    return line;
-}
-
-KTReportLine Real(double value) {
-    KTReportLine line;
-    line.AddDouble(value);
-    return line;
-}
-
-// A size or speed in the unit that the rule of all windows gives it.
-void TellSize(JobReport& report, int64_t value, int32_t megabytes, int32_t kilobytes,
-              int32_t bytes) {
-    if (value > kMegabyte) {
-        report.Line(LineType::Totals, megabytes, Real(static_cast<double>(value) / kMegabyte));
-    } else if (value > kKilobyte) {
-        report.Line(LineType::Totals, kilobytes, Real(static_cast<double>(value) / kKilobyte));
-    } else {
-        report.Line(LineType::Totals, bytes, Number(value));
-    }
-}
-
 std::span<const uint8_t> BytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 }  // namespace
-
-std::string LocalTimeText(int64_t seconds) {
-    const std::time_t time = seconds;
-    std::tm local{};
-    ::localtime_r(&time, &local);
-    char words[64];
-    std::strftime(words, sizeof(words), "%Y-%m-%d %H:%M:%S", &local);
-    return words;
-}
 
 BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
                      JobReport& report, JobControl& control, KTVolume& volume,
@@ -388,25 +351,9 @@ void BackupJob::RemoveOldBackups() {
 
 // --- the end ------------------------------------------------------------------------------------
 
-void BackupJob::TellTotals() {
-    const double seconds = fReport.SecondsExact();
-    const int64_t whole = fReport.Seconds();
-    fReport.Line(LineType::Totals, text::kFilesSaved, Number(fTotals.files));
-    TellSize(fReport, fTotals.bytes, text::kMegabytesSaved, text::kKilobytesSaved,
-             text::kBytesSaved);
-    KTReportLine time;
-    time.AddInt32(Clamped(whole / 3600));
-    time.AddInt32(static_cast<int32_t>(whole % 3600 / 60));
-    time.AddInt32(static_cast<int32_t>(whole % 60));
-    fReport.Line(LineType::Totals, text::kTimeTaken, std::move(time));
-    const double speed = seconds > 0 ? static_cast<double>(fTotals.bytes) / seconds : 0;
-    TellSize(fReport, static_cast<int64_t>(speed), text::kSpeedMegabytes, text::kSpeedKilobytes,
-             text::kSpeedBytes);
-}
-
 JobEnd BackupJob::Ended(bool published) {
     if (!published && fControl.IsAborted()) {
-        TellTotals();
+        TellTotals(fReport, fTotals.files, fTotals.bytes, kBackupTexts);
         fReport.Line(LineType::Totals, text::kBackupAborted);
         return JobEnd::Aborted;
     }
@@ -414,7 +361,7 @@ JobEnd BackupJob::Ended(bool published) {
         fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup failed, nothing was saved!!!");
         return JobEnd::Errors;
     }
-    TellTotals();
+    TellTotals(fReport, fTotals.files, fTotals.bytes, kBackupTexts);
     if (fReport.Errors() > 0) {
         fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup ended with errors!");
         return JobEnd::Errors;

@@ -34,7 +34,6 @@ private:
     bool WriteManifest();
     bool MakeItExist();
     void RemoveOldBackups();
-    void TellTotals();
     core::JobEnd Ended(bool published);
 
     bool WaitForRoom(int medium);
@@ -59,8 +58,5 @@ private:
     std::unique_ptr<archive::BackupWriter> fWriter;
     TreePacker::Totals fTotals;
 };
-
-// The words of "%Y-%m-%d %H:%M:%S" in local time, as reports name a time.
-std::string LocalTimeText(int64_t seconds);
 
 }  // namespace server

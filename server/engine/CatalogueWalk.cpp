@@ -50,7 +50,12 @@ kit::Status CatalogueWalk::List(const std::string& path, const CatalogueDirector
     const bool uniform = fMatcher.IsUniform(path) && fMatcher.Includes(path);
     const auto one = [&](const CatalogueEntry& entry) {
         if (!visitor.MayGoOn()) return false;
-        if (!IsName(entry.name)) return true;
+        // At the top there are volumes and nothing else.
+        const bool isTop = directory.id == kCatalogueRoot;
+        if (!IsName(entry.name) || (isTop && !S_ISDIR(entry.mode))) {
+            ++fRefused;
+            return true;
+        }
         if (S_ISDIR(entry.mode)) {
             child = path + "/" + entry.name;
             if (uniform || fMatcher.MayInclude(child)) below->push_back({child, entry});

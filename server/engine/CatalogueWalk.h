@@ -33,6 +33,8 @@ public:
     // `root` is "/Backup". An error where the catalogue cannot be read; what was told until then
     // stands.
     kit::Status Run(const std::string& root, CatalogueVisitor& visitor);
+    // Entries that were left out because no entry can have such a name, or such a place.
+    int64_t Refused() const { return fRefused; }
 
 private:
     struct Open {
@@ -46,6 +48,7 @@ private:
     CatalogueReader& fCatalogue;
     const core::SelectionMatcher& fMatcher;
     const std::vector<core::SelectionRule>& fRules;
+    int64_t fRefused = 0;
 };
 
 }  // namespace server

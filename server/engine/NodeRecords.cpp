@@ -33,11 +33,6 @@ bool IsUnsupported(int code) {
     return code == ENOTSUP || code == ENOSYS;
 }
 
-// An open entry's other name, for the calls that take only paths. Short, however long its own is.
-std::string ThroughProc(int parent, const char* name) {
-    return "/proc/self/fd/" + std::to_string(parent) + "/" + name;
-}
-
 template <class Lookup, class Record>
 std::string NameOf(uint32_t id, const Lookup& lookup, char* Record::*member) {
     std::vector<char> buffer(4096);
@@ -51,6 +46,10 @@ std::string NameOf(uint32_t id, const Lookup& lookup, char* Record::*member) {
 }
 
 }  // namespace
+
+std::string ThroughProc(int parent, const char* name) {
+    return "/proc/self/fd/" + std::to_string(parent) + "/" + name;
+}
 
 template <class List, class Get>
 int NodeRecords::Read(const List& list, const Get& get, archive::PaxRecords& records) {

@@ -12,6 +12,9 @@
 
 namespace server {
 
+// An entry's other name, for the calls that take only paths. Short, however long its own is.
+std::string ThroughProc(int parent, const char* name);
+
 class NodeRecords {
 public:
     // Attributes and access lists of an open file or directory, appended to `records`. 0 or an

@@ -5,6 +5,9 @@
 #include "server/engine/BackupJob.h"
 #include "server/engine/JobEnvironment.h"
 #include "server/engine/JobReport.h"
+#include "server/engine/JobTotals.h"
+#include "server/engine/RestoreJob.h"
+#include "server/engine/VerifyJob.h"
 
 namespace server {
 
@@ -67,6 +70,12 @@ JobEnd RunJob(const JobOrder& order, const EngineConfig& config, CatalogueStore&
     try {
         if (order.type == core::JobType::Full) {
             return RunBackup(order, config, catalogues, report, control);
+        }
+        if (order.type == core::JobType::Restore) {
+            return RestoreJob(order, config, catalogues, report, control).Run();
+        }
+        if (order.type == core::JobType::Verify) {
+            return VerifyJob(order, config, catalogues, report, control).Run();
         }
         report.ErrorWords("Error: this version cannot run jobs of this kind");
     } catch (const std::bad_alloc&) {

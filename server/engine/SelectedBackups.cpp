@@ -1,0 +1,66 @@
+#include "server/engine/SelectedBackups.h"
+
+#include <algorithm>
+
+#include "core/protocol/Texts.h"
+
+namespace server {
+
+using core::LineType;
+namespace text = core::text;
+
+std::string_view FirstPart(std::string_view path) {
+    return path.substr(1, path.find('/', 1) - 1);
+}
+
+std::string WithoutBackup(const std::string& path) {
+    const size_t slash = path.find('/', 1);
+    return slash == std::string::npos ? "/" : path.substr(slash);
+}
+
+std::vector<core::SelectionRule> SelectionRules(const JobOrder& order, JobReport& report) {
+    int refused = 0;
+    auto rules =
+        core::selection::Rules(order.description.Get<BMessage>("selection", BMessage()), &refused);
+    if (refused > 0) {
+        report.ErrorWords("Error: " + std::to_string(refused) +
+                          " rules of the selection cannot be understood");
+    }
+    return rules;
+}
+
+void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
+                           const EngineConfig& config, CatalogueStore& catalogues,
+                           JobReport& report, const std::function<bool(const OpenBackup&)>& visit) {
+    std::vector<std::string> names;
+    for (const core::SelectionRule& rule : rules) {
+        std::string name(FirstPart(rule.path));
+        if (rule.include && std::find(names.begin(), names.end(), name) == names.end())
+            names.push_back(std::move(name));
+    }
+    for (const std::string& name : names) {
+        const auto info = catalogues.Find(name);
+        if (!info) {
+            report.Error(text::kBackupMissing, {name});
+            continue;
+        }
+        const auto content = BackupContent::Open(*info, config);
+        if (!content) {
+            report.Error(text::kBackupHeaderUnreadable, {info->title}, content.error().Text());
+            continue;
+        }
+        auto catalogue = CatalogueReader::Open(catalogues.PathOf(name));
+        if (!catalogue) {
+            report.Error(text::kNoDatabase, {}, catalogue.error().Text());
+            continue;
+        }
+        KTReportLine loaded;
+        loaded.AddString(info->title);
+        loaded.AddString((*content)->Volume().MediaName());
+        loaded.AddInt32(1);
+        report.Line(LineType::Volume, text::kBackupLoaded, std::move(loaded));
+        if (!visit({*info, **content, *catalogue})) break;
+    }
+}
+
+}  // namespace server

@@ -1,0 +1,195 @@
+#include "server/engine/VerifyJob.h"
+
+#include <ctime>
+#include <set>
+#include <thread>
+
+#include "core/protocol/Texts.h"
+#include "server/archive/BackupWriter.h"
+#include "server/archive/Format.h"
+#include "server/archive/TarReader.h"
+#include "server/engine/CatalogueWalk.h"
+#include "server/engine/FrameCursor.h"
+#include "server/engine/JobTotals.h"
+
+namespace server {
+
+using core::JobEnd;
+using core::LineType;
+namespace text = core::text;
+
+namespace {
+
+constexpr size_t kBlock = size_t{1} << 20;
+constexpr int64_t kMostSums = int64_t{4} << 20;
+
+// Follows the stream through the catalogue and reads every frame of it once.
+class StreamCheck : public CatalogueVisitor {
+public:
+    StreamCheck(const OpenBackup& backup, CatalogueReader& places, JobReport& report,
+                JobControl& control)
+        : fCursor(backup.content, places), fReport(report), fControl(control) {}
+
+    bool Enter(const std::string& path, const CatalogueEntry&, const CatalogueDirectory& directory,
+               bool) override {
+        if (directory.frame >= 0) Check(path, directory.frame, directory.offset);
+        return true;
+    }
+    void Entry(const std::string& directory, const CatalogueEntry& entry) override {
+        ++files;
+        if (entry.link == 0) bytes += entry.size;
+        Check(directory + "/" + entry.name, entry.frame, entry.offset);
+        fReport.AddDone(1, entry.link == 0 ? entry.size : 0);
+    }
+    bool MayGoOn() override { return fControl.MayGoOn(); }
+
+    // What lies behind the last header.
+    void Finish(int64_t frames) { PassTo(frames); }
+
+    int64_t files = 0, bytes = 0;
+
+private:
+    void Check(const std::string& path, int64_t frame, int64_t offset) {
+        PassTo(frame);
+        fPath = WithoutBackup(path);
+        fIsTold = false;
+        fReport.Tick(fPath);
+        if (auto status = fCursor.Seek(frame, offset); !status) {
+            Tell(status.error());
+            return;
+        }
+        const auto member =
+            archive::ReadTarHeader([this](auto into) { return fCursor.Read(into); });
+        // A header may lie across two frames.
+        fPassed = std::max(fPassed, fCursor.Frame());
+        if (!member) {
+            Tell(member.error());
+        } else if ("/" + member->path != fPath) {
+            Tell(kit::Error::Make(kit::ErrorKind::Damaged, member->path, "something else"));
+        }
+    }
+    // The frames between two headers hold the data of the entry before.
+    void PassTo(int64_t frame) {
+        for (; fPassed < frame - 1 && fControl.MayGoOn(); ++fPassed) {
+            if (auto status = fCursor.Seek(fPassed + 1, 0); !status) Tell(status.error());
+        }
+        fPassed = std::max(fPassed, frame);
+    }
+    void Tell(const kit::Error& error) {
+        if (!std::exchange(fIsTold, true))
+            fReport.Error(text::kNotReadFromBackup, {fPath}, error.Text());
+    }
+
+    FrameCursor fCursor;
+    JobReport& fReport;
+    JobControl& fControl;
+    int64_t fPassed = -1;
+    std::string fPath = "/";
+    bool fIsTold = false;
+};
+
+}  // namespace
+
+VerifyJob::VerifyJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
+                     JobReport& report, JobControl& control)
+    : fOrder(order), fConfig(config), fCatalogues(catalogues), fReport(report), fControl(control) {}
+
+JobEnd VerifyJob::Run() {
+    fReport.Words(LineType::Heading, "Checking backups '" + fOrder.title + "':");
+    fReport.Line(LineType::Heading, text::kStartIs,
+                 {LocalTimeText(fConfig.now ? fConfig.now() : std::time(nullptr))});
+    const auto rules = SelectionRules(fOrder, fReport);
+    ForEachSelectedBackup(rules, fConfig, fCatalogues, fReport, [&](const OpenBackup& backup) {
+        ++fBackups;
+        fReport.AddTotals(backup.info.files, backup.info.bytes);
+        std::thread sums([&] { CheckSums(backup); });
+        CheckStream(backup);
+        sums.join();
+        return fControl.MayGoOn();
+    });
+    if (fBackups == 0) fReport.ErrorWords("Error: there is no backup to check");
+    fReport.TellProgress("");
+    fReport.Words(LineType::Totals, "Files checked:\t\t" + std::to_string(fFiles));
+    fReport.Words(LineType::Totals, "Bytes checked:\t\t" + std::to_string(fBytes));
+    if (fControl.IsAborted()) {
+        fReport.Words(LineType::Totals, "Status:\t\t\t\tCheck aborted!!!");
+        return JobEnd::Aborted;
+    }
+    if (fReport.Errors() > 0) {
+        fReport.Words(LineType::Totals, "Status:\t\t\t\tCheck ended with errors!");
+        return JobEnd::Errors;
+    }
+    fReport.Words(LineType::Totals, "Status:\t\t\t\tCheck successful");
+    return JobEnd::Good;
+}
+
+void VerifyJob::CheckSums(const OpenBackup& backup) {
+    const auto wrong = [&](const std::string& why) {
+        fReport.ErrorWords("Error: the checksums of '" + backup.info.name + "' cannot be read",
+                           why);
+    };
+    const auto source = backup.content.File(archive::kSumsFile);
+    const auto size = source->Size();
+    if (!size || *size > kMostSums) return wrong(size ? "too large" : size.error().Text());
+    std::string sums(static_cast<size_t>(*size), '\0');
+    const auto got = source->ReadAt(0, {reinterpret_cast<uint8_t*>(sums.data()), sums.size()});
+    if (!got) return wrong(got.error().Text());
+    // What the manifest names must be there, whatever the list says.
+    std::set<std::string> missing{archive::kManifestFile};
+    for (const auto& medium : backup.content.Manifest().media)
+        missing.insert(medium.file);
+    for (size_t at = 0; at < sums.size();) {
+        const size_t end = std::min(sums.find('\n', at), sums.size());
+        const std::string line = sums.substr(at, end - at);
+        at = end + 1;
+        if (line.size() < 67 || line.substr(64, 2) != "  " || line.find('/') != std::string::npos) {
+            return wrong("a line of it is damaged");
+        }
+        missing.erase(line.substr(66));
+        CheckSum(backup, line.substr(66), line.substr(0, 64));
+    }
+    for (const std::string& file : missing)
+        fReport.ErrorWords("Error: '" + file + "' has no checksum");
+}
+
+void VerifyJob::CheckSum(const OpenBackup& backup, const std::string& file,
+                         const std::string& sum) {
+    const auto source = backup.content.File(file);
+    archive::Sha256 sha;
+    Bytes block(kBlock);
+    for (int64_t offset = 0;;) {
+        if (!fControl.MayGoOn()) return;
+        const auto got = source->ReadAt(offset, block);
+        if (!got) {
+            fReport.ErrorWords("Error: can't read '" + file + "'", got.error().Text());
+            return;
+        }
+        if (*got == 0) break;
+        sha.Update(std::span(block).first(*got));
+        offset += static_cast<int64_t>(*got);
+    }
+    if (sha.Finish() != sum) fReport.ErrorWords("Error: the checksum of '" + file + "' is wrong");
+}
+
+void VerifyJob::CheckStream(const OpenBackup& backup) {
+    // The walk lists while the places are asked for.
+    auto places = CatalogueReader::Open(fCatalogues.PathOf(backup.info.name));
+    if (!places) {
+        fReport.Error(text::kNoDatabase, {}, places.error().Text());
+        return;
+    }
+    const auto all = core::SelectionRule::Parse("INCLUDE /" + backup.info.name + "/*");
+    const std::vector<core::SelectionRule> rules{*all};
+    const core::SelectionMatcher matcher(rules);
+    StreamCheck check(backup, *places, fReport, fControl);
+    CatalogueWalk walk(backup.catalogue, matcher, rules);
+    const kit::Status walked = walk.Run("/" + backup.info.name, check);
+    if (!walked || walk.Refused() > 0) {
+        fReport.Error(text::kNoDatabase, {}, walked ? "impossible entries" : walked.error().Text());
+    }
+    check.Finish(places->CountFrames());
+    fFiles += check.files;
+    fBytes += check.bytes;
+}
+
+}  // namespace server

@@ -1,0 +1,29 @@
+// Checks backups where they lie: every file against its sum, every frame against its checksum,
+// every member's header against the catalogue. Changes nothing.
+#pragma once
+
+#include "server/engine/JobEnvironment.h"
+#include "server/engine/SelectedBackups.h"
+
+namespace server {
+
+class VerifyJob {
+public:
+    VerifyJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
+              JobReport& report, JobControl& control);
+    core::JobEnd Run();
+
+private:
+    void CheckSums(const OpenBackup& backup);
+    void CheckSum(const OpenBackup& backup, const std::string& file, const std::string& sum);
+    void CheckStream(const OpenBackup& backup);
+
+    const JobOrder& fOrder;
+    const EngineConfig& fConfig;
+    CatalogueStore& fCatalogues;
+    JobReport& fReport;
+    JobControl& fControl;
+    int64_t fBackups = 0, fFiles = 0, fBytes = 0;
+};
+
+}  // namespace server
