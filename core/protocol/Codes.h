@@ -67,10 +67,10 @@ enum class JobType : int32_t {
     Restore = 4,
     Compare = 5,
     Insert = 6,
-    Verify = 7,
+    Verify = 1000,  // reads a backup through and writes nothing; our own
 };
 constexpr bool IsKnownJobType(int32_t type) {
-    return type >= 1 && type <= 7;
+    return (type >= 1 && type <= 6) || type == static_cast<int32_t>(JobType::Verify);
 }
 constexpr bool IsBackup(JobType type) {
     return type <= JobType::Differential;

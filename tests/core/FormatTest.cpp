@@ -49,6 +49,7 @@ TEST(Format, CodesInWords) {
         "Insert",  "Unknown"};
     for (int32_t i = 0; i < 8; ++i)
         EXPECT_EQ(TextOf(JobTypeTextId(i)), types[i]);
+    EXPECT_EQ(TextOf(JobTypeTextId(1000)), "Check");
     const char* states[] = {"Unknown", "Waiting", "Running", "Pause", "Edit", "Unknown"};
     for (int32_t i = 0; i < 6; ++i)
         EXPECT_EQ(TextOf(JobStatusTextId(i)), states[i]);
