@@ -5,6 +5,7 @@
 #include <ctime>
 
 #include "core/locale/KTLocale.h"
+#include "core/locale/MoreTexts.h"
 #include "core/locale/TextTable.h"
 
 using namespace core;
@@ -49,7 +50,7 @@ TEST(Format, CodesInWords) {
         "Insert",  "Unknown"};
     for (int32_t i = 0; i < 8; ++i)
         EXPECT_EQ(TextOf(JobTypeTextId(i)), types[i]);
-    EXPECT_EQ(TextOf(JobTypeTextId(1000)), "Check");
+    EXPECT_EQ(JobTypeTextId(1000), kMoreVerify);
     const char* states[] = {"Unknown", "Waiting", "Running", "Pause", "Edit", "Unknown"};
     for (int32_t i = 0; i < 6; ++i)
         EXPECT_EQ(TextOf(JobStatusTextId(i)), states[i]);
