@@ -65,7 +65,10 @@ public:
           fCatalogue(backup.catalogue),
           fMatcher(matcher),
           fPlaces(job.fOrder.description.Get<BMessage>("selection", BMessage()), job.fDivert,
-                  job.fCreateRoot, job.fConfig.roster.Volumes()) {
+                  job.fCreateRoot, job.fConfig.roster.Volumes()),
+          fMostThreads(job.fConfig.workers > 0
+                           ? static_cast<size_t>(job.fConfig.workers)
+                           : std::max(2U, std::thread::hardware_concurrency())) {
         if (fPlaces.Refused() > 0) {
             job.fReport.ErrorWords("Error: " + std::to_string(fPlaces.Refused()) +
                                    " redirections cannot be understood");
@@ -135,7 +138,10 @@ private:
     std::vector<bool> fRestored;  // by the entry's id; guarded by fMutex
 
     Bundle fFilling;
+    std::vector<std::thread> fThreads;  // made as work for them comes: one file needs one
+    const size_t fMostThreads;
     std::mutex fMutex;
+    size_t fIdle = 0;
     std::condition_variable fQueued, fRoom;
     std::deque<Bundle> fQueue;
     std::deque<Late> fLate;
@@ -143,12 +149,6 @@ private:
 };
 
 void RestoreJob::Backup::Run() {
-    std::vector<std::thread> threads;
-    const int wanted = fJob.fConfig.workers > 0
-                           ? fJob.fConfig.workers
-                           : static_cast<int>(std::max(2U, std::thread::hardware_concurrency()));
-    for (int i = 0; i < wanted; ++i)
-        threads.emplace_back([this] { Work(); });
     std::thread counting([this] {
         auto catalogue = CatalogueReader::Open(fPath);
         if (!catalogue) return;
@@ -163,7 +163,7 @@ void RestoreJob::Backup::Run() {
         fNoMore = true;
     }
     fQueued.notify_all();
-    for (std::thread& thread : threads)
+    for (std::thread& thread : fThreads)
         thread.join();
     counting.join();
     if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
@@ -363,12 +363,15 @@ void RestoreJob::Backup::Add(Task task) {
 
 void RestoreJob::Backup::HandOver() {
     if (fFilling.empty()) return;
+    bool needsThread = false;
     {
         std::unique_lock lock(fMutex);
         fRoom.wait(lock, [this] { return fQueue.size() < kMostWaiting; });
         fQueue.push_back(std::move(fFilling));
+        needsThread = fIdle < fQueue.size() && fThreads.size() < fMostThreads;
     }
     fFilling.clear();
+    if (needsThread) fThreads.emplace_back([this] { Work(); });
     fQueued.notify_one();
 }
 
@@ -385,7 +388,9 @@ void RestoreJob::Backup::Work() {
         Bundle bundle;
         {
             std::unique_lock lock(fMutex);
+            ++fIdle;
             fQueued.wait(lock, [this] { return fNoMore || !fQueue.empty(); });
+            --fIdle;
             if (fQueue.empty()) return;
             bundle = std::move(fQueue.front());
             fQueue.pop_front();
