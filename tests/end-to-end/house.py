@@ -249,7 +249,8 @@ def holes(file, size):
 
 
 def differences(left, right):
-    left, right = describe(left), describe(right)
+    """Between two trees; either may be what describe() gave of it earlier."""
+    left, right = (tree if isinstance(tree, dict) else describe(tree) for tree in (left, right))
     found = [f"only in one: {path!r}" for path in left.keys() ^ right.keys()]
     found += [f"{path!r}: {left[path]} != {right[path]}" for path in left.keys() & right.keys()
               if left[path] != right[path]]
