@@ -1,10 +1,12 @@
 // The backup server's program.
 #include "server/app/ServerMain.h"
+#include "server/queue/Records.h"
 
 int main() {
-    return server::ServerMain([](const std::string& programFolder) -> server::EngineFunction {
+    return server::ServerMain([](const server::ServerFolders& folders) -> server::EngineFunction {
         server::EngineConfig config;
-        config.addOnFolder = programFolder + "/add-ons";
+        config.addOnFolder = folders.program + "/add-ons";
+        config.ownFiles = {folders.data + '/' + server::Records::kFileName};
         return [config](const server::JobOrder& order, server::CatalogueStore& catalogues,
                         server::JobEvents& events, server::JobControl& control) {
             return server::RunJob(order, config, catalogues, events, control);

@@ -56,7 +56,7 @@ private:
 
 }  // namespace
 
-int ServerMain(const std::function<EngineFunction(const std::string& programFolder)>& makeEngine) {
+int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>& makeEngine) {
     ::umask(077);
     ::setsid();  // fails where it leads its group already, which is as good
     ::signal(SIGHUP, SIG_IGN);
@@ -80,7 +80,8 @@ int ServerMain(const std::function<EngineFunction(const std::string& programFold
         std::fprintf(stderr, "BackupServer: %s\n", data.error().Text().c_str());
         return 1;
     }
-    if (auto opened = server.Open({*data, folder + "/add-ons", makeEngine(folder)}); !opened) {
+    if (auto opened = server.Open({*data, folder + "/add-ons", makeEngine({folder, *data})});
+        !opened) {
         std::fprintf(stderr, "BackupServer: %s\n", opened.error().Text().c_str());
         return 1;
     }

@@ -7,9 +7,13 @@ namespace server {
 
 using EngineFunction = decltype(BackupServer::Configuration::engine);
 
+struct ServerFolders {
+    std::string program;  // add-ons lie below it
+    std::string data;
+};
+
 // Runs the server until it is asked to end (SIGTERM, SIGINT). 0: it ended cleanly, or another copy
-// runs already; 1: it could not start, and said why on standard error. `makeEngine` gets the
-// server's program folder.
-int ServerMain(const std::function<EngineFunction(const std::string& programFolder)>& makeEngine);
+// runs already; 1: it could not start, and said why on standard error.
+int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>& makeEngine);
 
 }  // namespace server

@@ -84,7 +84,7 @@ JobEnd Play(const server::JobOrder& order, server::JobEvents& events, server::Jo
 }  // namespace
 
 int main() {
-    return server::ServerMain([](const std::string&) -> server::EngineFunction {
+    return server::ServerMain([](const server::ServerFolders&) -> server::EngineFunction {
         return [](const server::JobOrder& order, server::CatalogueStore&, server::JobEvents& events,
                   server::JobControl& control) { return Play(order, events, control); };
     });
