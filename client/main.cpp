@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <QApplication>
+#include <QPalette>
 #include <QSocketNotifier>
 #include <array>
 #include <cerrno>
@@ -62,6 +63,15 @@ kit::UniqueFd TakeOverEndSignals() {
     return kit::UniqueFd(ends[0]);
 }
 
+// Some desktops' dark themes leave the colour of hints to a default that is made for light ones.
+void KeepHintsReadable() {
+    QPalette palette = QApplication::palette();
+    QColor hint = palette.color(QPalette::Text);
+    hint.setAlphaF(0.6F);
+    palette.setColor(QPalette::PlaceholderText, hint);
+    QApplication::setPalette(palette);
+}
+
 // The user's copy that runs already comes to the front instead of a second one.
 int HandOver(const BackupApplication& application) {
     BMessage answer;
@@ -86,6 +96,7 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QString::fromLatin1(client::kDesktopFile));
     QApplication::setWindowIcon(KTIcons::Get("velmora-backup"));
     QApplication::setQuitOnLastWindowClosed(false);
+    KeepHintsReadable();
 
     KTWindowLooper looper;
     BackupApplication application;
