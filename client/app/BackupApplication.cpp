@@ -148,6 +148,11 @@ std::optional<BMessage> BackupApplication::AskServer(const BMessage& message) {
                                                                          : fSetup.answerPatience);
 }
 
+void BackupApplication::AskServerLater(BMessage message, BMessenger::AnswerFunction done) {
+    if (fServer.Team() <= 0) return done(BSendResult::NoTarget, BMessage());
+    fServer.Messenger().Ask(std::move(message), std::move(done));
+}
+
 void BackupApplication::PostApplication(BMessage message) {
     PostMessage(std::move(message));
 }

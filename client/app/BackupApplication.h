@@ -44,7 +44,8 @@ public:
     // --- ServerLink -----------------------------------------------------------------------------
     bool PostServer(BMessage message) override;                           // any thread
     std::optional<BMessage> AskServer(const BMessage& message) override;  // Qt main thread
-    void PostApplication(BMessage message) override;                      // any thread
+    void AskServerLater(BMessage message, BMessenger::AnswerFunction done) override;  // any thread
+    void PostApplication(BMessage message) override;                                  // any thread
 
     // --- looper ---------------------------------------------------------------------------------
     void MessageReceived(BMessage& message) override;

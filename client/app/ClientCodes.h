@@ -38,6 +38,11 @@ inline constexpr uint32_t kSelectNone = "sclr"_code;
 inline constexpr uint32_t kLoadJob = "lsel"_code;
 inline constexpr uint32_t kSaveJob = "ssel"_code;
 
+// --- from the restore tool to its open start dialog ---------------------------------------------
+// Where the first selected item will be: "source" (its place in the backup) and "target" (the full
+// path it gets; empty when nothing can be said).
+inline constexpr uint32_t kRestoreLanding = "rslp"_code;
+
 // --- from the application object to the main window, which hands the first two to every view -----
 // The server's process is gone: its running jobs have ended abnormally, lists may be out of date.
 inline constexpr uint32_t kServerGone = "svgo"_code;
@@ -63,7 +68,8 @@ inline constexpr auto kInternalCodes = [] {
         "resq"_code, "reiq"_code, "ricl"_code, "rdcl"_code, "rssc"_code, "rssl"_code, "rssq"_code,
         "rsda"_code, "rsAO"_code, "rsCR"_code, "rsDV"_code, "rsED"_code, "rsOV"_code, "rsIN"_code,
         "rsSE"_code, "rsST"_code, "RSCA"_code, "RSCR"_code, "RSDE"_code, "RSGI"_code, "RSGQ"_code,
-        "RSID"_code, "RSQR"_code, "RSRD"_code, "KTDD"_code, "KTSD"_code, " CER"_code,
+        "RSID"_code, "RSQR"_code, "RSRD"_code, "rspw"_code, kRestoreLanding, "KTDD"_code,
+        "KTSD"_code, " CER"_code,
         // compare
         "cmpq"_code, "cmsc"_code, "cmse"_code, "cmsq"_code, "cmst"_code, "cmal"_code,
         // reports

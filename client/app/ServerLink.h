@@ -16,6 +16,9 @@ public:
     // the server is gone or gives no answer in 10 s (60 s for 'KTLR'). An answer 'NONE' is an
     // answer.
     virtual std::optional<BMessage> AskServer(const BMessage& message) = 0;
+    // Asks and returns at once, for answers that take their time. `done` is called exactly once, on
+    // any thread, and only hands the answer on; client::AskLater makes a message of it.
+    virtual void AskServerLater(BMessage message, BMessenger::AnswerFunction done) = 0;
     // Hands a message to the application object's routing (job submissions, 'KTLR', 'ktpc', …).
     virtual void PostApplication(BMessage message) = 0;
 };

@@ -42,3 +42,11 @@ void KTColumnListDelegate::setEditorData(QWidget* editor, const QModelIndex& ind
     field->setText(index.data(Qt::EditRole).toString());
     field->selectAll();
 }
+
+void KTColumnListDelegate::setModelData(QWidget* editor, QAbstractItemModel* model,
+                                        const QModelIndex& index) const {
+    const auto* field = static_cast<QLineEdit*>(editor);
+    // An editor of hidden typing opens empty; left untouched it changes nothing.
+    if (fView->ColumnAt(index.column()).typingHidden && !field->isModified()) return;
+    model->setData(index, field->text(), Qt::EditRole);
+}

@@ -16,6 +16,8 @@ public:
     QWidget* createEditor(QWidget* parent, const QStyleOptionViewItem& option,
                           const QModelIndex& index) const override;
     void setEditorData(QWidget* editor, const QModelIndex& index) const override;
+    void setModelData(QWidget* editor, QAbstractItemModel* model,
+                      const QModelIndex& index) const override;
     // Marks are toggled by the view, which knows about ranges.
     bool editorEvent(QEvent*, QAbstractItemModel*, const QStyleOptionViewItem&,
                      const QModelIndex&) override {

@@ -79,7 +79,8 @@ QVariant KTColumnListModel::data(const QModelIndex& index, int role) const {
                                                                  : QString(8, QChar(0x2022));
             return fView->CellText(row, index.column());
         case Qt::EditRole:
-            if (column.kind != KTColumnKind::Text) return {};
+            // What was typed unseen is not handed out again, to an editor or to anybody else.
+            if (column.kind != KTColumnKind::Text || column.typingHidden) return {};
             return KTControl::Shown(fRows.TextAt(row, index.column()));
         case Qt::DecorationRole:
             if (column.kind == KTColumnKind::Icon) return fView->CellIcon(row);
@@ -137,7 +138,9 @@ bool KTColumnListModel::setData(const QModelIndex& index, const QVariant& value,
     const QString text = value.toString();
     // Enough for an editor that was opened and left: an escaped name must not come back as its
     // text.
-    if (text == data(index, Qt::EditRole).toString()) return true;
+    if (!fView->ColumnAt(index.column()).typingHidden &&
+        text == data(index, Qt::EditRole).toString())
+        return true;
     fView->RenameColumnData(row, index.column(), text);
     return true;
 }

@@ -398,12 +398,15 @@ bool KTColumnListView::EditCell(KTRow row, int column) {
 }
 
 void KTColumnListView::RenameColumnData(KTRow row, int column, const QString& text) {
-    const std::string bytes = KTControl::ToBytes(text);
-    fRows->SetText(row, column, bytes);
+    fRows->SetText(row, column, KTControl::ToBytes(text));
+    TellRename(row, column, text);
+}
+
+void KTColumnListView::TellRename(KTRow row, int column, const QString& text) {
     BMessage message("clrn"_code);
     message.Add("item", int64_t{row});
     message.Add("column", int32_t{column});
-    message.Add("text", bytes);
+    message.Add("text", KTControl::ToBytes(text));
     fInvocationTarget.SendMessage(std::move(message));
 }
 

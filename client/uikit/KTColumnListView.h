@@ -121,6 +121,9 @@ public:
     void selectAll() override;
 
 protected:
+    // Posts the 'clrn' of a finished edit.
+    void TellRename(KTRow row, int column, const QString& text);
+
     void mousePressEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;

@@ -32,6 +32,11 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreProgress */ "Progress",
     /* kMoreRemoveDelayTitle */ "Remove Delay",
     /* kMoreVerify */ "Check",
+    /* kMoreFirstItemGoesTo */ "First item goes to:",
+    /* kMoreNoneProtected */ "None of the selected backups is protected by a password.",
+    /* kMoreCheckingPassword */ "The password is being checked.",
+    /* kMoreServerSilent */ "The backup server does not answer.",
+    /* kMoreInfoHeading */ "%s info",
 };
 
 }  // namespace core

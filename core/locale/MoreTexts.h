@@ -39,6 +39,11 @@ enum MoreText : int32_t {
     kMoreProgress,          // spoken name of a bar
     kMoreRemoveDelayTitle,  // title of an alert
     kMoreVerify,            // kind of a job: checks backups where they lie
+    kMoreFirstItemGoesTo,   // label of the restore start dialog
+    kMoreNoneProtected,     // restore start dialog, in place of the list of passwords
+    kMoreCheckingPassword,  // said while the server checks
+    kMoreServerSilent,      // alert
+    kMoreInfoHeading,       // heading of an info window; %s the name
     kMoreEnd
 };
 

@@ -36,10 +36,30 @@ public:
         if (answer == answers.end()) return std::nullopt;
         return answer->second;
     }
+    void AskServerLater(BMessage message, BMessenger::AnswerFunction done) override {
+        asked.push_back(message);
+        if (keepsWaiting)
+            waiting.push_back(std::move(done));
+        else
+            AnswerTo(message, done);
+    }
     void PostApplication(BMessage message) override { application.push_back(std::move(message)); }
 
     std::vector<BMessage> posted, asked, application;
     std::map<uint32_t, BMessage> answers;
+    // Asked when `answers` has none; a code of 0 is no answer.
+    std::function<BMessage(const BMessage&)> answer;
+    bool keepsWaiting = false;  // what is asked later goes to `waiting`
+    std::vector<BMessenger::AnswerFunction> waiting;
+
+private:
+    void AnswerTo(const BMessage& message, const BMessenger::AnswerFunction& done) {
+        const auto known = answers.find(message.what);
+        const BMessage reply = known != answers.end() ? known->second
+                               : answer               ? answer(message)
+                                                      : BMessage();
+        done(reply.what ? BSendResult::Ok : BSendResult::NoReply, reply);
+    }
 };
 
 // Put in place of the real ones as long as it lives; held by shared state, as the seam owns its

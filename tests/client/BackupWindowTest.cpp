@@ -31,6 +31,9 @@ class SilentServer : public ServerLink {
 public:
     bool PostServer(BMessage) override { return true; }
     std::optional<BMessage> AskServer(const BMessage&) override { return std::nullopt; }
+    void AskServerLater(BMessage, BMessenger::AnswerFunction done) override {
+        done(BSendResult::NoTarget, BMessage());
+    }
     void PostApplication(BMessage message) override { posted.push_back(std::move(message)); }
     std::vector<BMessage> posted;
 };
