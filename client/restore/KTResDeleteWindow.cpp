@@ -6,6 +6,12 @@
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Texts.h"
 
+namespace {
+
+constexpr int kLeastWidth = 420;  // a title and a date are seen whole
+
+}  // namespace
+
 KTResDeleteWindow::KTResDeleteWindow(const QString& title, QWidget* parentWindow,
                                      const BMessage& settings, uint32_t replyCode,
                                      BMessenger target)
@@ -15,6 +21,7 @@ KTResDeleteWindow::KTResDeleteWindow(const QString& title, QWidget* parentWindow
     KTControl::Name(fDeleteData, "chk_deletedata");
     fDeleteData->setChecked(settings.Get<int32_t>("deletedata", 0) != 0);
     BkgView()->layout()->addWidget(fDeleteData);
+    BkgView()->setMinimumWidth(kLeastWidth);
 }
 
 void KTResDeleteWindow::Save(BMessage& settings) {

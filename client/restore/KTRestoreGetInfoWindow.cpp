@@ -3,6 +3,7 @@
 #include <QBoxLayout>
 #include <QDialogButtonBox>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QTextEdit>
 #include <QTextTable>
 
@@ -29,15 +30,19 @@ public:
         setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
         setTabChangesFocus(true);
         setFrameShape(NoFrame);
+        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
         viewport()->setBackgroundRole(QPalette::Window);
         setWordWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
         const int rows = info.Count(kLabel);
         if (rows > 0) Fill(info, rows);
     }
     QSize sizeHint() const override {
-        document()->setTextWidth(kWidth);
+        // High enough beside a scroll bar, too: once there it would stay for want of the line that
+        // it costs itself.
+        const std::unique_ptr<QTextDocument> copy(document()->clone());
+        copy->setTextWidth(kWidth - verticalScrollBar()->sizeHint().width());
         const int most = kMostRows * fontMetrics().lineSpacing();
-        return {kWidth, std::min(qRound(document()->size().height()), most)};
+        return {kWidth, std::min(qCeil(copy->size().height()), most)};
     }
 
 private:

@@ -43,6 +43,7 @@ KTRestoreStartWin::KTRestoreStartWin(const KTToolContext& context, const QString
     fTitle->setMinimumWidth(kFieldWidth);
     fLanding = new KTElidedLabel(Qt::ElideMiddle);
     KTControl::Name(fLanding, "str_landing");
+    fLanding->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Fixed);  // no path widens the dialog
     fForm = new QFormLayout;
     fForm->setFieldGrowthPolicy(QFormLayout::AllNonFixedFieldsGrow);
     fForm->addRow(KTControl::LabelText(text::kDescription), fTitle);
@@ -194,6 +195,7 @@ void KTRestoreStartWin::ShowPWList() {
     if (fList->isVisibleTo(this) == some && fNoneProtected->isVisibleTo(this) == !some) return;
     fPrompt->setVisible(some);
     fList->setVisible(some);
+    fHint->setVisible(some);  // its place is kept while it says nothing
     fNoneProtected->setVisible(!some);
     if (!isVisible()) return;
     layout()->activate();

@@ -1,0 +1,185 @@
+// The smaller dialogs of the restore tool, with their real widgets.
+#include <gtest/gtest.h>
+
+#include <QAbstractTextDocumentLayout>
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QTest>
+#include <QTextEdit>
+#include <QTextTable>
+
+#include "client/restore/KTResDeleteWindow.h"
+#include "client/restore/KTResSettingWindow.h"
+#include "client/restore/KTRestoreGetInfoWindow.h"
+#include "tests/client/BackupTesting.h"
+
+using namespace backup_testing;
+
+namespace {
+
+class RestoreDialogs : public ::testing::Test {
+protected:
+    RestoreDialogs() {
+        parent.resize(700, 500);
+        parent.show();
+    }
+    void OpenSettings(const BMessage& settings) {
+        dialog = new KTResSettingWindow("Restore Settings", &parent, settings, "rssq"_code,
+                                        BMessenger(&tool));
+        dialog->show();
+        Settle();
+    }
+    void Click(const char* name) {
+        dialog->findChild<QAbstractButton*>(name)->click();
+        Settle();
+    }
+    bool IsChecked(const char* name) { return dialog->findChild<QCheckBox*>(name)->isChecked(); }
+    // What the tool heard since it was asked last: code and "divert", or "result".
+    using Heard = std::vector<std::pair<std::string, int32_t>>;
+    Heard News() {
+        Heard news;
+        for (const BMessage& message : std::exchange(tool.heard, {})) {
+            answer = message;
+            news.emplace_back(CodeText(message.what),
+                              message.what == "rsDV"_code
+                                  ? message.Get<int32_t>("divert", -1)
+                                  : static_cast<int32_t>(message.Get("result", false)));
+        }
+        return news;
+    }
+    BMessage Settings() { return answer.Get("settings", BMessage()); }
+
+    Listener tool;
+    BMessage answer;
+    QWidget parent;
+    QPointer<QDialog> dialog;
+};
+
+TEST_F(RestoreDialogs, SettingsAreShownAndHandedBackOnOk) {
+    BMessage settings;
+    settings.Add("createroot", int32_t{1});
+    settings.Add("divert", int32_t{1});
+    settings.Add("unknown", "kept");
+    OpenSettings(settings);
+    auto* overwrite = dialog->findChild<QComboBox*>("mnu_overwrite");
+    EXPECT_EQ(overwrite->currentText(), "No") << "without \"overwrite\" the first";
+    EXPECT_EQ(overwrite->itemText(1) + overwrite->itemText(2) + overwrite->itemText(3),
+              "Only olderRenameYes");
+    EXPECT_FALSE(IsChecked("chk_askoverwrite"));
+    EXPECT_TRUE(IsChecked("chk_createroot"));
+    EXPECT_FALSE(IsChecked("chk_emptydirs"));
+    EXPECT_TRUE(IsChecked("chk_divert"));
+    overwrite->setCurrentIndex(2);
+    Click("chk_createroot");
+    Click("chk_emptydirs");
+    Click("btn_ok");
+    EXPECT_EQ(News(), (Heard{{"rssq", 1}}));
+    EXPECT_EQ(Settings().Find<int32_t>("overwrite"), 2);
+    EXPECT_EQ(Settings().Find<int32_t>("askoverwrite"), 0);
+    EXPECT_EQ(Settings().Find<int32_t>("createroot"), 0);
+    EXPECT_EQ(Settings().Find<int32_t>("createemptydirs"), 1);
+    EXPECT_EQ(Settings().Find<int32_t>("divert"), 1);
+    EXPECT_EQ(Settings().Count("divert"), 1);
+    EXPECT_EQ(Settings().FindString("unknown"), "kept");
+
+    // An index from elsewhere marks nothing, and is left alone.
+    settings.Add("overwrite", int32_t{7});
+    OpenSettings(settings);
+    Click("btn_ok");
+    EXPECT_EQ(News(), (Heard{{"rssq", 1}}));
+    EXPECT_EQ(Settings().Find<int32_t>("overwrite"), 7);
+}
+
+TEST_F(RestoreDialogs, DivertingShowsAtOnceAndIsTakenBackOnCancel) {
+    BMessage settings;
+    settings.Add("divert", int32_t{1});
+    OpenSettings(settings);
+    Click("chk_divert");
+    EXPECT_EQ(News(), (Heard{{"rsDV", 0}})) << "while it is open";
+    Click("chk_divert");
+    Click("chk_divert");
+    EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rsDV", 0}}));
+    QTest::keyClick(dialog.data(), Qt::Key_Escape);
+    Settle();
+    EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rssq", 0}}));
+
+    OpenSettings(BMessage());
+    Click("chk_divert");
+    Click("btn_cancel");
+    EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rsDV", 0}, {"rssq", 0}}));
+
+    OpenSettings(BMessage());
+    Click("chk_divert");
+    Click("btn_ok");
+    EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rssq", 1}})) << "nothing is taken back";
+}
+
+TEST_F(RestoreDialogs, DeletingNeedsMoreThanReturn) {
+    BMessage settings;
+    settings.Add("deletedata", int32_t{1});
+    const auto open = [&] {
+        auto* window =
+            new KTResDeleteWindow("Delete", &parent, settings, "rdcl"_code, BMessenger(&tool));
+        window->SetText("Home, Sun Nov 22 20:15:30 2026\n");
+        dialog = window;
+        window->show();
+        window->activateWindow();
+        Settle();
+    };
+    open();
+    EXPECT_EQ(dialog->findChild<QLabel*>("str_question")->text(),
+              "Do you really want to delete the following Backup entry(s)?");
+    EXPECT_TRUE(IsChecked("chk_deletedata"));
+    QTest::keyClick(dialog.data(), Qt::Key_Return);
+    Settle();
+    EXPECT_EQ(News(), (Heard{{"rdcl", 0}}));
+    open();
+    Click("chk_deletedata");
+    Click("btn_ok");
+    EXPECT_EQ(News(), (Heard{{"rdcl", 1}}));
+    EXPECT_EQ(Settings().Find<int32_t>("deletedata"), 0);
+}
+
+TEST_F(RestoreDialogs, InfoIsReadAsItIsAndGoesWithEscape) {
+    BMessage info("RSID"_code);
+    for (const auto& [label, value] :
+         std::vector<std::pair<std::string, std::string>>{{"Name", "<b>letter</b>"},
+                                                          {"Size", "12"},
+                                                          {"Path", "/" + std::string(2000, 'x')},
+                                                          {"Redirect", " "}}) {
+        info.Add("RESINFOSPALTE1", label);
+        info.Add("RESINFOSPALTE2", value);
+    }
+    dialog = new KTRestoreGetInfoWindow(info, &parent);
+    dialog->show();
+    Settle();
+    EXPECT_EQ(dialog->windowTitle(), "Get Info");
+    EXPECT_EQ(dialog->findChild<QLabel*>("str_heading")->text(), "<b>letter</b> info");
+    auto* text = dialog->findChild<QTextEdit*>("txt_info");
+    EXPECT_TRUE(text->textInteractionFlags() & Qt::TextSelectableByKeyboard);
+    EXPECT_TRUE(text->isReadOnly());
+    auto* table = text->document()->rootFrame()->childFrames().value(0);
+    auto* cells = qobject_cast<QTextTable*>(table);
+    ASSERT_TRUE(cells);
+    EXPECT_EQ(cells->rows(), 4);
+    const auto cell = [&](int row, int column) {
+        QTextCursor cursor = cells->cellAt(row, column).firstCursorPosition();
+        cursor.setPosition(cells->cellAt(row, column).lastPosition(), QTextCursor::KeepAnchor);
+        return cursor.selectedText();
+    };
+    EXPECT_EQ(cell(0, 0), "Name");
+    EXPECT_EQ(cell(0, 1), "<b>letter</b>");
+    EXPECT_EQ(cell(1, 1), "12");
+    EXPECT_LE(text->document()->idealWidth(), text->viewport()->width()) << "a long path breaks";
+    QTest::keyClick(dialog.data(), Qt::Key_Escape);
+    EXPECT_TRUE(WaitFor([&] { return dialog.isNull(); }));
+
+    // A message without pairs still makes a window.
+    KTRestoreGetInfoWindow empty(BMessage(), &parent);
+    empty.show();
+    Settle();
+}
+
+}  // namespace
