@@ -2,7 +2,6 @@
 
 #include <string.h>
 
-#include <algorithm>
 #include <optional>
 
 #include "core/protocol/Codes.h"
@@ -11,7 +10,7 @@ namespace {
 
 constexpr std::string_view kNone = " ";
 
-std::optional<int32_t> IndexOf(const BMessage& message, std::string_view name) {
+std::optional<int32_t> PlaceOf(const BMessage& message, std::string_view name) {
     for (int32_t i = 0; i < message.Count("name"); ++i)
         if (message.FindString("name", i) == name) return i;
     return std::nullopt;
@@ -39,12 +38,18 @@ void KTPasswordList::Password::Wipe() {
 
 // --- the list -----------------------------------------------------------------------------------
 
-bool KTPasswordList::HasPassword(size_t index) const {
-    return fEntries[index].password.Text() != kNone;
+int32_t KTPasswordList::IndexOf(std::string_view name) const {
+    for (int32_t i = 0; i < Count(); ++i)
+        if (At(i).name == name) return i;
+    return -1;
 }
 
-void KTPasswordList::SetPassword(size_t index, std::string_view password) {
-    fEntries[index].password = Password(password.empty() ? kNone : password);
+bool KTPasswordList::HasPassword(int32_t index) const {
+    return fEntries[static_cast<size_t>(index)].password.Text() != kNone;
+}
+
+void KTPasswordList::SetPassword(int32_t index, std::string_view password) {
+    fEntries[static_cast<size_t>(index)].password = Password(password.empty() ? kNone : password);
 }
 
 BMessage KTPasswordList::ProtectionQuestion(const BMessage& backups) {
@@ -59,12 +64,11 @@ void KTPasswordList::Take(const BMessage& backups, const BMessage& answer) {
     for (int32_t i = 0; i < backups.Count("name"); ++i) {
         Backup backup{backups.Get("name", std::string(), i), backups.Get("title", std::string(), i),
                       backups.Get("date", std::string(), i)};
-        const auto place = IndexOf(answer, backup.name);
+        const auto place = PlaceOf(answer, backup.name);
         if (!place || answer.Get<int32_t>("protected", 0, *place) == 0) continue;
-        const auto before = std::ranges::find(
-            fEntries, backup.name,
-            [](const Entry& entry) -> const std::string& { return entry.backup.name; });
-        Password password(before == fEntries.end() ? kNone : before->password.Text());
+        const int32_t before = IndexOf(backup.name);
+        Password password(before < 0 ? kNone
+                                     : fEntries[static_cast<size_t>(before)].password.Text());
         entries.push_back({std::move(backup), std::move(password)});
     }
     fEntries = std::move(entries);
@@ -82,7 +86,7 @@ BMessage KTPasswordList::CheckQuestion() const {
 int32_t KTPasswordList::FirstWrong(const BMessage& answer) const {
     // The server says about all of them together, in the first "result", whether they are right.
     const bool right = answer.Get<int32_t>("result", 0, 0) == 1;
-    for (size_t i = 0; i < fEntries.size(); ++i)
-        if (!right && IndexOf(answer, fEntries[i].backup.name)) return static_cast<int32_t>(i);
+    for (int32_t i = 0; i < Count(); ++i)
+        if (!right && PlaceOf(answer, At(i).name)) return i;
     return -1;
 }

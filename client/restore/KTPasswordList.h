@@ -17,11 +17,12 @@ public:
         std::string name, title, date;
     };
 
-    size_t Count() const { return fEntries.size(); }
+    int32_t Count() const { return static_cast<int32_t>(fEntries.size()); }
     bool IsEmpty() const { return fEntries.empty(); }
-    const Backup& At(size_t index) const { return fEntries[index].backup; }
-    bool HasPassword(size_t index) const;
-    void SetPassword(size_t index, std::string_view password);  // "": none again
+    const Backup& At(int32_t index) const { return fEntries[static_cast<size_t>(index)].backup; }
+    int32_t IndexOf(std::string_view name) const;  // -1 when it is not in the list
+    bool HasPassword(int32_t index) const;
+    void SetPassword(int32_t index, std::string_view password);  // "": none again
     void Clear() { fEntries.clear(); }
 
     // 'ktpc' about which of `backups` ("name", "title", "date" at equal indexes) are protected.

@@ -49,7 +49,7 @@ void KTPasswordListView::ShowPWList(const KTPasswordList& list) {
     const KTRow selected = CurrentSelection();
     const std::string name(selected == kNoRow ? "" : Rows().TextAt(selected, kName));
     Rows().MakeEmpty();
-    for (size_t i = 0; i < list.Count(); ++i) {
+    for (int32_t i = 0; i < list.Count(); ++i) {
         const auto& backup = list.At(i);
         const std::string_view texts[] = {backup.title, backup.date,
                                           list.HasPassword(i) ? kTyped : "", backup.name};
@@ -58,6 +58,10 @@ void KTPasswordListView::ShowPWList(const KTPasswordList& list) {
     }
     // The keyboard has somewhere to begin.
     if (CurrentRow() == kNoRow && Rows().Count() > 0) SetCurrentRow(Rows().First());
+}
+
+void KTPasswordListView::ShowPassword(int32_t index, bool typed) {
+    Rows().SetText(RowAtIndex(index), kPassword, typed ? kTyped : "");
 }
 
 bool KTPasswordListView::FinishEditing() {
@@ -74,8 +78,10 @@ void KTPasswordListView::ColumnWidthChanged(int column, float width) {
 }
 
 void KTPasswordListView::RenameColumnData(KTRow row, int column, const QString& text) {
-    TellRename(row, column, text);
-    Rows().SetText(row, column, text.isEmpty() ? "" : kTyped);
+    // By the time it arrives the row may stand for another backup.
+    BMessage message("clrn"_code);
+    message.Add("name", Rows().TextAt(row, kName));
+    TellRename(row, column, text, std::move(message));
 }
 
 void KTPasswordListView::keyPressEvent(QKeyEvent* event) {

@@ -18,6 +18,7 @@ public:
     KTPasswordListView(Preferences* preferences, QWidget* parent);
 
     void ShowPWList(const KTPasswordList& list);
+    void ShowPassword(int32_t index, bool typed);
     // Ends an edit that is going on, as Return does. False when there is none.
     bool FinishEditing();
     KTRow RowAtIndex(int32_t index) const { return Rows().ChildAt(kNoRow, index); }

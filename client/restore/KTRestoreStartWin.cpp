@@ -8,7 +8,6 @@
 #include <QPushButton>
 
 #include "client/app/ClientCodes.h"
-#include "client/app/ServerQuestion.h"
 #include "client/restore/KTPasswordListView.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
@@ -19,13 +18,9 @@
 
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr uint32_t kConfirm = " ok "_code;
 constexpr uint32_t kBackups = "rssl"_code;
 constexpr uint32_t kCellEdited = "clrn"_code;
-constexpr uint32_t kAnswer = "rspw"_code;
-constexpr auto kUsualPatience = 60s;
 constexpr char kAlertTitle[] = "RestoreStart";
 constexpr char kWrongPassword[] = "Paßworteingabe nicht korrekt!";
 constexpr int kFieldWidth = 280;
@@ -36,7 +31,7 @@ KTRestoreStartWin::KTRestoreStartWin(const KTToolContext& context, const QString
                                      QWidget* parentWindow, const BMessage& settings,
                                      uint32_t replyCode, BMessenger target)
     : KTSetWindow(title, parentWindow, core::WithoutPasswords(settings), replyCode, target),
-      fServer(context.server) {
+      fInquiry(context.server) {
     using namespace core;
     fTitle = new QLineEdit(KTControl::Shown(settings.Get("title", std::string())));
     KTControl::Name(fTitle, "str_title");
@@ -76,11 +71,8 @@ KTRestoreStartWin::KTRestoreStartWin(const KTToolContext& context, const QString
     layout->addWidget(fOnHold);
     layout->addStretch(0);
 
-    fPatience.setSingleShot(true);
-    fPatience.setInterval(kUsualPatience);
-    connect(&fPatience, &QTimer::timeout, this, [this] { NotAnswered(); });
     ShowPWList();
-    ShowQuestion();
+    ShowInquiry();
     fTitle->setFocus();
     fTitle->selectAll();
 }
@@ -95,9 +87,6 @@ void KTRestoreStartWin::MessageReceived(BMessage& message) {
             break;
         case kCellEdited:
             PasswordTyped(message);
-            break;
-        case kAnswer:
-            Answered(message);
             break;
         case kConfirm:
             // What is still being typed counts: it arrives before this comes round again.
@@ -118,68 +107,53 @@ void KTRestoreStartWin::Save(BMessage& settings) {
 
 void KTRestoreStartWin::closeEvent(QCloseEvent* event) {
     KTSetWindow::closeEvent(event);
+    fInquiry.Drop();
     fPasswords.Clear();
-    ++fQuestionNumber;
-    fPatience.stop();
 }
 
 // --- questions to the server --------------------------------------------------------------------
 
-void KTRestoreStartWin::Ask(Question about, BMessage question) {
-    fQuestion = about;
-    fPatience.start();
-    ShowQuestion();
-    client::AskLater(fServer, std::move(question), this, kAnswer, ++fQuestionNumber);
+void KTRestoreStartWin::Ask(BMessage question,
+                            void (KTRestoreStartWin::*done)(const BMessage& answer)) {
+    fInquiry.Ask(std::move(question), [this, done](const std::optional<BMessage>& answer) {
+        fChecking = false;
+        ShowInquiry();
+        if (answer) return (this->*done)(*answer);
+        fConfirmWhenListed = false;
+        KTAlert(this, kAlertTitle, KTControl::Text(core::kMoreServerSilent),
+                {KTControl::Text(core::text::kOk)}, KTAlertRequest::Kind::Warning);
+    });
+    ShowInquiry();
 }
 
-void KTRestoreStartWin::Answered(const BMessage& message) {
-    if (message.Get<int32_t>("number", 0) != fQuestionNumber || fQuestion == Question::None) return;
-    if (!message.Get("answered", false)) return NotAnswered();
-    fPatience.stop();
-    const BMessage answer = message.Get("answer", BMessage());
-    const Question about = std::exchange(fQuestion, Question::None);
-    ShowQuestion();
-    if (about == Question::Protection)
-        TakeList(answer);
-    else
-        TakeCheck(answer);
+void KTRestoreStartWin::AskProtection() {
+    fChecking = false;
+    Ask(KTPasswordList::ProtectionQuestion(*fUnlisted), &KTRestoreStartWin::TakeList);
 }
 
-void KTRestoreStartWin::NotAnswered() {
-    fPatience.stop();
-    ++fQuestionNumber;
-    fQuestion = Question::None;
-    fConfirmWhenListed = false;
-    ShowQuestion();
-    KTAlert(this, kAlertTitle, KTControl::Text(core::kMoreServerSilent),
-            {KTControl::Text(core::text::kOk)}, KTAlertRequest::Kind::Warning);
-}
-
-void KTRestoreStartWin::ShowQuestion() {
-    const bool checking = fQuestion == Question::Check;
+void KTRestoreStartWin::ShowInquiry() {
+    const bool open = fInquiry.IsOpen();
     // With its button off the keyboard would be on "Cancel", a Return away from losing it all.
-    if (fQuestion != Question::None && OkButton()->hasFocus()) setFocus();
-    if (checking && fList->hasFocus()) setFocus();
-    OkButton()->setEnabled(fQuestion == Question::None);
-    fList->setEnabled(!checking);
-    fHint->setText(checking ? KTControl::Text(core::kMoreCheckingPassword) : QString());
+    if (open && (OkButton()->hasFocus() || (fChecking && fList->hasFocus()))) setFocus();
+    OkButton()->setEnabled(!open);
+    fList->setEnabled(!fChecking);
+    fHint->setText(fChecking ? KTControl::Text(core::kMoreCheckingPassword) : QString());
 }
 
 // --- the list of passwords ----------------------------------------------------------------------
 
 void KTRestoreStartWin::SetPWList(const BMessage& backups) {
-    if (!backups.Has("name")) {
-        ++fQuestionNumber;
-        fPatience.stop();
-        fQuestion = Question::None;
-        fUnlisted.reset();
-        fPasswords.Clear();
-        ShowPWList();
-        ShowQuestion();
-        return;
+    fConfirmWhenListed = false;
+    if (backups.Has("name")) {
+        fUnlisted = backups;
+        return AskProtection();
     }
-    fUnlisted = backups;
-    Ask(Question::Protection, KTPasswordList::ProtectionQuestion(backups));
+    fInquiry.Drop();
+    fChecking = false;
+    fUnlisted.reset();
+    fPasswords.Clear();
+    ShowPWList();
+    ShowInquiry();
 }
 
 void KTRestoreStartWin::TakeList(const BMessage& answer) {
@@ -190,6 +164,7 @@ void KTRestoreStartWin::TakeList(const BMessage& answer) {
 }
 
 void KTRestoreStartWin::ShowPWList() {
+    fList->FinishEditing();  // what is being typed finds its backup by name
     fList->ShowPWList(fPasswords);
     const bool some = !fPasswords.IsEmpty();
     if (fList->isVisibleTo(this) == some && fNoneProtected->isVisibleTo(this) == !some) return;
@@ -207,16 +182,17 @@ void KTRestoreStartWin::ShowPWList() {
 
 void KTRestoreStartWin::PasswordTyped(const BMessage& message) {
     const auto row = static_cast<KTRow>(message.Get<int64_t>("item", kNoRow));
-    if (!fList->Rows().Has(row)) return;
-    const auto index = static_cast<size_t>(fList->Rows().IndexInParent(row));
+    int32_t index = fList->Rows().Has(row) ? fList->Rows().IndexInParent(row) : -1;
+    if (const auto name = message.FindString("name")) index = fPasswords.IndexOf(*name);
+    if (index < 0) return;
     fPasswords.SetPassword(index, message.Get("text", std::string()));
+    fList->ShowPassword(index, fPasswords.HasPassword(index));
 }
 
 // --- confirming ---------------------------------------------------------------------------------
 
 void KTRestoreStartWin::Confirm() {
-    if (fQuestion != Question::None) return;
-    if (!CheckPWList()) return;
+    if (fInquiry.IsOpen() || !CheckPWList()) return;
     BMessage confirmed(kConfirm);
     KTSetWindow::MessageReceived(confirmed);
 }
@@ -225,11 +201,12 @@ bool KTRestoreStartWin::CheckPWList() {
     if (fUnlisted) {
         // Without knowing which backups are protected a job would leave them out without a word.
         fConfirmWhenListed = true;
-        Ask(Question::Protection, KTPasswordList::ProtectionQuestion(*fUnlisted));
+        AskProtection();
         return false;
     }
     if (fPasswords.IsEmpty()) return true;
-    Ask(Question::Check, fPasswords.CheckQuestion());
+    fChecking = true;
+    Ask(fPasswords.CheckQuestion(), &KTRestoreStartWin::TakeCheck);
     return false;
 }
 

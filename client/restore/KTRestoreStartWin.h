@@ -4,9 +4,7 @@
 // then has them; they are in no settings, and go when the dialog closes.
 #pragma once
 
-#include <QTimer>
-#include <chrono>
-
+#include "client/app/Inquiry.h"
 #include "client/restore/KTPasswordList.h"
 #include "client/uikit/KTSetWindow.h"
 #include "client/uikit/KTToolView.h"
@@ -32,19 +30,16 @@ public:
     // confirms.
     void MessageReceived(BMessage& message) override;
 
-    // After so long a server counts as silent. Checking takes about a second for each password, and
-    // is slowed down after wrong ones.
-    void SetPatience(std::chrono::milliseconds patience) { fPatience.setInterval(patience); }
+    void SetPatience(std::chrono::milliseconds patience) { fInquiry.SetPatience(patience); }
 
 protected:
     void Save(BMessage& settings) override;
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    enum class Question { None, Protection, Check };
-    void Ask(Question about, BMessage question);
-    void Answered(const BMessage& message);
-    void NotAnswered();
+    // Asks the server; the dialog goes on but cannot be confirmed until `done`.
+    void Ask(BMessage question, void (KTRestoreStartWin::*done)(const BMessage& answer));
+    void AskProtection();
     void TakeList(const BMessage& answer);
     void TakeCheck(const BMessage& answer);
 
@@ -54,16 +49,14 @@ private:
     void PasswordTyped(const BMessage& message);
     void ShowLanding(const BMessage& message);
     void ShowPWList();
-    void ShowQuestion();
+    void ShowInquiry();
     void SelectRow(int32_t index);
 
-    ServerLink* fServer;
+    client::Inquiry fInquiry;
     KTPasswordList fPasswords;
     std::optional<BMessage> fUnlisted;  // backups of which the server has not said yet
     bool fConfirmWhenListed = false;
-    Question fQuestion = Question::None;
-    int32_t fQuestionNumber = 0;
-    QTimer fPatience;
+    bool fChecking = false;
 
     QLineEdit* fTitle;
     QFormLayout* fForm;

@@ -402,8 +402,7 @@ void KTColumnListView::RenameColumnData(KTRow row, int column, const QString& te
     TellRename(row, column, text);
 }
 
-void KTColumnListView::TellRename(KTRow row, int column, const QString& text) {
-    BMessage message("clrn"_code);
+void KTColumnListView::TellRename(KTRow row, int column, const QString& text, BMessage message) {
     message.Add("item", int64_t{row});
     message.Add("column", int32_t{column});
     message.Add("text", KTControl::ToBytes(text));

@@ -121,8 +121,9 @@ public:
     void selectAll() override;
 
 protected:
-    // Posts the 'clrn' of a finished edit.
-    void TellRename(KTRow row, int column, const QString& text);
+    // Posts the 'clrn' of a finished edit; `message` may hold more to say.
+    void TellRename(KTRow row, int column, const QString& text,
+                    BMessage message = BMessage("clrn"_code));
 
     void mousePressEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;

@@ -37,6 +37,7 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreCheckingPassword */ "The password is being checked.",
     /* kMoreServerSilent */ "The backup server does not answer.",
     /* kMoreInfoHeading */ "%s info",
+    /* kMoreUnlockPrompt */ "Type in the password of the backup '%s':",
 };
 
 }  // namespace core

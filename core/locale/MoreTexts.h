@@ -44,6 +44,7 @@ enum MoreText : int32_t {
     kMoreCheckingPassword,  // said while the server checks
     kMoreServerSilent,      // alert
     kMoreInfoHeading,       // heading of an info window; %s the name
+    kMoreUnlockPrompt,      // %s which backup
     kMoreEnd
 };
 

@@ -5,6 +5,7 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QTest>
 #include <QTextEdit>
@@ -13,6 +14,7 @@
 #include "client/restore/KTResDeleteWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreGetInfoWindow.h"
+#include "client/restore/KTUnlockWindow.h"
 #include "tests/client/BackupTesting.h"
 
 using namespace backup_testing;
@@ -140,6 +142,58 @@ TEST_F(RestoreDialogs, DeletingNeedsMoreThanReturn) {
     Click("btn_ok");
     EXPECT_EQ(News(), (Heard{{"rdcl", 1}}));
     EXPECT_EQ(Settings().Find<int32_t>("deletedata"), 0);
+}
+
+TEST_F(RestoreDialogs, ALockedBackupAsksUntilThePasswordIsRight) {
+    Desk desk;
+    BMessage settings;
+    settings.Add("name", "20261122T201530-0000001a");
+    settings.Add("title", "Home");
+    settings.Add("date", "Sun Nov 22 20:15:30 2026");
+    settings.Add("item", int64_t{17});
+    dialog = new KTUnlockWindow(desk.Context(), &parent, settings, "unlk"_code, BMessenger(&tool));
+    dialog->show();
+    dialog->activateWindow();
+    Settle();
+    EXPECT_TRUE(dialog->findChild<QLabel*>("str_prompt")
+                    ->text()
+                    .contains("'Home, Sun Nov 22 20:15:30 2026'"));
+    auto* field = dialog->findChild<QLineEdit*>("str_password");
+    auto* hint = dialog->findChild<QLabel*>("str_hint");
+    EXPECT_EQ(field->echoMode(), QLineEdit::Password);
+    EXPECT_FALSE(dialog->findChild<QPushButton*>("btn_ok")->isEnabled()) << "nothing typed";
+    const auto say = [&](int32_t result) {
+        BMessage reply("ktpr"_code);
+        reply.Add("name", "20261122T201530-0000001a");
+        reply.Add("result", result);
+        return reply;
+    };
+    desk.server.answer = [&](const BMessage&) { return say(0); };
+    QTest::keyClicks(field, "geheim");
+    QTest::keyClick(field, Qt::Key_Return);
+    Settle();
+    EXPECT_EQ(desk.server.asked.back().what, "ktpc"_code);
+    EXPECT_EQ(desk.server.asked.back().FindString("name"), "20261122T201530-0000001a");
+    EXPECT_EQ(desk.server.asked.back().FindString("pw"), "geheim");
+    EXPECT_EQ(hint->text(), "Incorrect password! Please enter password again.");
+    EXPECT_TRUE(field->hasFocus());
+    EXPECT_EQ(field->selectedText().size(), 6);
+
+    desk.server.answer = [](const BMessage&) { return BMessage(); };
+    Click("btn_ok");
+    EXPECT_EQ(hint->text(), "The backup server does not answer.");
+
+    desk.server.keepsWaiting = true;
+    Click("btn_ok");
+    EXPECT_FALSE(dialog->findChild<QPushButton*>("btn_ok")->isEnabled());
+    EXPECT_FALSE(field->isEnabled());
+    EXPECT_TRUE(News().empty());
+    desk.server.waiting.back()(BSendResult::Ok, say(1));
+    Settle();
+    EXPECT_EQ(News(), (Heard{{"unlk", 1}}));
+    EXPECT_EQ(Settings().Find<int64_t>("item"), 17);
+    const Bytes bytes = Settings().Flatten();
+    EXPECT_EQ(std::string(bytes.begin(), bytes.end()).find("geheim"), std::string::npos);
 }
 
 TEST_F(RestoreDialogs, InfoIsReadAsItIsAndGoesWithEscape) {

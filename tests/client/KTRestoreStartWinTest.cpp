@@ -212,6 +212,18 @@ TEST_F(RestoreStart, WhatIsBeingTypedCountsAndIsKeptNowhereElse) {
     EXPECT_EQ(std::string(answer.begin(), answer.end()).find("geheim"), std::string::npos);
 }
 
+TEST_F(RestoreStart, AListThatComesWhileOneTypesTakesThePasswordToItsBackup) {
+    OpenWithProtected({"a", "b"});
+    List()->EditCell(List()->RowAtIndex(0), 2);
+    QTest::keyClicks(List()->findChild<QLineEdit*>(), "of a");
+    Send(Backups({"b", "a"}));
+    EXPECT_EQ(Cell(0, 2), "");
+    EXPECT_EQ(Cell(1, 2).size(), 8);
+    Ok();
+    EXPECT_EQ(Strings(Asked(), "name"), (Names{"b", "a"}));
+    EXPECT_EQ(Strings(Asked(), "pw"), (Names{" ", "of a"}));
+}
+
 TEST_F(RestoreStart, AnEditorOpensEmptyAndLeftUntouchedChangesNothing) {
     OpenWithProtected({"a"});
     Type(0, "geheim");
