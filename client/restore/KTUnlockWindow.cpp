@@ -14,7 +14,7 @@ namespace {
 
 constexpr uint32_t kConfirm = " ok "_code;
 constexpr int32_t kNoHint = -1;
-constexpr int kWidth = 340;
+constexpr int kWidth = 400;
 
 QString WhichBackup(const BMessage& settings) {
     const QString title = KTControl::Shown(settings.Get("title", std::string()));
@@ -46,7 +46,8 @@ KTUnlockWindow::KTUnlockWindow(const KTToolContext& context, QWidget* parentWind
     fPassword->setEchoMode(QLineEdit::Password);
     connect(fPassword, &QLineEdit::textChanged, this, [this] { ShowState(kNoHint); });
     fHint = label("str_hint");
-    fHint->setMinimumHeight(fHint->fontMetrics().lineSpacing());  // its place is kept
+    fHint->setAlignment(Qt::AlignTop | Qt::AlignLeft);
+    fHint->setMinimumHeight(2 * fHint->fontMetrics().lineSpacing());  // its place is kept
 
     auto* layout = new QVBoxLayout(BkgView());
     layout->addWidget(prompt);
