@@ -1,5 +1,6 @@
 #include "client/app/Inquiry.h"
 
+#include "client/app/ServerQuestion.h"
 #include "client/uikit/KTWindowLooper.h"
 
 namespace client {
@@ -19,14 +20,7 @@ Inquiry::Inquiry(ServerLink* server) : fServer(server) {
 void Inquiry::Ask(BMessage question, Done done) {
     fDone = std::move(done);
     fPatience.start();
-    fServer->AskServerLater(std::move(question), [to = BMessenger(this), number = ++fNumber](
-                                                     BSendResult result, const BMessage& answer) {
-        BMessage answered(kAnswered);
-        answered.Add("number", number);
-        // Code 0 says that the question was let go unanswered.
-        if (result == BSendResult::Ok && answer.what != 0) answered.Add("answer", answer);
-        to.SendMessage(std::move(answered));
-    });
+    AskLater(fServer, std::move(question), this, kAnswered, ++fNumber);
 }
 
 void Inquiry::Drop() {

@@ -17,7 +17,8 @@ public:
     // answer.
     virtual std::optional<BMessage> AskServer(const BMessage& message) = 0;
     // Asks and returns at once, for answers that take their time. `done` is called exactly once, on
-    // any thread, and only hands the answer on. Windows ask through client::Inquiry.
+    // any thread, and only hands the answer on. Windows ask through client::AskLater
+    // or client::Inquiry.
     virtual void AskServerLater(BMessage message, BMessenger::AnswerFunction done) = 0;
     // Hands a message to the application object's routing (job submissions, 'KTLR', 'ktpc', …).
     virtual void PostApplication(BMessage message) = 0;

@@ -81,4 +81,18 @@ std::optional<BMessage> AskAndWait(const BMessenger& target, const BMessage& que
     return std::exchange(pending->answer, std::nullopt);
 }
 
+void AskLater(ServerLink* server, BMessage question, const BHandler* asker, uint32_t code,
+              int32_t number) {
+    server->AskServerLater(std::move(question), [to = BMessenger(asker), code, number](
+                                                    BSendResult result, const BMessage& answer) {
+        BMessage message(code);
+        message.Add("number", number);
+        // Code 0 says that the question was let go unanswered.
+        const bool answered = result == BSendResult::Ok && answer.what != 0;
+        message.Add("answered", answered);
+        if (answered) message.Add("answer", answer);
+        to.SendMessage(std::move(message));
+    });
+}
+
 }  // namespace client

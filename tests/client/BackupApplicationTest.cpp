@@ -9,6 +9,7 @@
 #include <QTimer>
 #include <future>
 
+#include "client/app/Inquiry.h"
 #include "client/app/Product.h"
 #include "core/files/HeaderFile.h"
 #include "core/locale/TextTable.h"
@@ -344,6 +345,44 @@ TEST(AskServer, WorksFromWithinAMessageWithOthersBehindIt) {
         WindowLooper()->PostMessage("told"_code, &view);
     ASSERT_TRUE(WaitFor([&] { return view.heard.size() == 101; }));
     EXPECT_EQ(view.heard[0].what, "fill"_code);
+}
+
+TEST(Inquiry, HoldsNothingUpAndEndsWithTheServerOrThePatience) {
+    ClientHouse house;
+    house.Start();
+    client::Inquiry inquiry(house.application.get());
+    std::vector<std::string> heard;
+    const auto note = [&](const std::optional<BMessage>& answer) {
+        heard.push_back(answer ? answer->Get("to", std::string()) : "nothing");
+    };
+    inquiry.Ask(BMessage("ktpc"_code), note);
+    EXPECT_TRUE(heard.empty());
+    ASSERT_TRUE(WaitFor([&] { return heard.size() == 1; }));
+    EXPECT_EQ(heard[0], "ktpc");
+
+    house.Server().SendMessage("tHLD"_code);
+    inquiry.Ask(BMessage("ktpc"_code), note);
+    Settle();  // messages go on
+    inquiry.SetPatience(1ms);
+    inquiry.Ask(BMessage("rpGL"_code), note);
+    ASSERT_TRUE(WaitFor([&] { return heard.size() == 2; }));
+    EXPECT_EQ(heard[1], "nothing");
+    EXPECT_FALSE(inquiry.IsOpen());
+
+    inquiry.SetPatience(60s);
+    inquiry.Ask(BMessage("KTJL"_code), note);
+    house.Server().SendMessage("tFRE"_code);  // the answers to all three
+    ASSERT_TRUE(WaitFor([&] { return heard.size() == 3; }));
+    EXPECT_EQ(heard[2], "KTJL") << "those of the former two are not heard";
+
+    house.Server().SendMessage("tHLD"_code);
+    inquiry.Ask(BMessage("KTJL"_code), note);
+    house.Server().SendMessage("tDIE"_code);
+    ASSERT_TRUE(WaitFor([&] { return heard.size() == 4; }));
+    EXPECT_EQ(heard[3], "nothing");
+    inquiry.Ask(BMessage("KTJL"_code), note);
+    ASSERT_TRUE(WaitFor([&] { return heard.size() == 5; }));
+    EXPECT_EQ(heard[4], "nothing") << "there is no server at all";
 }
 
 }  // namespace
