@@ -27,6 +27,7 @@ void KTColumnListDelegate::initStyleOption(QStyleOptionViewItem* option,
 QWidget* KTColumnListDelegate::createEditor(QWidget* parent, const QStyleOptionViewItem&,
                                             const QModelIndex& index) const {
     auto* field = new QLineEdit(parent);
+    field->setObjectName("str_cell");
     field->setFrame(false);
     field->setAccessibleName(fView->ColumnAt(index.column()).label);
     if (fView->ColumnAt(index.column()).typingHidden) {

@@ -171,8 +171,10 @@ QString Run(const QStringList& words) {
     if (command == "type") {
         auto* field = qobject_cast<QLineEdit*>(widget);
         if (!field) return "error\tno text field";
+        // As typed over what is there: a text that was only set does not count as changed.
         field->setFocus();
-        field->setText(argument);
+        field->selectAll();
+        field->insert(argument);
         return "ok";
     }
     if (command == "choose") {
