@@ -96,6 +96,8 @@ kit::Status BackupServer::Open(Configuration configuration) {
     });
 
     std::vector<std::string> problems = fRecords->Problems();
+    const auto& unreadable = fCatalogues->Problems();
+    problems.insert(problems.end(), unreadable.begin(), unreadable.end());
     if (!opened) problems.push_back("The catalogues cannot be opened: " + opened.error().Text());
     if (!problems.empty()) {
         LineChunk lines;

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <memory>
-#include <set>
+#include <tuple>
 
 #include "core/protocol/Codes.h"
+#include "server/archive/Format.h"
 #include "server/engine/AddOns.h"
+#include "server/engine/SelectedBackups.h"
 #include "server/queue/JobList.h"
 
 namespace server {
@@ -18,7 +20,11 @@ kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup)
     if (!volume) return volume.error();
     (*volume)->SetSettings(backup.volumeSettings);
     if (auto access = (*volume)->CheckAccess(); !access) return access;
-    return (*volume)->RemoveBackup(backup.name);
+    auto removed = (*volume)->RemoveBackup(backup.name);
+    if (removed || removed.error().kind != kit::ErrorKind::NotFound) return removed;
+    // Cut short earlier it has the name of one that was never completed.
+    auto rest = (*volume)->RemoveBackup(backup.name + std::string(archive::kPartialSuffix));
+    return rest ? rest : removed;
 }
 
 // Whether `other` cannot be restored without `backup`. On the safe side: of the incremental ones of
@@ -58,9 +64,33 @@ void CatalogueDesk::List(BMessage& message) {
     if (!message.IsSourceWaiting()) return;
     auto question = std::make_shared<BMessage>(std::move(message));
     fReading.Post([this, question] {
-        question->SendReply(fCatalogues.List(question->Get("path", std::string("/")),
-                                             question->Find<int32_t>("index")));
+        const auto path = question->Get("path", std::string("/"));
+        auto list = fCatalogues.List(path, question->Find<int32_t>("index"));
+        if (list) {
+            question->SendReply(std::move(*list));
+            return;
+        }
+        question->SendReply(core::code::kNone);
+        const std::string name(FirstPart("/" + path.substr(path.find_first_not_of('/'))));
+        fHost.Later([this, name, error = list.error()] { TellDamage(name, error); });
     });
+}
+
+void CatalogueDesk::TellDamage(const std::string& name, const kit::Error& error) {
+    const auto backup = fKnown.find(name);
+    if (error.kind != kit::ErrorKind::Damaged || backup == fKnown.end() ||
+        !fDamaged.insert(name).second) {
+        return;
+    }
+    Report(backup->second, "The catalogue of the backup '" + name + "' is damaged. " +
+                               error.Text() + ". Its files can still be restored by hand.");
+}
+
+void CatalogueDesk::Report(const BackupInfo& backup, const std::string& words, int32_t client) {
+    LineChunk lines;
+    lines.AddWords(core::LineType::Error, words);
+    fReports.Write({0, 0, static_cast<int32_t>(backup.type), backup.title, 0}, std::move(lines),
+                   client);
 }
 
 void CatalogueDesk::CheckPassword(BMessage& message) {
@@ -98,18 +128,14 @@ void CatalogueDesk::Delete(BMessage& message) {
         withData.push_back(message.Get<int32_t>("full", 0, i) != 0);
     }
     if (names.empty()) return;
-    fDeleting.Post([this, names, withData] {
+    fDeleting.Post([this, names, withData, client = message.SourceTeam()] {
         auto done = DeleteNow(names, withData);
-        fHost.Later([this, done] {
+        fHost.Later([this, done, client] {
             TellChanges();
             for (const auto& backup : done.gone)
                 fReports.BackupDeleted(backup.jobId);
-            for (const auto& [backup, words] : done.problems) {
-                LineChunk lines;
-                lines.AddWords(core::LineType::Error, words);
-                fReports.Write({0, 0, static_cast<int32_t>(backup.type), backup.title, 0},
-                               std::move(lines));
-            }
+            for (const auto& [backup, words] : done.problems)
+                Report(backup, words, client);
         });
     });
 }
@@ -126,8 +152,9 @@ CatalogueDesk::Deletion CatalogueDesk::DeleteNow(const std::vector<std::string>&
         if (at == names.end()) continue;
         wanted.emplace_back(backup, withData[static_cast<size_t>(at - names.begin())]);
     }
-    std::sort(wanted.begin(), wanted.end(),
-              [](const auto& a, const auto& b) { return a.first.start > b.first.start; });
+    std::sort(wanted.begin(), wanted.end(), [](const auto& a, const auto& b) {
+        return std::tie(a.first.start, a.first.jobId) > std::tie(b.first.start, b.first.jobId);
+    });
     for (const auto& [backup, data] : wanted) {
         const auto problem = [&, &info = backup](const std::string& words) {
             done.problems.push_back(
@@ -140,15 +167,28 @@ CatalogueDesk::Deletion CatalogueDesk::DeleteNow(const std::vector<std::string>&
             problem("'" + needed->name + "' is built on it.");
             continue;
         }
+        auto removal = fCatalogues.BeginRemoval(backup.name);
+        if (!removal) {
+            // Gone meanwhile is as good; the clients were told by whoever removed it.
+            if (removal.error().kind != kit::ErrorKind::NotFound)
+                problem("a job that is running uses it.");
+            continue;
+        }
         if (data) {
             if (auto removed = RemoveData(fAddOnFolder, backup); !removed) {
                 problem("its data cannot be deleted. " + removed.error().Text());
                 continue;
             }
         }
-        if (auto removed = fCatalogues.Remove(backup.name); !removed) {
-            problem(removed.error().Text());
-            continue;
+        if (auto removed = removal->Finish(); !removed) {
+            if (fCatalogues.Find(backup.name)) {
+                problem(removed.error().Text());
+                continue;
+            }
+            done.problems.push_back({backup, "The backup '" + backup.name +
+                                                 "' was deleted, but may be listed again after a "
+                                                 "power failure: " +
+                                                 removed.error().Text()});
         }
         std::erase_if(left,
                       [&, &info = backup](const auto& other) { return other.name == info.name; });

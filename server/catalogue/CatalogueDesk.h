@@ -5,6 +5,7 @@
 #pragma once
 
 #include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -32,12 +33,16 @@ public:
 private:
     struct Deletion;
     Deletion DeleteNow(const std::vector<std::string>& names, const std::vector<bool>& withData);
+    // Of a catalogue that turned out to be damaged: once for each backup.
+    void TellDamage(const std::string& name, const kit::Error& error);
+    void Report(const BackupInfo& backup, const std::string& words, int32_t client = 0);
 
     ServerHost& fHost;
     CatalogueStore& fCatalogues;
     ReportDesk& fReports;
     const std::string fAddOnFolder;
     std::map<std::string, BackupInfo> fKnown;
+    std::set<std::string> fDamaged;  // told
     Worker fReading{2};
     Worker fDeleting;
 };

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <map>
 #include <mutex>
+#include <set>
 
 #include "kit/support/UniqueFd.h"
 #include "server/archive/Format.h"
@@ -106,7 +107,7 @@ void AddBackup(BMessage& list, const BackupInfo& info) {
 }
 
 // The children's arrays, each column filled as one block.
-BMessage ListChildren(CatalogueReader& reader, const CatalogueDirectory& directory) {
+kit::Result<BMessage> ListChildren(CatalogueReader& reader, const CatalogueDirectory& directory) {
     const bool volumes = directory.id == kCatalogueRoot;
     std::vector<int32_t> types, media, ids;
     std::vector<BTime> dates;
@@ -129,7 +130,8 @@ BMessage ListChildren(CatalogueReader& reader, const CatalogueDirectory& directo
             ids.push_back(entry.id);
             return true;
         });
-    if (!status || types.empty()) return BMessage(core::code::kNone);
+    if (!status) return status.error();
+    if (types.empty()) return BMessage(core::code::kNone);
     list.AddArray<int32_t>("type", types);
     list.AddArray<BTime>("date", dates);
     list.AddArray<int64_t>("size", sizes);
@@ -144,7 +146,10 @@ BMessage ListChildren(CatalogueReader& reader, const CatalogueDirectory& directo
 struct CatalogueStore::Impl {
     std::string folder;
     mutable std::mutex mutex;
-    std::map<std::string, BackupInfo> backups;  // by name: oldest first
+    std::vector<std::string> problems;
+    // By name: oldest first. Whoever uses a backup holds its information.
+    std::map<std::string, std::shared_ptr<const BackupInfo>> backups;
+    std::set<std::string> leaving;
 
     std::string PathOf(const std::string& name) const {
         return folder + "/" + name + std::string(kSuffix);
@@ -171,6 +176,7 @@ Status CatalogueStore::Open() {
 
     std::lock_guard lock(fImpl->mutex);
     fImpl->backups.clear();
+    fImpl->problems.clear();
     for (const std::string& file : files) {
         const std::string path = folder + "/" + file;
         if (file.ends_with(kNewSuffix)) {
@@ -180,20 +186,33 @@ Status CatalogueStore::Open() {
         if (!file.ends_with(kSuffix)) continue;
         const std::string name = file.substr(0, file.size() - kSuffix.size());
         auto info = ReadInfo(path);
-        if (info && info->name == name) {
-            fImpl->backups.emplace(name, std::move(*info));
-        } else if (info || info.error().kind == ErrorKind::Damaged) {
-            ::rename(path.c_str(), (path + std::string(kDamagedSuffix)).c_str());
+        if (info && info->name != name) {
+            info = Error::Make(ErrorKind::Damaged, path, "is the catalogue of " + info->name);
         }
+        if (info) {
+            fImpl->backups.emplace(name, std::make_shared<const BackupInfo>(std::move(*info)));
+            continue;
+        }
+        std::string words =
+            "The catalogue of the backup '" + name + "' cannot be read: " + info.error().Text();
+        const std::string aside = path + std::string(kDamagedSuffix);
+        if (info.error().kind == ErrorKind::Damaged && ::rename(path.c_str(), aside.c_str()) == 0) {
+            words += ". It was set aside as " + aside;
+        }
+        fImpl->problems.push_back(std::move(words));
     }
     return {};
+}
+
+const std::vector<std::string>& CatalogueStore::Problems() const {
+    return fImpl->problems;
 }
 
 std::vector<BackupInfo> CatalogueStore::Backups() const {
     std::lock_guard lock(fImpl->mutex);
     std::vector<BackupInfo> all;
     for (const auto& [name, info] : fImpl->backups)
-        all.push_back(info);
+        all.push_back(*info);
     std::stable_sort(all.begin(), all.end(),
                      [](const auto& a, const auto& b) { return a.start > b.start; });
     return all;
@@ -203,13 +222,13 @@ std::optional<BackupInfo> CatalogueStore::Find(const std::string& name) const {
     std::lock_guard lock(fImpl->mutex);
     auto found = fImpl->backups.find(name);
     if (found == fImpl->backups.end()) return std::nullopt;
-    return found->second;
+    return *found->second;
 }
 
 std::optional<BackupInfo> CatalogueStore::FindByJob(int32_t jobId) const {
     std::lock_guard lock(fImpl->mutex);
     for (const auto& [name, info] : fImpl->backups) {
-        if (info.jobId == jobId) return info;
+        if (info->jobId == jobId) return *info;
     }
     return std::nullopt;
 }
@@ -236,23 +255,55 @@ Status CatalogueStore::Adopt(const std::string& name, const BackupInfo& info) {
     }
     if (Status status = SyncPath(fImpl->folder, O_RDONLY | O_DIRECTORY); !status) return status;
     std::lock_guard lock(fImpl->mutex);
-    fImpl->backups.insert_or_assign(name, info);
+    fImpl->backups.insert_or_assign(name, std::make_shared<const BackupInfo>(info));
     return {};
 }
 
-Status CatalogueStore::Remove(const std::string& name) {
+std::shared_ptr<const BackupInfo> CatalogueStore::Use(const std::string& name) const {
     std::lock_guard lock(fImpl->mutex);
     auto found = fImpl->backups.find(name);
-    if (found == fImpl->backups.end()) return Error::Make(ErrorKind::NotFound, name);
-    const std::string path = fImpl->PathOf(name);
+    if (found == fImpl->backups.end() || fImpl->leaving.contains(name)) return nullptr;
+    return found->second;
+}
+
+kit::Result<CatalogueStore::Removal> CatalogueStore::BeginRemoval(const std::string& name) {
+    std::lock_guard lock(fImpl->mutex);
+    auto found = fImpl->backups.find(name);
+    if (found == fImpl->backups.end() || fImpl->leaving.contains(name)) {
+        return Error::Make(ErrorKind::NotFound, name);
+    }
+    // Others get theirs under the lock, from the map's own.
+    if (found->second.use_count() > 1) return Error::Make(ErrorKind::Denied, name, "is in use");
+    fImpl->leaving.insert(name);
+    return Removal(*this, found->second);
+}
+
+CatalogueStore::Removal::Removal(CatalogueStore& store, std::shared_ptr<const BackupInfo> info)
+    : fStore(&store), fInfo(std::move(info)) {}
+
+CatalogueStore::Removal::Removal(Removal&& other) noexcept
+    : fStore(std::exchange(other.fStore, nullptr)), fInfo(std::move(other.fInfo)) {}
+
+CatalogueStore::Removal::~Removal() {
+    if (!fStore) return;
+    std::lock_guard lock(fStore->fImpl->mutex);
+    fStore->fImpl->leaving.erase(fInfo->name);
+}
+
+Status CatalogueStore::Removal::Finish() {
+    Impl& impl = *fStore->fImpl;
+    const std::string path = impl.PathOf(fInfo->name);
     if (::unlink(path.c_str()) != 0 && errno != ENOENT) {
         return Error::FromErrno(errno, path, "delete");
     }
-    fImpl->backups.erase(found);
-    return SyncPath(fImpl->folder, O_RDONLY | O_DIRECTORY);
+    // A slow disk holds up nobody: what is leaving is still known meanwhile.
+    Status synced = SyncPath(impl.folder, O_RDONLY | O_DIRECTORY);
+    std::lock_guard lock(impl.mutex);
+    impl.backups.erase(fInfo->name);
+    return synced;
 }
 
-BMessage CatalogueStore::List(std::string_view path, std::optional<int32_t>) const {
+kit::Result<BMessage> CatalogueStore::List(std::string_view path, std::optional<int32_t>) const {
     while (path.starts_with('/'))
         path.remove_prefix(1);
     while (path.ends_with('/'))
@@ -262,7 +313,7 @@ BMessage CatalogueStore::List(std::string_view path, std::optional<int32_t>) con
         if (fImpl->backups.empty()) return BMessage(core::code::kNone);
         BMessage list(core::code::kCatalogue);
         for (const auto& [name, info] : fImpl->backups)
-            AddBackup(list, info);
+            AddBackup(list, *info);
         return list;
     }
     const size_t slash = path.find('/');
@@ -275,7 +326,7 @@ BMessage CatalogueStore::List(std::string_view path, std::optional<int32_t>) con
         file = fImpl->PathOf(backup);
     }
     auto reader = CatalogueReader::Open(file);
-    if (!reader) return BMessage(core::code::kNone);
+    if (!reader) return reader.error();
     int32_t id = kCatalogueRoot;
     if (!below.empty()) {
         // The path names the entry exactly and is found as quickly as the index would be.

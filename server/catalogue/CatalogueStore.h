@@ -33,10 +33,31 @@ struct BackupInfo {
 
 class CatalogueStore {
 public:
+    // One backup on its way out: nobody begins to use it any more. Ended without Finish it stays.
+    // Not longer than the store.
+    class Removal {
+    public:
+        Removal(Removal&&) noexcept;
+        Removal& operator=(Removal&&) = delete;
+        ~Removal();
+        const BackupInfo& Info() const { return *fInfo; }
+        // Removes its catalogue. After an error the backup is still known if Find gives it; else
+        // only the disk could not be told for good.
+        kit::Status Finish();
+
+    private:
+        friend class CatalogueStore;
+        Removal(CatalogueStore& store, std::shared_ptr<const BackupInfo> info);
+        CatalogueStore* fStore;
+        std::shared_ptr<const BackupInfo> fInfo;
+    };
+
     explicit CatalogueStore(std::string folder);
     ~CatalogueStore();
-    kit::Status
-    Open();  // makes the folder, reads which backups there are; a damaged file is set aside
+    // Makes the folder, reads which backups there are. What cannot be read is left out and told by
+    // Problems; a damaged file is set aside.
+    kit::Status Open();
+    const std::vector<std::string>& Problems() const;  // of Open, in words
 
     std::vector<BackupInfo> Backups() const;  // newest first
     std::optional<BackupInfo> Find(const std::string& name) const;
@@ -47,11 +68,16 @@ public:
     std::string PathForNew(const std::string& name) const;
     std::string PathOf(const std::string& name) const;  // for readers of their own
     kit::Status Adopt(const std::string& name, const BackupInfo& info);
-    kit::Status Remove(const std::string& name);
+
+    // For who works with the backup: it is not removed while anyone holds what this gives. Null:
+    // there is no such backup, or it is being removed.
+    std::shared_ptr<const BackupInfo> Use(const std::string& name) const;
+    // NotFound: there is none, or somebody else removes it. Denied: it is in use.
+    kit::Result<Removal> BeginRemoval(const std::string& name);
 
     // The answer to 'KTLR' for `path` ("/" or "/Backup name/Volume/…", "index" where one was sent):
-    // code 'KTLi' with the children's arrays, or 'NONE'.
-    BMessage List(std::string_view path, std::optional<int32_t> index) const;
+    // code 'KTLi' with the children's arrays, or 'NONE'. An error when the catalogue is damaged.
+    kit::Result<BMessage> List(std::string_view path, std::optional<int32_t> index) const;
     // 'KTLi' with only this backup, for the notice after a finished one.
     BMessage ListOne(const std::string& name) const;
 

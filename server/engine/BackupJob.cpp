@@ -335,6 +335,11 @@ void BackupJob::RemoveOldBackups() {
         if (!backup || *backup == fName) continue;
         const std::string name(*backup);
         const auto info = fCatalogues.Find(name);
+        auto removal = fCatalogues.BeginRemoval(name);
+        if (info && !removal) {
+            fReport.ErrorWords("Error: can't delete backup '" + name + "'", removal.error().Text());
+            continue;
+        }
         fReport.Line(LineType::Heading, text::kDeletingBackup,
                      {info ? info->title : name, info ? std::to_string(info->jobId) : "-",
                       info ? LocalTimeText(info->start) : fVolume.MediaName()});
@@ -343,7 +348,7 @@ void BackupJob::RemoveOldBackups() {
             continue;
         }
         if (!info) continue;
-        if (Status status = fCatalogues.Remove(name); !status) {
+        if (Status status = removal->Finish(); !status) {
             fReport.Error(text::kNoDatabase, {}, status.error().Text());
         }
     }

@@ -38,8 +38,13 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
         if (rule.include && std::find(names.begin(), names.end(), name) == names.end())
             names.push_back(std::move(name));
     }
-    for (const std::string& name : names) {
-        const auto info = catalogues.Find(name);
+    // All are held from the beginning: none of them goes away while another one is being read.
+    std::vector<std::shared_ptr<const BackupInfo>> infos;
+    for (const std::string& name : names)
+        infos.push_back(catalogues.Use(name));
+    for (size_t i = 0; i < names.size(); ++i) {
+        const std::string& name = names[i];
+        const auto& info = infos[i];
         if (!info) {
             report.Error(text::kBackupMissing, {name});
             continue;

@@ -22,7 +22,8 @@ struct OpenBackup {
     const BackupContent& content;
     CatalogueReader& catalogue;
 };
-// In the order of the rules that take something of them. `visit` returns false to stop.
+// In the order of the rules that take something of them; none of them is deleted meanwhile. `visit`
+// returns false to stop.
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
                            const EngineConfig& config, CatalogueStore& catalogues,
                            JobReport& report, const std::function<bool(const OpenBackup&)>& visit);

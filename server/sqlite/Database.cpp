@@ -11,6 +11,7 @@ kit::ErrorKind KindOf(int code) {
     switch (code & 0xff) {
         case SQLITE_CORRUPT:
         case SQLITE_NOTADB:
+        case SQLITE_ERROR:  // our own statements are right: the file has not the tables
             return kit::ErrorKind::Damaged;
         case SQLITE_FULL:
             return kit::ErrorKind::Full;

@@ -56,7 +56,7 @@ private:
 
 class Database {
 public:
-    // Opens or makes the file (mode 0600). Damaged: this is no database.
+    // Opens or makes the file (mode 0600). Damaged: this is no database, or not one of ours.
     static kit::Result<Database> Open(const std::string& path);
     // For readers beside a writer; the file must be there.
     static kit::Result<Database> OpenReadOnly(const std::string& path);

@@ -162,6 +162,12 @@ class Backup(unittest.TestCase):
         self.assertEqual(peer.ask(wire.Message("KTLR", path="/")).all("name"), [names[2].encode()])
         (self.house.root / "away").rename(self.house.target)
 
+        # A crash in the middle of deleting left it under the name of a partial one: that is deleted, too.
+        (self.house.target / names[2]).rename(self.house.target / (names[2] + ".partial"))
+        peer.send(wire.Message("KTxX", name=names[2], full=1))
+        peer.wait_for("KTLr", where=lambda m: m.text("name") == names[2])
+        self.assertEqual([p.name for p in self.house.target.iterdir() if p.is_dir()], [names[0]])
+
     def test_queue_hold_continue_pause_abort_delete(self):
         (self.house.source / "noise").write_bytes(os.urandom(200_000_000))
         peer = self.house.connect()

@@ -70,6 +70,16 @@ protected:
         ASSERT_TRUE(w.Finish());
     }
 
+    BMessage List(std::string_view path, std::optional<int32_t> index = {}) {
+        auto list = fStore.List(path, index);
+        EXPECT_TRUE(list) << path << ": " << list.error().Text();
+        return list ? std::move(*list) : BMessage();
+    }
+    static kit::Status Remove(CatalogueStore& store, const std::string& name) {
+        auto removal = store.BeginRemoval(name);
+        return removal ? removal->Finish() : removal.error();
+    }
+
     EngineHouse fHouse;
     CatalogueStore fStore;
 };
@@ -83,10 +93,10 @@ std::vector<std::string> Names(const BMessage& list) {
 }
 
 TEST_F(Catalogue, ListsBackupsVolumesAndDirectories) {
-    EXPECT_EQ(fStore.List("/", {}).what, core::code::kNone);
+    EXPECT_EQ(List("/").what, core::code::kNone);
     WriteSome(kName);
     ASSERT_TRUE(fStore.Adopt(kName, Info(kName)));
-    const BMessage top = fStore.List("/", {});
+    const BMessage top = List("/", {});
     EXPECT_EQ(top.what, core::code::kCatalogue);
     EXPECT_EQ(top.Get<int32_t>("type", 0), -1);
     EXPECT_EQ(top.Get<int32_t>("mode", 0), 1);
@@ -99,12 +109,12 @@ TEST_F(Catalogue, ListsBackupsVolumesAndDirectories) {
     EXPECT_EQ(fStore.ListOne(kName), top);
 
     const std::string path = std::string("/") + kName;
-    const BMessage volumes = fStore.List(path, 0);
+    const BMessage volumes = List(path, 0);
     EXPECT_EQ(Names(volumes), (std::vector<std::string>{"Data", "Empty"}));
     EXPECT_EQ(volumes.Get<int32_t>("type", 0), 3);
     EXPECT_EQ(volumes.Get<int64_t>("size", 0), -1);
 
-    const BMessage data = fStore.List(path + "/Data", volumes.Find<int32_t>("index"));
+    const BMessage data = List(path + "/Data", volumes.Find<int32_t>("index"));
     EXPECT_EQ(Names(data), (std::vector<std::string>{"A", "B\xff", "a", "b", "c"}));
     const int32_t types[] = {0, 0, 1, 2, 0};
     const int64_t sizes[] = {5, int64_t{5} << 30, -1, 3, 0};
@@ -116,12 +126,12 @@ TEST_F(Catalogue, ListsBackupsVolumesAndDirectories) {
     EXPECT_EQ(data.Get<int32_t>("medianr", 0, 1), 2);
     EXPECT_EQ(data.Get<int64_t>("offset", 0, 1), 700);
 
-    EXPECT_EQ(Names(fStore.List(path + "/Data/a", {})), std::vector<std::string>{"deep"});
-    EXPECT_EQ(Names(fStore.List(path + "/Data/a/", {})), std::vector<std::string>{"deep"});
+    EXPECT_EQ(Names(List(path + "/Data/a")), std::vector<std::string>{"deep"});
+    EXPECT_EQ(Names(List(path + "/Data/a/")), std::vector<std::string>{"deep"});
     for (const std::string& nothing :
          {path + "/Empty", path + "/Data/A", path + "/Nowhere", path + "/Data/a/deep/er",
           std::string("/") + kOther, std::string("/..")}) {
-        EXPECT_EQ(fStore.List(nothing, {}).what, core::code::kNone) << nothing;
+        EXPECT_EQ(List(nothing).what, core::code::kNone) << nothing;
     }
 }
 
@@ -160,7 +170,7 @@ TEST_F(Catalogue, LargeDirectoryKeepsByteOrderAndStaysQuickBesideIt) {
     w.AddDirectory({volume, first, kMany, 0, 0});
     ASSERT_TRUE(w.Finish());
     ASSERT_TRUE(fStore.Adopt(kName, Info(kName)));
-    const BMessage all = fStore.List(std::string("/") + kName + "/V", {});
+    const BMessage all = List(std::string("/") + kName + "/V", {});
     ASSERT_EQ(all.Count("name"), kMany);
     for (int32_t i = 0; i < kMany; i += 777) {
         std::snprintf(name, sizeof(name), "%08d", i);
@@ -194,8 +204,8 @@ TEST_F(Catalogue, StoreRemembersAcrossRestartsAndForgetsWhatIsRemoved) {
     EXPECT_EQ(info->bytes, 77);
     EXPECT_FALSE(std::filesystem::exists(again.PathForNew("20261124T000000-0000001c")));
 
-    ASSERT_TRUE(again.Remove(kName));
-    EXPECT_FALSE(again.Remove(kName));
+    ASSERT_TRUE(Remove(again, kName));
+    EXPECT_FALSE(Remove(again, kName));
     EXPECT_FALSE(again.Find(kName));
     CatalogueStore third(fHouse.root + "/store");
     ASSERT_TRUE(third.Open());
@@ -215,6 +225,11 @@ TEST_F(Catalogue, DamagedFilesAreSetAside) {
     EXPECT_EQ(again.Backups()[0].name, kName);
     EXPECT_TRUE(std::filesystem::exists(folder + kOther + ".db.damaged"));
     EXPECT_TRUE(std::filesystem::exists(folder + "20261126T000000-0000001e.db.damaged"));
+    ASSERT_EQ(again.Problems().size(), 3u);
+    for (const auto& words : again.Problems())
+        EXPECT_NE(words.find("set aside"), std::string::npos) << words;
+    ASSERT_TRUE(again.Open());
+    EXPECT_TRUE(again.Problems().empty());
 }
 
 TEST_F(Catalogue, HostileRowsGiveNothing) {
@@ -229,12 +244,36 @@ TEST_F(Catalogue, HostileRowsGiveNothing) {
     }
     ASSERT_TRUE(fStore.Adopt(kName, Info(kName)));
     const std::string path = std::string("/") + kName;
-    EXPECT_EQ(fStore.List(path + "/Data", {}).what, core::code::kNone);
-    EXPECT_GT(fStore.List(path + "/Empty", {}).Count("name"), 0);
+    EXPECT_EQ(List(path + "/Data").what, core::code::kNone);
+    EXPECT_GT(List(path + "/Empty", {}).Count("name"), 0);
     std::string deep = path + "/Empty";
     for (int i = 0; i < 1000; ++i)
         deep += "/Empty";
-    fStore.List(deep, {});
+    List(deep, {});
+}
+
+TEST_F(Catalogue, WhatIsInUseStaysAndWhatIsLeavingIsUsedByNobody) {
+    WriteSome(kName);
+    ASSERT_TRUE(fStore.Adopt(kName, Info(kName)));
+    EXPECT_FALSE(fStore.Use(kOther));
+    auto user = fStore.Use(kName);
+    ASSERT_TRUE(user);
+    EXPECT_EQ(fStore.BeginRemoval(kName).error().kind, kit::ErrorKind::Denied);
+    user.reset();
+    {
+        auto removal = fStore.BeginRemoval(kName);
+        ASSERT_TRUE(removal);
+        EXPECT_EQ(removal->Info().jobId, 26);
+        EXPECT_FALSE(fStore.Use(kName));
+        EXPECT_EQ(fStore.BeginRemoval(kName).error().kind, kit::ErrorKind::NotFound);
+        EXPECT_GT(List("/").Count("name"), 0);
+    }
+    EXPECT_TRUE(fStore.Use(kName));  // thought better of
+    auto removal = fStore.BeginRemoval(kName);
+    ASSERT_TRUE(removal);
+    ASSERT_TRUE(removal->Finish());
+    EXPECT_FALSE(fStore.Find(kName));
+    EXPECT_FALSE(std::filesystem::exists(fStore.PathOf(kName)));
 }
 
 TEST_F(Catalogue, ListsWhileAnotherIsWritten) {
@@ -244,13 +283,13 @@ TEST_F(Catalogue, ListsWhileAnotherIsWritten) {
     std::atomic<int> listed = 0;
     std::thread reader([&] {
         while (!end) {
-            if (fStore.List(std::string("/") + kName + "/Data", {}).Count("name") == 5) ++listed;
+            if (List(std::string("/") + kName + "/Data", {}).Count("name") == 5) ++listed;
         }
     });
     for (int i = 0; i < 20; ++i) {
         WriteSome(kOther);
         EXPECT_TRUE(fStore.Adopt(kOther, Info(kOther, 27)));
-        EXPECT_TRUE(fStore.Remove(kOther));
+        EXPECT_TRUE(Remove(fStore, kOther));
     }
     while (listed == 0)
         std::this_thread::yield();

@@ -164,7 +164,7 @@ TEST_F(EngineBackup, CatalogueIsTheTree) {
     while (!todo.empty()) {
         const auto [path, disk] = todo.back();
         todo.pop_back();
-        const BMessage list = fHouse.catalogues->List(path, {});
+        const BMessage list = *fHouse.catalogues->List(path, {});
         std::string last;
         for (int32_t i = 0; i < list.Count("name"); ++i) {
             const std::string child = list.Get<std::string>("name", "", i);
@@ -258,7 +258,7 @@ TEST_F(EngineBackup, SplitMediaJoinToOneStream) {
         }
         const std::string restored = fHouse.Unpack(folder);
         EXPECT_EQ(TreeDifferences(fHouse.source, restored + "/Source"), "");
-        const BMessage list = fHouse.catalogues->List("/" + folder + "/Source", {});
+        const BMessage list = *fHouse.catalogues->List("/" + folder + "/Source", {});
         EXPECT_EQ(list.Get<int32_t>("medianr", 0, 0), 1);
         EXPECT_EQ(list.Get<int32_t>("medianr", 0, 1), static_cast<int32_t>(media));
     }

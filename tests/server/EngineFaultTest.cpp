@@ -28,7 +28,7 @@ protected:
     void ExpectNothingLeft() {
         EXPECT_TRUE(fHouse.Folders().empty());
         EXPECT_TRUE(fHouse.catalogues->Backups().empty());
-        EXPECT_EQ(fHouse.catalogues->List("/", {}).what, core::code::kNone);
+        EXPECT_EQ(fHouse.catalogues->List("/", {})->what, core::code::kNone);
         EXPECT_TRUE(fs::is_empty(fHouse.root + "/catalogues"));
     }
     // The file's content in the backup that was made last.
@@ -50,7 +50,7 @@ TEST_F(EngineFault, FullAtAnyByteLeavesNothing) {
     volume.room = int64_t{1} << 40;
     ASSERT_EQ(fHouse.RunTo(volume, fHouse.Order()), JobEnd::Good) << fHouse.events.All();
     const int64_t all = (int64_t{1} << 40) - volume.room;
-    ASSERT_TRUE(fHouse.catalogues->Remove(fHouse.Folders()[0]));
+    fHouse.Forget(fHouse.Folders()[0]);
     ASSERT_TRUE((*fImage)->RemoveBackup(fHouse.Folders()[0]));
 
     std::vector<int64_t> rooms = {0, 1, 511, 4'000'000, 4'194'304, 8'500'000};
@@ -144,7 +144,7 @@ TEST_F(EngineFault, AbortAtAnyPointLeavesNothingAndIsQuick) {
     const int64_t asked = fHouse.control.asked;
     EXPECT_GT(asked, 100);
     const std::string good = fHouse.Folders().at(0);
-    ASSERT_TRUE(fHouse.catalogues->Remove(good));
+    fHouse.Forget(good);
     ASSERT_TRUE((*fImage)->RemoveBackup(good));
     // The engine is stopped where it asks whether it may go on: at the first, in files, at the
     // last.
@@ -164,7 +164,7 @@ TEST_F(EngineFault, AbortAtAnyPointLeavesNothingAndIsQuick) {
         // The two walks ask in turns, so near the end it may be over before.
         if (end == JobEnd::Good) {
             EXPECT_GT(at, asked / 2);
-            ASSERT_TRUE(fHouse.catalogues->Remove(fHouse.Folders().at(0)));
+            fHouse.Forget(fHouse.Folders().at(0));
             ASSERT_TRUE((*fImage)->RemoveBackup(fHouse.Folders().at(0)));
             continue;
         }

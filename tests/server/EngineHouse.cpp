@@ -152,6 +152,11 @@ std::vector<std::string> EngineHouse::Folders() const {
     return folders;
 }
 
+void EngineHouse::Forget(const std::string& folder) {
+    auto removal = catalogues->BeginRemoval(folder);
+    if (!removal || !removal->Finish()) throw std::runtime_error("cannot forget " + folder);
+}
+
 std::string EngineHouse::Unpack(const std::string& folder) {
     const std::string into = root + "/unpacked" + std::to_string(++fUnpacked);
     std::filesystem::create_directories(into);

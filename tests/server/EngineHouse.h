@@ -67,6 +67,8 @@ public:
 
     // Folders in the destination, by name.
     std::vector<std::string> Folders() const;
+    // Out of the catalogues; its folder stays.
+    void Forget(const std::string& folder);
     // Unpacks a backup with stock tools; the folder into which it went, "" when that failed.
     std::string Unpack(const std::string& folder);
     // What a shell command prints, with "exit N" at the end when it failed.

@@ -3,6 +3,7 @@
 //   lines N             N lines of type file
 //   progress DONE ALL   bytes
 //   until PATH          goes on, block by block, until the file is there
+//   use BACKUP          works with that backup from here to the end; without it the job fails
 //   throw               an exception
 //   crash               the process ends at once
 //   end STATUS          the job's end; without one it is good
@@ -37,7 +38,9 @@ std::vector<std::string> StepsOf(const server::JobOrder& order) {
     return steps;
 }
 
-JobEnd Play(const server::JobOrder& order, server::JobEvents& events, server::JobControl& control) {
+JobEnd Play(const server::JobOrder& order, const server::CatalogueStore& catalogues,
+            server::JobEvents& events, server::JobControl& control) {
+    std::shared_ptr<const server::BackupInfo> used;
     for (const std::string& text : StepsOf(order)) {
         if (!control.MayGoOn()) return JobEnd::Aborted;
         std::istringstream step(text);
@@ -68,6 +71,11 @@ JobEnd Play(const server::JobOrder& order, server::JobEvents& events, server::Jo
                 if (!control.MayGoOn()) return JobEnd::Aborted;
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
             }
+        } else if (word == "use") {
+            std::string name;
+            step >> name;
+            used = catalogues.Use(name);
+            if (!used) return JobEnd::Errors;
         } else if (word == "throw") {
             throw std::runtime_error("as the script wants it");
         } else if (word == "crash") {
@@ -85,7 +93,8 @@ JobEnd Play(const server::JobOrder& order, server::JobEvents& events, server::Jo
 
 int main() {
     return server::ServerMain([](const server::ServerFolders&) -> server::EngineFunction {
-        return [](const server::JobOrder& order, server::CatalogueStore&, server::JobEvents& events,
-                  server::JobControl& control) { return Play(order, events, control); };
+        return [](const server::JobOrder& order, server::CatalogueStore& catalogues,
+                  server::JobEvents& events,
+                  server::JobControl& control) { return Play(order, catalogues, events, control); };
     });
 }
