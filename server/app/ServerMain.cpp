@@ -1,14 +1,12 @@
 #include "server/app/ServerMain.h"
 
-#include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
-#include <thread>
 
+#include "kit/support/EndSignals.h"
 #include "server/app/DataFolder.h"
 
 namespace server {
@@ -19,41 +17,6 @@ namespace {
 // ended as by a crash: the next start reports it.
 constexpr unsigned kMostSecondsToEnd = 15;
 
-// Turns the signals that end a program into a polite request, on a thread of its own. The signals
-// must be blocked before any other thread is started.
-class EndSignals {
-public:
-    explicit EndSignals(BLooper& looper) : fThread([this, &looper] { Wait(looper); }) {}
-    ~EndSignals() {
-        fOver = true;
-        ::pthread_kill(fThread.native_handle(), SIGUSR1);
-        fThread.join();
-    }
-    static sigset_t Set() {
-        sigset_t set;
-        ::sigemptyset(&set);
-        for (const int number : {SIGTERM, SIGINT, SIGUSR1})
-            ::sigaddset(&set, number);
-        return set;
-    }
-
-private:
-    void Wait(BLooper& looper) {
-        const sigset_t set = Set();
-        for (;;) {
-            int number = 0;
-            if (::sigwait(&set, &number) != 0) continue;
-            if (fOver) return;
-            if (number == SIGUSR1) continue;  // somebody else's
-            ::alarm(kMostSecondsToEnd);
-            looper.PostMessage(B_QUIT_REQUESTED);
-        }
-    }
-
-    std::atomic<bool> fOver = false;
-    std::thread fThread;
-};
-
 }  // namespace
 
 int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>& makeEngine) {
@@ -61,8 +24,7 @@ int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>
     ::setsid();  // fails where it leads its group already, which is as good
     ::signal(SIGHUP, SIG_IGN);
     ::signal(SIGPIPE, SIG_IGN);
-    const sigset_t signals = EndSignals::Set();
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    kit::EndSignals::Block();
 
     BackupServer server;
     switch (server.InitCheck()) {
@@ -86,7 +48,10 @@ int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>
         return 1;
     }
     {
-        EndSignals ends(server);
+        const kit::EndSignals ends([&server] {
+            ::alarm(kMostSecondsToEnd);
+            server.PostMessage(B_QUIT_REQUESTED);
+        });
         server.Loop();
     }
     return 0;
