@@ -42,8 +42,7 @@ const BackupServer::Entry BackupServer::kTable[] = {
      [](auto& server, auto& message) { server.fBackups->List(message); }},
     {core::code::kDeleteBackups,
      [](auto& server, auto& message) { server.fBackups->Delete(message); }},
-    {core::code::kPassword,
-     [](auto& server, auto& message) { server.fBackups->CheckPassword(message); }},
+    {core::code::kPassword, [](auto& server, auto& message) { server.fKeys->Check(message); }},
     {core::code::kScanMedium, [](auto& server, auto& message) { server.fBackups->Scan(message); }},
     {core::code::kListReports, [](auto& server, auto& message) { server.fReports->List(message); }},
     {core::code::kOpenReport, [](auto& server, auto& message) { server.fReports->Open(message); }},
@@ -65,6 +64,7 @@ BackupServer::~BackupServer() {
     fDayPulse.reset();
     // What runs still writes its report; what writes still uses the desks.
     if (fJobs) fJobs->Stop();
+    fKeys.reset();
     fWriting.reset();
 }
 
@@ -81,6 +81,7 @@ kit::Status BackupServer::Open(Configuration configuration) {
     fBackups =
         std::make_unique<CatalogueDesk>(host, *fCatalogues, *fReports, configuration.addOnFolder);
     fPanels = std::make_unique<JobPanels>(host);
+    fKeys = std::make_unique<KeyRing>(*fCatalogues);
     fJobs = std::make_unique<JobDesk>(JobDesk::Parts{
         .host = host,
         .records = *fRecords,
@@ -88,6 +89,7 @@ kit::Status BackupServer::Open(Configuration configuration) {
         .catalogues = *fCatalogues,
         .reports = *fReports,
         .panels = *fPanels,
+        .keys = *fKeys,
         .engine = [this, engine = std::move(configuration.engine)](
                       const JobOrder& order, JobEvents& events,
                       JobControl& control) { return engine(order, *fCatalogues, events, control); },
@@ -169,6 +171,7 @@ void BackupServer::Register(BMessage& message) {
 void BackupServer::TeamGone(int32_t team) {
     fClients.erase(team);
     fPanels->TeamGone(team);
+    fKeys->TeamGone(team);
     fJobs->TeamGone(team);
 }
 

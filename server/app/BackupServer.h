@@ -14,6 +14,7 @@
 #include "kit/support/KTPulseUtil.h"
 #include "server/app/Client.h"
 #include "server/app/JobDesk.h"
+#include "server/app/KeyRing.h"
 #include "server/catalogue/CatalogueDesk.h"
 
 namespace server {
@@ -74,6 +75,7 @@ private:
     std::unique_ptr<ReportDesk> fReports;
     std::unique_ptr<CatalogueDesk> fBackups;
     std::unique_ptr<JobPanels> fPanels;
+    std::unique_ptr<KeyRing> fKeys;
     std::unique_ptr<JobDesk> fJobs;
 
     std::unique_ptr<KTPulseUtil> fPanelPulse;  // while jobs run

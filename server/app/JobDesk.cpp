@@ -114,22 +114,45 @@ void JobDesk::Submit(BMessage& message) {
                "The job was refused: it is of a kind that this version does not know.");
         return;
     }
-    if (description::WantsProtection(message) && description::HasPassword(message)) {
-        Refuse(description, client,
-               "The job was refused: this version cannot protect a backup by a password yet.");
-        return;
-    }
     if (fLastId == std::numeric_limits<int32_t>::max()) {
         Refuse(description, client, "The job was refused: there are no more job numbers.");
         return;
     }
-    QueuedJob job = QueuedJob::Make(++fLastId, std::move(description), fParts.host.Now());
+    const int32_t id = ++fLastId;
+    const core::JobType type = *description::TypeOf(message);
+    // The password ends here: what it opened goes with the job that reads, of one that writes only
+    // the key that it locks is kept.
+    if (!core::IsBackup(type)) fKeys[id] = fParts.keys.TakeFor(message.SourceTeam());
+    QueuedJob job = QueuedJob::Make(id, std::move(description), fParts.host.Now());
+    if (type != core::JobType::Full || !description::WantsProtection(message) ||
+        !description::HasPassword(message)) {
+        Record(std::move(job), client);
+        return;
+    }
+    fParts.keys.Protect(
+        description::PasswordOf(message),
+        [this, job = std::move(job), client](const kit::Result<archive::Protection>& made) {
+            fParts.host.Later([this, job, client, made]() mutable {
+                if (!made) {
+                    Refuse(job.description, client,
+                           "The job was refused: its backup cannot be protected. " +
+                               made.error().Text());
+                    return;
+                }
+                description::SetProtection(job.description, *made);
+                Record(std::move(job), client);
+            });
+        });
+}
+
+void JobDesk::Record(QueuedJob job, int32_t client) {
     fParts.writing.Post([this, job = std::move(job), client] {
         auto stored = fParts.records.Queue().Insert(job);
         fParts.host.Later([this, job, client, stored] {
             if (stored) {
                 Inserted(job, client);
             } else {
+                fKeys.erase(job.id);
                 Refuse(job.description, client,
                        "The job was refused, because it could not be recorded: " +
                            stored.error().Text());
@@ -181,7 +204,9 @@ void JobDesk::Start(int32_t id) {
     NotifyStatus(id);
     fParts.panels.JobStarted(id, job.type, job.title, job.description.Get<int32_t>("client_id", 0),
                              output->stream);
-    fRunner.Start({id, job.type, job.title, job.description}, std::move(output), job.paused);
+    JobOrder order{id, job.type, job.title, job.description, {}};
+    if (auto keys = fKeys.extract(id)) order.keys = std::move(keys.mapped());
+    fRunner.Start(std::move(order), std::move(output), job.paused);
 }
 
 // On the job's thread.
@@ -289,6 +314,7 @@ void JobDesk::Delete(BMessage& message) {
         case JobQueue::Deletion::Removed:
             break;
     }
+    fKeys.erase(id);
     fParts.writing.Post([this, id] {
         (void)fParts.records.Queue().Remove(id);
         fParts.host.Later([this, id] {
@@ -309,6 +335,7 @@ void JobDesk::Get(BMessage& message) {
     BMessage reply = job->description;
     reply.what = core::code::kSubmitJob;
     reply.Remove("client_id");
+    description::RemoveProtection(reply);
     reply.Add("job_id", job->id);
     message.SendReply(std::move(reply));
 }

@@ -14,6 +14,7 @@
 
 #include "server/app/JobPanels.h"
 #include "server/app/JobRunner.h"
+#include "server/app/KeyRing.h"
 #include "server/app/ServerHost.h"
 #include "server/app/Worker.h"
 #include "server/catalogue/CatalogueStore.h"
@@ -34,6 +35,7 @@ public:
         CatalogueStore& catalogues;
         ReportDesk& reports;
         JobPanels& panels;
+        KeyRing& keys;
         JobRunner::Engine engine;
         std::function<void()> catalogueChanged;  // backups came or went while a job ran
         std::function<void()> scheduleChanged;   // NextDue or IsIdle may answer otherwise now
@@ -66,6 +68,7 @@ private:
     // One run of a job: where its lines go, and its report.
     class Output;
 
+    void Record(QueuedJob job, int32_t client);
     void Refuse(const BMessage& description, int32_t client, const std::string& words);
     void Inserted(QueuedJob job, int32_t client);
     void Start(int32_t id);
@@ -80,6 +83,7 @@ private:
     Parts fParts;
     JobQueue fQueue;
     std::map<int32_t, std::shared_ptr<Output>> fOutputs;  // of running jobs
+    std::map<int32_t, BackupKeys> fKeys;  // of jobs that wait, for what they will read
     int32_t fLastId = 0;
     bool fStopping = false;
     JobRunner fRunner;  // ends before what its jobs use

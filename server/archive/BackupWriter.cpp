@@ -66,16 +66,17 @@ Status BackupWriter::Begin() {
 }
 
 kit::Result<BackupWriter::Place> BackupWriter::WriteFrame(std::span<const uint8_t> frame) {
-    const auto size = static_cast<int64_t>(frame.size());
-    if (fFile && fMediaSize > 0 && fFileSize + size > fMediaSize) {
+    if (fFile && fMediaSize > 0 && SizeWith(static_cast<int64_t>(frame.size())) > fMediaSize) {
         if (Status status = FinishMedia(); !status) return status.error();
     }
     if (!fFile) {
         const int number = static_cast<int>(fMedia.size()) + 1;
-        if (Status status = OpenFile(MediumFile(number, fSuffix)); !status) return status.error();
+        if (Status status = OpenFile(MediumFile(number, fSuffix), Content::Secret); !status) {
+            return status.error();
+        }
         if (fOnMedium) fOnMedium(number);
     }
-    const Place place{static_cast<int>(fMedia.size()) + 1, fFileSize};
+    const Place place{static_cast<int>(fMedia.size()) + 1, fPlainSize};
     if (Status status = Append(frame); !status) return status.error();
     return place;
 }
@@ -84,14 +85,25 @@ Status BackupWriter::FinishMedia() {
     if (!fFile) return {};
     ManifestMedium medium;
     medium.file = fFileName;
-    medium.size = fFileSize;
     if (Status status = FinishFile(); !status) return status;
+    medium.size = fFileSize;
     medium.sha256 = fLastSum;
     fMedia.push_back(std::move(medium));
     return {};
 }
 
-Status BackupWriter::OpenFile(const std::string& name) {
+int64_t BackupWriter::SizeWith(int64_t more) const {
+    return fSealer ? fSealer->SizeOf(fPlainSize + more) : fPlainSize + more;
+}
+
+Status BackupWriter::OpenFile(std::string name, Content content) {
+    fSealer.reset();
+    if (fRecipient && content == Content::Secret) {
+        auto sealer = AgeSealer::For(*fRecipient);
+        if (!sealer) return sealer.error();
+        fSealer = std::move(*sealer);
+        name += kSealedSuffix;
+    }
     const int medium = static_cast<int>(fMedia.size()) + 1;
     auto file = fVolume.CreateFile(fName, name);
     while (!file && file.error().kind == ErrorKind::Full && fOnFull(medium)) {
@@ -99,8 +111,8 @@ Status BackupWriter::OpenFile(const std::string& name) {
     }
     if (!file) return file.error();
     fFile = std::move(*file);
-    fFileName = name;
-    fFileSize = 0;
+    fFileName = std::move(name);
+    fFileSize = fPlainSize = 0;
     fSum = Sha256();
     return {};
 }
@@ -110,11 +122,19 @@ Status BackupWriter::WriteToFile(std::span<const uint8_t> data) {
 }
 
 Status BackupWriter::Append(std::span<const uint8_t> data) {
+    fPlainSize += static_cast<int64_t>(data.size());
+    if (!fSealer) return WriteOut(data);
+    fSealed.clear();
+    fSealer->Add(data, &fSealed);
+    return WriteOut(fSealed);
+}
+
+Status BackupWriter::WriteOut(std::span<const uint8_t> data) {
     for (;;) {
         Status status = fFile->Write(data);
         if (status) break;
         if (status.error().kind != ErrorKind::Full) return status;
-        // What is there of it goes, so that the medium ends with a whole frame whatever comes.
+        // What is there of it goes, so that it can be written whole once there is room.
         if (Status cut = fFile->Truncate(fFileSize); !cut) return cut;
         if (!fOnFull(static_cast<int>(fMedia.size()) + 1)) return status;
     }
@@ -124,7 +144,13 @@ Status BackupWriter::Append(std::span<const uint8_t> data) {
 }
 
 Status BackupWriter::FinishFile() {
-    Status status = fFile->Finish();
+    Status status;
+    if (fSealer) {
+        fSealed.clear();
+        fSealer->Finish(&fSealed);
+        status = WriteOut(fSealed);
+    }
+    if (status) status = fFile->Finish();
     fFile.reset();
     if (!status) return status;
     fLastSum = fSum.Finish();
@@ -134,7 +160,7 @@ Status BackupWriter::FinishFile() {
 
 Status BackupWriter::Publish() {
     const std::string sums = fSums;
-    if (Status status = OpenFile(kSumsFile); !status) return status;
+    if (Status status = OpenFile(kSumsFile, Content::Public); !status) return status;
     if (Status status = Append({reinterpret_cast<const uint8_t*>(sums.data()), sums.size()});
         !status) {
         return status;

@@ -16,6 +16,8 @@ inline constexpr char kReadmeFile[] = "README.txt";  // beside the backups
 inline constexpr char kManifestFile[] = "backup.json";
 inline constexpr char kCatalogueFile[] = "catalogue.db.zst";
 inline constexpr char kSumsFile[] = "SHA256SUMS";
+inline constexpr char kKeyFile[] = "key.age";              // of a protected backup,
+inline constexpr std::string_view kSealedSuffix = ".age";  // whose media and catalogue have it
 inline constexpr std::string_view kPartialSuffix = ".partial";
 
 // The tar stream is cut into frames of at most this many bytes; before an entry that begins in the

@@ -93,20 +93,6 @@ void CatalogueDesk::Report(const BackupInfo& backup, const std::string& words, i
                    client);
 }
 
-void CatalogueDesk::CheckPassword(BMessage& message) {
-    if (!message.IsSourceWaiting()) return;
-    // No backup of this version is protected, so any password is right.
-    BMessage reply(core::code::kPasswordResult);
-    const bool check = message.Has("pw");
-    for (int32_t i = 0; i < message.Count("name"); ++i) {
-        const auto name = message.Find<std::string>("name", i);
-        if (!name || !fKnown.contains(*name)) continue;
-        reply.Add("name", *name);
-        reply.Add<int32_t>(check ? "result" : "protected", check ? 1 : 0);
-    }
-    message.SendReply(std::move(reply));
-}
-
 void CatalogueDesk::Scan(BMessage& message) {
     // Inserting backups from a medium is not part of this version: nothing is found.
     BMessage answer(core::code::kScanResult);

@@ -1,4 +1,4 @@
-// What clients ask about backups: their trees, their passwords, deleting them. Nothing of it is
+// What clients ask about backups: their trees, deleting them. Nothing of it is
 // done on the looper, because a catalogue or a medium may be slow.
 //
 // Looper's thread.
@@ -22,10 +22,9 @@ public:
                   std::string addOnFolder);
 
     // --- messages -------------------------------------------------------------------------------
-    void List(BMessage& message);           // 'KTLR'
-    void Delete(BMessage& message);         // 'KTxX'
-    void CheckPassword(BMessage& message);  // 'ktpc'
-    void Scan(BMessage& message);           // 'ktvs'
+    void List(BMessage& message);    // 'KTLR'
+    void Delete(BMessage& message);  // 'KTxX'
+    void Scan(BMessage& message);    // 'ktvs'
 
     // Tells the clients which backups came and went since it was called last.
     void TellChanges();

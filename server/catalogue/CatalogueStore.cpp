@@ -34,6 +34,16 @@ constexpr char kBackupTable[] =
     " job_id INTEGER NOT NULL, base_id INTEGER NOT NULL, start INTEGER NOT NULL,"
     " files INTEGER NOT NULL, bytes INTEGER NOT NULL, protected INTEGER NOT NULL,"
     " addon TEXT NOT NULL, volume BLOB NOT NULL, media_name TEXT NOT NULL)";
+constexpr char kProtectionTable[] =
+    "CREATE TABLE protection(recipient TEXT NOT NULL, key_file BLOB NOT NULL)";
+
+Status WriteProtection(Database& database, const archive::Protection& protection) {
+    if (Status status = database.Execute(kProtectionTable); !status) return status;
+    Statement insert = database.Prepare("INSERT INTO protection VALUES(?1,?2)");
+    insert.Bind(1, std::string_view(protection.recipient))
+        .Bind(2, std::span<const uint8_t>(protection.keyFile));
+    return insert.Run();
+}
 
 Status WriteInfo(const std::string& path, const BackupInfo& info) {
     auto database = Database::OpenScratch(path);
@@ -56,6 +66,9 @@ Status WriteInfo(const std::string& path, const BackupInfo& info) {
         .Bind(11, std::span<const uint8_t>(settings))
         .Bind(12, std::string_view(info.mediaName));
     if (Status status = insert.Run(); !status) return status;
+    if (info.isProtected) {
+        if (Status status = WriteProtection(*database, info.protection); !status) return status;
+    }
     return transaction.Commit();
 }
 
@@ -82,6 +95,13 @@ kit::Result<BackupInfo> ReadInfo(const std::string& path) {
     if (type < 1 || type > 3 || !settings) return Error::Make(ErrorKind::Damaged, path, "values");
     info.type = static_cast<core::JobType>(type);
     info.volumeSettings = std::move(*settings);
+    if (info.isProtected) {
+        Statement key = reader->File().Prepare("SELECT recipient, key_file FROM protection");
+        if (!key.Next()) return Error::Make(ErrorKind::Damaged, path, "has no key");
+        info.protection.recipient = key.Text(0);
+        const auto bytes = key.Blob(1);
+        info.protection.keyFile.assign(bytes.begin(), bytes.end());
+    }
     return info;
 }
 

@@ -13,6 +13,7 @@
 #include "core/protocol/Codes.h"
 #include "kit/message/BMessage.h"
 #include "kit/support/Result.h"
+#include "server/archive/KeyFile.h"
 
 namespace server {
 
@@ -26,9 +27,10 @@ struct BackupInfo {
     int64_t start = 0;   // seconds since the epoch
     int64_t files = 0, bytes = 0;
     bool isProtected = false;
-    std::string addon;        // destination add-on
-    BMessage volumeSettings;  // its settings: where the data lies
-    std::string mediaName;    // in words
+    archive::Protection protection;  // of a protected one
+    std::string addon;               // destination add-on
+    BMessage volumeSettings;         // its settings: where the data lies
+    std::string mediaName;           // in words
 };
 
 class CatalogueStore {

@@ -2,6 +2,7 @@
 
 #include <xxhash.h>
 
+#include "server/archive/AgeStream.h"
 #include "server/archive/Format.h"
 
 namespace server {
@@ -19,7 +20,8 @@ kit::Error Damaged(const std::string& path, const char* detail) {
 }  // namespace
 
 kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo& info,
-                                                                const EngineConfig& config) {
+                                                                const EngineConfig& config,
+                                                                const BackupKeys& keys) {
     std::unique_ptr<BackupContent> content(new BackupContent);
     auto volume = LoadDestination(config.addOnFolder, info.addon);
     if (!volume) return volume.error();
@@ -40,12 +42,25 @@ kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo
     if (content->fManifest.name != info.name) {
         return Damaged(archive::kManifestFile, "of another backup");
     }
+    // Whoever put plain media in the place of sealed ones is not to be believed.
+    if (content->fManifest.isProtected != info.isProtected) {
+        return Damaged(archive::kManifestFile, "protected, or not, as it should not be");
+    }
+    std::shared_ptr<const archive::AgeIdentity> key;
+    if (info.isProtected) {
+        const auto found = keys.find(info.name);
+        if (found == keys.end()) {
+            return kit::Error::Make(kit::ErrorKind::Denied, info.name, "protected by a password");
+        }
+        key = found->second;
+    }
 
     auto compressor = LoadCompressor(config.addOnFolder, content->fManifest.compressor);
     if (!compressor) return compressor.error();
     content->fCompressor.emplace(std::move(*compressor));
     for (const archive::ManifestMedium& medium : content->fManifest.media)
-        content->fMedia.push_back(content->File(medium.file));
+        content->fMedia.push_back(key ? archive::OpenAge(content->File(medium.file), key)
+                                      : content->File(medium.file));
     return content;
 }
 

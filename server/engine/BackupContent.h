@@ -18,9 +18,11 @@ namespace server {
 
 class BackupContent {
 public:
-    // Loads the add-ons and reads the manifest. NotFound: the data is not there.
+    // Loads the add-ons and reads the manifest. NotFound: the data is not there; Denied: it is
+    // protected, and `keys` has nothing that opens it.
     static kit::Result<std::unique_ptr<BackupContent>> Open(const BackupInfo& info,
-                                                            const EngineConfig& config);
+                                                            const EngineConfig& config,
+                                                            const BackupKeys& keys);
 
     const archive::Manifest& Manifest() const { return fManifest; }
     KTVolume& Volume() const { return **fVolume; }

@@ -16,6 +16,7 @@
 #include "server/archive/Readme.h"
 #include "server/engine/JobTotals.h"
 #include "server/engine/SourceScan.h"
+#include "server/queue/JobDescription.h"
 
 namespace server {
 
@@ -58,12 +59,14 @@ BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, Catalogu
       fCompressor(compressor),
       fStart(config.now ? config.now() : std::time(nullptr)),
       fName(archive::BackupName(fStart, order.id)),
-      fTitle(order.title) {}
+      fTitle(order.title),
+      fProtection(description::ProtectionOf(order.description)) {}
 
 JobEnd BackupJob::Run() {
     if (!CheckDestination() || !FindSources()) return Ended(false);
     FindOwnFiles();
-    const bool published = WriteData() && WriteCatalogue() && WriteManifest() && MakeItExist();
+    const bool published =
+        WriteData() && WriteCatalogue() && WriteKey() && WriteManifest() && MakeItExist();
     // What did not come to be is removed before the end is told.
     fWriter.reset();
     fCatalogue.reset();
@@ -200,6 +203,14 @@ bool BackupJob::WriteData() {
         [this, split](int medium) {
             if (split) fReport.Line(LineType::Heading, text::kBackupDataToMedium, Number(medium));
         });
+    if (fProtection) {
+        const auto recipient = archive::AgeRecipient::FromText(fProtection->recipient);
+        if (!recipient) {
+            fReport.ErrorWords("Error: the key of this protected job is damaged");
+            return false;
+        }
+        fWriter->Protect(*recipient);
+    }
     if (Status status = fWriter->Begin(); !status) return DestinationFailed(status.error());
 
     fReport.Line(LineType::Heading, text::kScanningSources);
@@ -244,7 +255,8 @@ bool BackupJob::WriteCatalogue() {
         fReport.Error(text::kLogNotWritten, {path}, status.error().Text());
         return false;
     }
-    if (Status status = fWriter->OpenFile(archive::kCatalogueFile); !status) {
+    if (Status status = fWriter->OpenFile(archive::kCatalogueFile, BackupWriter::Content::Secret);
+        !status) {
         return DestinationFailed(status.error());
     }
     FrameStream stream([] { return std::make_unique<ZstdContext>(kCatalogueLevel); },
@@ -272,6 +284,15 @@ bool BackupJob::WriteCatalogue() {
     return true;
 }
 
+bool BackupJob::WriteKey() {
+    if (!fProtection) return true;
+    Status status = fWriter->OpenFile(archive::kKeyFile, BackupWriter::Content::Public);
+    if (status) status = fWriter->WriteToFile(fProtection->keyFile);
+    if (status) status = fWriter->FinishFile();
+    if (!status) return DestinationFailed(status.error());
+    return true;
+}
+
 bool BackupJob::WriteManifest() {
     archive::Manifest manifest;
     manifest.name = fName;
@@ -288,12 +309,13 @@ bool BackupJob::WriteManifest() {
     fCompressor.Archive(&settings, true);
     manifest.compressor = settings.Get<std::string>("addon", "");
     manifest.stockCommand = fCompressor.StockCommand();
+    manifest.isProtected = fProtection.has_value();
     manifest.media = fWriter->Media();
     manifest.entries = fTotals.entries;
     manifest.files = fTotals.files;
     manifest.bytes = fTotals.bytes;
     manifest.errors = fReport.Errors();
-    Status status = fWriter->OpenFile(archive::kManifestFile);
+    Status status = fWriter->OpenFile(archive::kManifestFile, BackupWriter::Content::Public);
     if (status) status = fWriter->WriteToFile(archive::WriteManifest(manifest));
     if (status) status = fWriter->FinishFile();
     if (status) {
@@ -314,6 +336,8 @@ bool BackupJob::MakeItExist() {
     info.start = fStart;
     info.files = fTotals.files;
     info.bytes = fTotals.bytes;
+    info.isProtected = fProtection.has_value();
+    if (fProtection) info.protection = *fProtection;
     fVolume.GetSettings(&info.volumeSettings);
     info.addon = info.volumeSettings.Get<std::string>("addon", "");
     info.mediaName = fVolume.MediaName();

@@ -4,6 +4,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,6 +32,7 @@ private:
     void FindOwnFiles();
     bool WriteData();
     bool WriteCatalogue();
+    bool WriteKey();
     bool WriteManifest();
     bool MakeItExist();
     void RemoveOldBackups();
@@ -51,6 +53,7 @@ private:
     int64_t fStart = 0;  // seconds since the epoch
     std::string fName;
     std::string fTitle;
+    const std::optional<archive::Protection> fProtection;
     std::vector<BVolume> fSources;
     std::vector<core::SelectionRule> fRules;
     std::vector<OwnFiles> fOwn;

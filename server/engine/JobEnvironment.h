@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -13,6 +14,7 @@
 #include "core/protocol/LineTypes.h"
 #include "core/report/KTReportLine.h"
 #include "kit/storage/BVolume.h"
+#include "server/archive/AgeKeys.h"
 #include "server/catalogue/CatalogueStore.h"
 
 namespace server {
@@ -57,12 +59,17 @@ struct EngineConfig {
     std::function<int64_t()> now;  // seconds since the epoch; empty: the system's clock
 };
 
+// What opens protected backups, by their names. Shared, so that it is wiped when the last job that
+// has it ends.
+using BackupKeys = std::map<std::string, std::shared_ptr<const archive::AgeIdentity>>;
+
 // One job as the engine needs it. `description` is the submitted message ('KTJA').
 struct JobOrder {
     int32_t id = 0;
     core::JobType type = core::JobType::Full;
     std::string title;
     BMessage description;
+    BackupKeys keys;  // of the protected backups that it may read
 };
 
 // Runs the job to its end on the calling thread (and threads of its own) and says how it ended.

@@ -580,10 +580,11 @@ JobEnd RestoreJob::Run() {
     TellSettings();
     fRules = SelectionRules(fOrder, fReport);
     const core::SelectionMatcher matcher(fRules);
-    ForEachSelectedBackup(fRules, fConfig, fCatalogues, fReport, [&](const OpenBackup& backup) {
-        Backup(*this, backup, matcher).Run();
-        return !fFull && fControl.MayGoOn();
-    });
+    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport,
+                          [&](const OpenBackup& backup) {
+                              Backup(*this, backup, matcher).Run();
+                              return !fFull && fControl.MayGoOn();
+                          });
     return Ended();
 }
 

@@ -8,6 +8,7 @@
 #include "server/engine/JobTotals.h"
 #include "server/engine/RestoreJob.h"
 #include "server/engine/VerifyJob.h"
+#include "server/queue/JobDescription.h"
 
 namespace server {
 
@@ -28,12 +29,13 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
                 {LocalTimeText(config.now ? config.now() : std::time(nullptr))});
     report.Line(LineType::Heading, text::kBackupModeIs, {"Full"});
 
-    const BMessage start = job.Get<BMessage>("start_info", BMessage());
-    if (start.Get<int32_t>("passonoff", 0) == 1) {
-        if (!start.Get<std::string>("password", "").empty()) {
-            report.ErrorWords("Error: this version cannot protect a backup by a password");
-            return JobEnd::Errors;
-        }
+    if (description::ProtectionOf(job)) {
+        report.Words(LineType::Heading, "The backup is protected by a password.");
+    } else if (description::HasPassword(job)) {
+        // The key is made of it when the job is submitted.
+        report.ErrorWords("Error: the job has a password, but no key to protect the backup with");
+        return JobEnd::Errors;
+    } else if (description::WantsProtection(job)) {
         report.Words(LineType::Heading, "The password is empty: the backup is not protected.");
     }
 

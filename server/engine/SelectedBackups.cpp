@@ -29,7 +29,7 @@ std::vector<core::SelectionRule> SelectionRules(const JobOrder& order, JobReport
     return rules;
 }
 
-void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
+void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
                            JobReport& report, const std::function<bool(const OpenBackup&)>& visit) {
     std::vector<std::string> names;
@@ -49,7 +49,12 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
             report.Error(text::kBackupMissing, {name});
             continue;
         }
-        const auto content = BackupContent::Open(*info, config);
+        if (info->isProtected && !order.keys.contains(name)) {
+            report.Error(text::kPasswordProblem, {},
+                         "'" + info->title + "' is protected by a password and was left out.");
+            continue;
+        }
+        const auto content = BackupContent::Open(*info, config, order.keys);
         if (!content) {
             report.Error(text::kBackupHeaderUnreadable, {info->title}, content.error().Text());
             continue;

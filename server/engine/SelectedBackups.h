@@ -22,9 +22,9 @@ struct OpenBackup {
     const BackupContent& content;
     CatalogueReader& catalogue;
 };
-// In the order of the rules that take something of them; none of them is deleted meanwhile. `visit`
-// returns false to stop.
-void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules,
+// In the order of the rules that take something of them, protected ones with what the order has to
+// open them; none of them is deleted meanwhile. `visit` returns false to stop.
+void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
                            JobReport& report, const std::function<bool(const OpenBackup&)>& visit);
 

@@ -99,14 +99,15 @@ JobEnd VerifyJob::Run() {
     fReport.Line(LineType::Heading, text::kStartIs,
                  {LocalTimeText(fConfig.now ? fConfig.now() : std::time(nullptr))});
     const auto rules = SelectionRules(fOrder, fReport);
-    ForEachSelectedBackup(rules, fConfig, fCatalogues, fReport, [&](const OpenBackup& backup) {
-        ++fBackups;
-        fReport.AddTotals(backup.info.files, backup.info.bytes);
-        std::thread sums([&] { CheckSums(backup); });
-        CheckStream(backup);
-        sums.join();
-        return fControl.MayGoOn();
-    });
+    ForEachSelectedBackup(rules, fOrder, fConfig, fCatalogues, fReport,
+                          [&](const OpenBackup& backup) {
+                              ++fBackups;
+                              fReport.AddTotals(backup.info.files, backup.info.bytes);
+                              std::thread sums([&] { CheckSums(backup); });
+                              CheckStream(backup);
+                              sums.join();
+                              return fControl.MayGoOn();
+                          });
     if (fBackups == 0) fReport.ErrorWords("Error: there is no backup to check");
     fReport.TellProgress("");
     fReport.Words(LineType::Totals, "Files checked:\t\t" + std::to_string(fFiles));
@@ -136,6 +137,7 @@ void VerifyJob::CheckSums(const OpenBackup& backup) {
     if (!got) return wrong(got.error().Text());
     // What the manifest names must be there, whatever the list says.
     std::set<std::string> missing{archive::kManifestFile};
+    if (backup.info.isProtected) missing.insert(archive::kKeyFile);
     for (const auto& medium : backup.content.Manifest().media)
         missing.insert(medium.file);
     for (size_t at = 0; at < sums.size();) {

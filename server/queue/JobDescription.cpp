@@ -10,6 +10,11 @@ namespace server::description {
 
 namespace {
 
+constexpr char kProtection[] = "protection";
+constexpr char kRecipient[] = "recipient";
+constexpr char kKeyFile[] = "key_file";
+constexpr type_code kKeyType = "ktky"_code;
+
 void KeepFirst(BMessage& message, std::string_view name) {
     while (message.Count(name) > 1)
         message.RemoveAt(name, message.Count(name) - 1);
@@ -28,7 +33,7 @@ BMessage Cleaned(const BMessage& submitted) {
         kept.RemoveAt("client_id", 0);
     for (const char* name : {"addon", "bak_addonpacker", "compare"})
         KeepFirst(kept, name);
-    for (const char* name : {"job_id", "winpos", "selectionpath"})
+    for (const char* name : {"job_id", "winpos", "selectionpath", kProtection})
         kept.Remove(name);
     if (auto info = kept.Find<BMessage>("start_info"); info && info->Remove("winpos")) {
         kept.Set("start_info", *info);
@@ -65,7 +70,35 @@ bool WantsProtection(const BMessage& description) {
 }
 
 bool HasPassword(const BMessage& description) {
-    return !StartInfo(description).Get("password", std::string()).empty();
+    return !PasswordOf(description).IsEmpty();
+}
+
+archive::Secret PasswordOf(const BMessage& description) {
+    const BMessage info = StartInfo(description);
+    return archive::Secret(info.FindString("password").value_or(std::string_view()));
+}
+
+void SetProtection(BMessage& description, const archive::Protection& protection) {
+    BMessage stored;
+    stored.Add(kRecipient, protection.recipient);
+    stored.AddData(kKeyFile, kKeyType, protection.keyFile.data(), protection.keyFile.size());
+    description.Set(kProtection, stored);
+}
+
+void RemoveProtection(BMessage& description) {
+    description.Remove(kProtection);
+}
+
+std::optional<archive::Protection> ProtectionOf(const BMessage& description) {
+    if (!description.Has(kProtection)) return std::nullopt;
+    // One that is damaged still says that the backup must not be made without.
+    const BMessage stored = description.Get(kProtection, BMessage());
+    archive::Protection protection;
+    protection.recipient = stored.Get(kRecipient, std::string());
+    if (const auto key = stored.FindData(kKeyFile, kKeyType)) {
+        protection.keyFile.assign(key->begin(), key->end());
+    }
+    return protection;
 }
 
 std::string DestinationOf(const BMessage& description) {
@@ -103,6 +136,7 @@ BMessage Edited(const BMessage& former, const BMessage& edited) {
     }
     job.Remove("start_info");
     job.Add("start_info", info);
+    if (const auto protection = ProtectionOf(former)) SetProtection(job, *protection);
     job.Remove("client_id");
     if (auto client = former.Find<int32_t>("client_id")) job.Add("client_id", *client);
     return job;

@@ -8,12 +8,13 @@
 
 #include "core/protocol/Codes.h"
 #include "kit/message/BMessage.h"
+#include "server/archive/KeyFile.h"
 
 namespace server::description {
 
 // The description as it is kept: of fields that were added repeatedly the one value that counts
-// (the last "client_id", else the first), nothing that is the client's own affair, and no password
-// at any depth.
+// (the last "client_id", else the first), nothing that is the client's own affair, no password at
+// any depth, and no protection that the server did not make.
 BMessage Cleaned(const BMessage& submitted);
 
 // "job_type", full where there is none; nothing when it is of no known kind.
@@ -24,7 +25,14 @@ std::string TitleOf(const BMessage& description);
 int64_t DueOf(const BMessage& description);
 bool IsOnHold(const BMessage& description);
 bool WantsProtection(const BMessage& description);  // "passonoff" 1
-bool HasPassword(const BMessage& description);      // and a password that is not empty
+bool HasPassword(const BMessage& description);      // a password that is not empty
+archive::Secret PasswordOf(const BMessage& description);
+
+// What takes the password's place in a job that is kept: with it the backup can be sealed, but not
+// opened.
+void SetProtection(BMessage& description, const archive::Protection& protection);
+void RemoveProtection(BMessage& description);
+std::optional<archive::Protection> ProtectionOf(const BMessage& description);
 
 // Jobs with the same key use the same destination. Two spellings of one directory give one key.
 std::string DestinationOf(const BMessage& description);
