@@ -20,6 +20,7 @@ In the folder of a backup are
     backup.json        what it is: title, computer, volumes, times, media
     0001.tar.zst ...   the saved files: the media, numbered, in their order
     catalogue.db.zst   the list of all saved files, an SQLite database
+    key.age            only if the backup is protected by a password: see step 2
     SHA256SUMS         check sums of all these files
 
 A complete backup of kind "full" (see backup.json) needs nothing but its own
@@ -38,7 +39,51 @@ Every line must end with "OK". (In all examples the sign $ stands for what your
 terminal shows before you type; do not type it.)
 
 
-2. What is in it?
+2. Is it protected by a password?
+---------------------------------
+
+If there is a file key.age, the backup is protected: the media and the list of
+files are encrypted, and their names end in ".age". (If there is none, go on
+with step 3.) You need the program age (package age) and the password of the
+backup. Nobody can help you without the password.
+
+If you have room for a second copy of the backup, make one that is not
+encrypted. These lines ask for the password once, for the key, and put the copy
+into the directory "opened" beside the folder of the backup:
+
+    $ mkdir -p ../opened
+    $ age -d -o ../opened/key.txt key.age
+    $ for file in *.tar*.age catalogue*.age; do age -d -i ../opened/key.txt -o ../opened/${file%.age} $file; done
+    $ rm ../opened/key.txt
+    $ cd ../opened
+
+Then go on with step 3 in that directory, as if there had never been a password.
+Delete it when you have what you want: everybody can read it.
+
+If you have no room for a copy, restore everything at once. The examples use the
+directory "restored" beside the folder of the backup. Take the line that has the
+ending of your media (see the table in step 3 for the tools):
+
+    $ mkdir -p ../restored
+    $ age -d -o ../key.txt key.age
+    $ for file in $(ls -v *.tar.age); do age -d -i ../key.txt $file; done | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+    $ for file in $(ls -v *.tar.zst.age); do age -d -i ../key.txt $file; done | zstd -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+    $ for file in $(ls -v *.tar.lz4.age); do age -d -i ../key.txt $file; done | lz4 -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+    $ for file in $(ls -v *.tar.xz.age); do age -d -i ../key.txt $file; done | xz -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+    $ rm ../key.txt
+
+Whoever has key.txt can read the backup without the password: delete it when you
+are done. If there is only one medium, no key.txt is needed; this asks for the
+password and restores everything:
+
+    $ age -d -i key.age 0001.tar.zst.age | zstd -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+
+If a medium is damaged (step 1), age writes what is in front of the damage and
+stops with an error. What lies behind it on this medium can only be read by
+Velmora Backup; the other media are not affected.
+
+
+3. What is in it?
 -----------------
 
 All media of a backup, joined in their order, are one compressed tar archive.
@@ -62,7 +107,7 @@ Names begin with the name of the volume: System/home/anna/letter.txt was
 /home/anna/letter.txt on the volume "System".
 
 
-3. Restore everything
+4. Restore everything
 ---------------------
 
 Make a directory for what comes back, with enough room, and unpack into it. As
@@ -81,10 +126,10 @@ users have other numbers, the owners go by their names; add --numeric-owner
 after -xpf - to go by their numbers instead.
 
 
-4. Restore one file or directory
+5. Restore one file or directory
 --------------------------------
 
-Put its name, as the list of step 2 shows it, behind the line of step 3. A
+Put its name, as the list of step 3 shows it, behind the line of step 4. A
 directory brings along all that is in it:
 
     $ cat $(ls -v *.tar.zst) | zstd -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored 'System/home/anna/letter.txt'
@@ -93,13 +138,13 @@ If it is a hard link ("link to" in the list), name the file that it is a link to
 as well.
 
 
-5. When a medium is damaged
+6. When a medium is damaged
 ---------------------------
 
 Step 1 names the damaged files. The media consist of pieces of about 4 MB that
 were compressed one by one (frames), so damage in one leaves the others whole.
 
-Step 3 restores everything in front of the damage, then stops with an error.
+Step 4 restores everything in front of the damage, then stops with an error.
 What lies behind it: find out where to go on, with the list of files (package
 sqlite3), which knows where each piece begins. First
 
@@ -112,7 +157,7 @@ position of the piece on it, the position of the entry in the unpacked piece.
 
 Take the first one behind the damage and put its numbers into the first line
 below: medium 1, piece at 0, entry at 0 stand in this example. For media that
-are not .tar.zst replace the ending and "zstd -dc" as in step 2.
+are not .tar.zst replace the ending and "zstd -dc" as in step 3.
 
     $ medium=1; piece=0; entry=0
     $ rest=$(ls -v *.tar.zst | tail -n +$((medium + 1)))
@@ -128,7 +173,8 @@ What exactly lies here
 
 The archive is in POSIX pax format (GNU tar 1.27 or later, or bsdtar). Extended
 attributes are records SCHILY.xattr.*, access lists SCHILY.acl.*, sparse files
-GNU.sparse 1.0. Each frame can be unpacked on its own.
+GNU.sparse 1.0. Each frame can be unpacked on its own. Encrypted files are in
+version 1 of the age format, around all of that.
 )";
 }
 
