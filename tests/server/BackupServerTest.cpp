@@ -269,36 +269,58 @@ TEST_F(BackupServerTest, ADueJobStartsByItself) {
     EXPECT_EQ(EndOf(id), 0);
 }
 
-TEST_F(BackupServerTest, RefusedJobsAreReportedAndPasswordsReachNoDisk) {
-    BMessage job = With(Job("Secret"), "passonoff", 1);
-    BMessage info = job.Get("start_info", BMessage());
-    info.Add("password", "open-sesame-4711");
-    job.Set("start_info", info);
-    peer->Send(job);
-    BMessage refused = peer->WaitFor("rpIN"_code).message;
-    EXPECT_EQ(refused.Get("title", std::string()), "Secret");
+TEST_F(BackupServerTest, RefusedJobsAreReported) {
+    peer->Send(Job("What", {}, "/a", 9));
+    const BMessage refused = peer->WaitFor("rpIN"_code).message;
+    EXPECT_EQ(refused.Get("title", std::string()), "What");
     EXPECT_EQ(refused.Get<int32_t>("job_id", -1), 0);
+    EXPECT_EQ(refused.Get<int32_t>("job_type", 0), 9);
     const auto lines = Lines(OpenReport(refused.Get<int32_t>("report_id", 0)));
     ASSERT_EQ(lines.size(), 1u);
     EXPECT_TRUE(lines[0].starts_with("3: The job was refused")) << lines[0];
+}
 
-    // The switch decides, not the field: this one is simply not protected.
-    info.Set<int32_t>("passonoff", 0);
+TEST_F(BackupServerTest, APasswordBecomesAKeyAndReachesNoDisk) {
+    BMessage job = With(With(Job("Secret"), "passonoff", 1), "submitonhold", 1);
+    BMessage info = job.Get("start_info", BMessage());
+    info.Add("password", "open-sesame-4711");
     job.Set("start_info", info);
-    EXPECT_EQ(EndOf(Submit(job)), 0);
-    peer->Send(Job("What", {}, "/a", 9));
-    refused =
-        peer->WaitFor("rpIN"_code,
-                      [](const BMessage& m) { return m.Get("title", std::string()) == "What"; })
-            .message;
-    EXPECT_EQ(refused.Get<int32_t>("job_type", 0), 9);
+    // What others say about keys counts for nothing.
+    BMessage forged;
+    forged.Add("recipient", "forged-by-somebody");
+    job.Add("protection", forged);
+    const int32_t id = Submit(job);
+    BMessage description = peer->Ask(About("KTjg"_code, id));
+    EXPECT_FALSE(description.Has("protection"));
+    EXPECT_FALSE(description.Get("start_info", BMessage()).Has("password"));
+    // Neither an editor nor a restart takes the protection away.
+    BMessage edit = About("KTjs"_code, id);
+    description.Add("protection", forged);
+    edit.Add("job_data", With(description, "passonoff", 0));
+    peer->Send(edit);
+    peer->WaitFor("KTjc"_code, Of(id));
     ASSERT_EQ(house.Stop(), 0);
+    bool hasKey = false;
     for (const auto& file : std::filesystem::recursive_directory_iterator(house.Root())) {
         if (!file.is_regular_file()) continue;
         std::ifstream stream(file.path(), std::ios::binary);
         const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
-        EXPECT_EQ(bytes.find("open-sesame-4711"), std::string::npos) << file.path();
+        for (const char* secret : {"open-sesame-4711", "AGE-SECRET-KEY", "forged-by-somebody"})
+            EXPECT_EQ(bytes.find(secret), std::string::npos) << file.path() << secret;
+        hasKey |= bytes.find("age-encryption.org/v1\n-> scrypt ") != std::string::npos;
     }
+    EXPECT_TRUE(hasKey);
+    house.Start();
+    peer = house.ConnectClient();
+    AcceptPanels(*peer);
+    peer->Send(About("KTJC"_code, id));
+    EXPECT_EQ(EndOf(id), 0);
+
+    // The switch decides, not the field: this one is simply not protected.
+    info.Set<int32_t>("passonoff", 0);
+    info.Remove("submitonhold");
+    job.Set("start_info", info);
+    EXPECT_EQ(EndOf(Submit(job)), 0);
 }
 
 TEST_F(BackupServerTest, QueueAndReportsOutliveAKillAndARunningJobEndsAsAbnormal) {
