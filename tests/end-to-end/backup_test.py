@@ -109,16 +109,6 @@ class Backup(unittest.TestCase):
         self.assertEqual([p.name for p in self.house.target.iterdir() if p.is_dir()], [])
         self.assertEqual(peer.ask(wire.Message("KTLR", path="/")).what, "NONE")
 
-    def test_password_is_refused_and_never_written(self):
-        (self.house.source / "a").write_text("a")
-        peer = self.house.connect()
-        peer.send(self.house.job(passonoff=1, password="open-sesame-4711"))
-        peer.wait_for("rpIN")
-        self.assertEqual(self.house.backups(), [])
-        found = subprocess.run(["grep", "-r", "-l", "open-sesame-4711", self.house.program / "Backup_Server",
-                                self.house.target], capture_output=True, text=True).stdout
-        self.assertEqual(found, "")
-
     def test_killed_in_the_middle(self):
         (self.house.source / "noise").write_bytes(os.urandom(150_000_000))
         peer = self.house.connect()

@@ -1,0 +1,156 @@
+#!/usr/bin/env python3
+"""Backups protected by a password: made, opened and restored by the real server, and by hand."""
+import os
+import pathlib
+import signal
+import subprocess
+import unittest
+
+import house
+import wire
+from house import House
+
+PASSWORD = "open-sesame-4711"
+TYPE_PASSWORD = pathlib.Path(__file__).resolve().parent.parent / "support/type_password.py"
+
+
+class Protection(unittest.TestCase):
+    def setUp(self):
+        self.house = House()
+        self.addCleanup(self.house.__exit__)
+        self.house.start_server()
+        self.peer = self.house.connect()
+
+    def job(self, packer="KTZstd", mediasize=0, password=PASSWORD, **start_info):
+        job = self.house.job(packer=packer, passonoff=1, password=password, **start_info)
+        if mediasize:
+            volume = job.get("volume")
+            volume.add("mediasize", mediasize, "LLNG")
+            job.fields["volume"] = ("MSGG", [volume])
+        return job
+
+    def save(self, **options):
+        job_id, status = self.house.run_job(self.peer, self.job(**options))
+        self.assertEqual(status, 0)
+        return job_id, self.house.backups()[-1]
+
+    def read(self, peer, backup, target, job_type=4):
+        """Restores a whole backup below a folder, or checks it: how it ended, and the report's lines."""
+        record = f"/{backup.name}{self.house.rule(self.house.source)}"
+        selection = wire.Message("SELE", SELECTION="INCLUDE " + record, source="REDIREC " + record,
+                                 redirect=str(target))
+        restore = wire.Message("REST", divert=1, createemptydirs=1)
+        job = wire.Message("KTJA", client_id=os.getpid(), job_type=job_type, selection=selection,
+                           restore=restore, start_info=wire.Message("STRT", title="Back again"))
+        job_id, status = self.house.run_job(peer, job)
+        return status, self.house.report(peer, job_id)[0]
+
+    def unlock(self, peer, backup, password):
+        answer = peer.ask(wire.Message("ktpc", name=backup.name, pw=password), 30)
+        self.assertEqual(answer.what, "ktpr")
+        return answer.get("result")
+
+    def by_hand(self, folder, command):
+        """A shell command in a folder, the password typed when it is asked for."""
+        done = subprocess.run(["python3", TYPE_PASSWORD, PASSWORD, f"cd {folder} && {command}"],
+                              capture_output=True, timeout=120)
+        self.assertEqual(done.returncode, 0, done.stdout + done.stderr)
+        return done.stdout
+
+    def places_of(self, secret):
+        return subprocess.run(["grep", "-r", "-l", "-a", "-F", "-e", secret, self.house.program / "Backup_Server",
+                               self.house.target, self.house.runtime, self.house.root / "data"],
+                              capture_output=True, text=True).stdout
+
+    def test_split_backups_come_back_by_us_and_by_hand(self):
+        house.make_tree(self.house.source)
+        (self.house.source / "noise").write_bytes(os.urandom(20_000_000))
+        for packer, ending, tool in (("KTZstd", ".tar.zst", "zstd -dc"), ("KTNone", ".tar", "cat")):
+            with self.subTest(packer):
+                job_id, backup = self.save(packer=packer, mediasize=16 << 20)
+                self.assertTrue((backup / f"0002{ending}.age").exists())
+                subprocess.run(["sha256sum", "--quiet", "-c", "SHA256SUMS"], cwd=backup, check=True)
+                asked = self.peer.ask(wire.Message("ktpc", name=backup.name))
+                self.assertEqual(asked.get("protected"), 1)
+                self.assertEqual(self.peer.ask(wire.Message("KTLR", path=f"/{backup.name}")).what, "KTLi")
+
+                self.assertEqual(self.unlock(self.peer, backup, PASSWORD), 1)
+                target = self.house.root / f"by us {packer}"
+                target.mkdir()
+                status, lines = self.read(self.peer, backup, target)
+                self.assertEqual(status, 0, lines)
+                self.assertEqual(house.differences(self.house.source, target), [])
+                # It was open for that one job.
+                self.assertEqual(self.read(self.peer, backup, target)[0], 2)
+                self.unlock(self.peer, backup, PASSWORD)
+                self.assertEqual(self.read(self.peer, backup, target, 1000)[0], 0)
+
+                hand = self.house.root / f"by hand {packer}"
+                hand.mkdir()
+                # The password is asked for once for each medium.
+                key = self.by_hand(backup, "age -d key.age").decode().split()[-1]
+                self.assertTrue(key.startswith("AGE-SECRET-KEY-1"))
+                self.by_hand(backup, f"for f in $(ls -v *{ending}.age); do age -d -i key.age $f; done | {tool} | tar -xp "
+                                     f"--xattrs --xattrs-include='*' --acls --numeric-owner -C '{hand}'")
+                restored = hand / self.house.rule(self.house.source, False).lstrip("/")
+                self.assertEqual(house.differences(self.house.source, restored), [])
+                self.assertEqual(self.places_of(PASSWORD), "")
+                self.assertEqual(self.places_of(key), "")
+
+    def test_wrong_password_or_none(self):
+        (self.house.source / "a").write_text("a")
+        _, backup = self.save()
+        target = self.house.root / "elsewhere"
+        target.mkdir()
+        status, lines = self.read(self.peer, backup, target)
+        self.assertEqual(status, 2)
+        self.assertIn((3, 96), lines)
+        self.assertEqual(self.unlock(self.peer, backup, "guess"), 0)
+        status, lines = self.read(self.peer, backup, target)
+        self.assertEqual(status, 2)
+        self.assertIn((3, 96), lines)
+        self.assertEqual(list(target.iterdir()), [])
+        self.assertEqual(self.unlock(self.peer, backup, PASSWORD), 1)
+        self.assertEqual(self.read(self.peer, backup, target)[0], 0)
+        self.assertEqual((target / "a").read_text(), "a")
+
+    def test_a_password_holds_up_nobody(self):
+        (self.house.source / "a").write_text("a")
+        _, backup = self.save()
+        other = self.house.connect()
+        self.peer.socket.sendall(wire.frame(2, wire.Message("ktpc", name=backup.name, pw="x").flatten(), request=99))
+        for _ in range(5):
+            self.assertEqual(other.ask(wire.Message("KTJL")).what, "KTJI")
+        self.peer.pump(0)
+        self.assertNotIn(99, self.peer.answers)
+        self.peer.wait(lambda: 99 in self.peer.answers, 30, "the answer to the password")
+        self.assertEqual(self.peer.answers[99].get("result"), 0)
+
+    def test_a_job_that_waits_needs_no_password_later(self):
+        (self.house.source / "a").write_text("a")
+        self.peer.send(self.job(submitonhold=1))
+        job_id = self.peer.wait_for("KTJI").get("job_id")
+        described = self.peer.ask(wire.Message("KTjg", job_id=job_id))
+        self.assertNotIn("password", described.get("start_info").fields)
+        self.house.stop_server(signal.SIGKILL)
+        self.assertEqual(self.places_of(PASSWORD), "")
+        self.assertEqual(self.places_of("AGE-SECRET-KEY"), "")
+        self.house.start_server()
+        self.peer = self.house.connect()
+        self.peer.send(wire.Message("KTJC", job_id=job_id))
+        self.assertEqual(self.peer.wait_for("KTJf").get("status"), 0)
+        [backup] = self.house.backups()
+        names = self.by_hand(backup, "age -d -i key.age 0001.tar.zst.age | zstd -dc | tar -t").decode()
+        self.assertIn("/a\n", names)
+
+    def test_an_empty_password_protects_nothing_and_the_report_says_so(self):
+        (self.house.source / "a").write_text("a")
+        job_id, backup = self.save(password="")
+        self.assertTrue((backup / "0001.tar.zst").exists())
+        self.assertFalse((backup / "key.age").exists())
+        _, text = self.house.report(self.peer, job_id)
+        self.assertIn(b"The password is empty: the backup is not protected.", text.flatten())
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
