@@ -129,7 +129,7 @@ private:
     const BackupContent& fContent;
     CatalogueReader& fCatalogue;
     const core::SelectionMatcher& fMatcher;
-    const RestorePlaces fPlaces;
+    const core::RestorePlaces fPlaces;
 
     std::map<std::string, std::shared_ptr<const RestoreTarget>> fTargets;
     std::set<std::string> fMissingVolumes;

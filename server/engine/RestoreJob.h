@@ -12,10 +12,10 @@
 #include <thread>
 #include <vector>
 
+#include "core/selection/RestorePlaces.h"
 #include "server/engine/CatalogueWalk.h"
 #include "server/engine/EntryRestorer.h"
 #include "server/engine/JobEnvironment.h"
-#include "server/engine/RestorePlaces.h"
 
 namespace server {
 

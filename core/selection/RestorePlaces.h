@@ -7,43 +7,38 @@
 #include <string_view>
 #include <vector>
 
-#include "kit/message/BMessage.h"
+#include "core/selection/Redirections.h"
 #include "kit/storage/BVolume.h"
 
-namespace server {
+namespace core {
 
 struct RestorePlace {
     std::string root;      // absolute path of the target, or of a volume's mount point
     std::string relative;  // below it, "" for itself
     bool redirected = false;
     bool operator==(const RestorePlace&) const = default;
+    std::string Path() const;  // the whole of it
 };
 
 class RestorePlaces {
 public:
-    // `selection` holds the "source" and "redirect" records, which are heeded where `divert` is
-    // set. `createRoot`: what is sent to a directory gets one of its own name there, else its
-    // contents go straight into it.
+    // The redirections that `selection` records are heeded where `divert` is set. `createRoot`:
+    // what is sent to a directory gets one of its own name there, else its contents go straight
+    // into it.
     RestorePlaces(const BMessage& selection, bool divert, bool createRoot,
                   std::vector<BVolume> volumes);
 
     // "/Backup/Volume/path". Nothing where there is no such volume here, and for a backup as such.
     std::optional<RestorePlace> Of(std::string_view path) const;
-    bool HasRedirections() const { return !fRedirections.empty(); }
-    int Refused() const { return fRefused; }  // records that cannot be understood
+    bool HasRedirections() const { return !fRedirections.IsEmpty(); }
+    int Refused() const { return fRedirections.Refused(); }
 
 private:
-    struct Redirection {
-        std::string source;  // without "/*"
-        bool subtree = false;
-        std::string target;  // "" takes earlier ones back
-    };
     std::optional<RestorePlace> Original(std::string_view path) const;
 
-    std::vector<Redirection> fRedirections;
+    const Redirections fRedirections;
     const bool fCreateRoot;
     const std::vector<BVolume> fVolumes;
-    int fRefused = 0;
 };
 
-}  // namespace server
+}  // namespace core
