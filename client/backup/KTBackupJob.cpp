@@ -19,6 +19,9 @@ bool IsOwnField(std::string_view name) {
     return std::find(kOwnFields.begin(), kOwnFields.end(), name) != kOwnFields.end();
 }
 
+constexpr KTJob::FileKind kFiles = {core::kBackupJobMagic, core::kSelectionMagic,
+                                    core::kBackupSelectionType, "default_bak"};
+
 void KeepFirst(BMessage& message, std::string_view name) {
     for (int32_t i = message.Count(name) - 1; i > 0; --i)
         message.RemoveAt(name, i);
@@ -26,15 +29,14 @@ void KeepFirst(BMessage& message, std::string_view name) {
 
 }  // namespace
 
-KTBackupJob::KTBackupJob() {
+KTBackupJob::KTBackupJob() : KTJob(kFiles) {
     fJob.Set("job_type", static_cast<int32_t>(core::JobType::Full));
 }
 
 void KTBackupJob::Replace(const BMessage& job) {
-    fJob = job;
-    fJob.what = core::code::kSubmitJob;
-    // Answers and routing add values of their own; a job starts with one of each.
-    for (const char* name : {"job_type", "addon", "bak_addonpacker"})
+    KTJob::Replace(job);
+    // Sending adds values of its own; a job starts with one of each.
+    for (const char* name : {"addon", "bak_addonpacker"})
         KeepFirst(fJob, name);
     const auto type = fJob.Find<int32_t>("job_type");
     if (!type || !core::IsKnownJobType(*type) ||
@@ -102,8 +104,8 @@ void KTBackupJob::StorePacker(BMessage settings) {
     if (settings.FindString("addon") == chosen) fJob.Set("bak_packer", settings);
 }
 
-BMessage KTBackupJob::StartInfo(std::string_view baseTitle) const {
-    BMessage info = core::WithoutPasswords(fJob.Get("start_info", BMessage()));
+BMessage KTBackupJob::StartInfoFor(std::string_view baseTitle) const {
+    BMessage info = StartInfo();
     if (!IsFull()) info.Set("title", baseTitle);
     return info;
 }
@@ -117,18 +119,6 @@ void KTBackupJob::SetTitle(std::string_view title) {
 void KTBackupJob::ForgetPassword() {
     const BMessage info = fJob.Get("start_info", BMessage());
     if (info.Has("password")) fJob.Set("start_info", core::WithoutPasswords(info));
-}
-
-uint32_t KTBackupJob::StartTime() const {
-    return fJob.Get("scheduler", BMessage()).Get("TIME", BTime()).seconds;
-}
-
-void KTBackupJob::ClearSchedule() {
-    auto schedule = fJob.Find<BMessage>("scheduler");
-    if (!schedule) return;
-    for (const char* name : {"TIME", "Months", "Days", "Hours", "Minutes"})
-        schedule->Remove(name);
-    fJob.Set("scheduler", *schedule);
 }
 
 std::string KTBackupJob::VarRule(std::string_view bootVolume) {
@@ -161,12 +151,4 @@ BMessage KTBackupJob::ForSending(const KTVolume* destination, const KTCruncher* 
         job.Set("bak_packer", settings);
     }
     return job;
-}
-
-core::HeaderSave KTBackupJob::Save(const std::string& path) const {
-    return core::SaveHeaderFile(path, core::kBackupJobMagic, fJob, core::kBackupSelectionType);
-}
-
-core::HeaderLoad KTBackupJob::Load(const std::string& path, BMessage* job) {
-    return core::LoadHeaderFile(path, core::kBackupJobMagic, job);
 }

@@ -1,29 +1,24 @@
-// The job of the backup tools: one message that is the tool's whole state, saved to job files and
-// sent to the server. Its rules are here, without any window. A plain value; one thread at a time.
+// The job of the backup tools: what is backed up, where to and how. A plain value; one thread at a
+// time.
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "core/files/HeaderFile.h"
-#include "core/protocol/Codes.h"
-#include "kit/message/BMessage.h"
+#include "client/job/KTJob.h"
 
 class KTVolume;
 class KTCruncher;
 
-class KTBackupJob {
+class KTBackupJob : public KTJob {
 public:
     static constexpr char kDefaultDestination[] = "KTImage";
     static constexpr char kDefaultPacker[] = "KTNone";
-    static constexpr char kDefaultFileName[] = "default_bak";
 
     KTBackupJob();
 
-    const BMessage& Data() const { return fJob; }
-    // Takes over what a settings group or a job file holds. A missing or unknown "job_type" becomes
-    // full.
-    void Replace(const BMessage& job);
+    // A missing or unknown "job_type" becomes full.
+    void Replace(const BMessage& job) override;
 
     core::JobType Type() const;
     bool IsFull() const { return Type() == core::JobType::Full; }
@@ -32,17 +27,13 @@ public:
     static core::JobType TypeOfMenuIndex(int32_t index);
     static int32_t MenuIndexOf(core::JobType type) { return static_cast<int32_t>(type) - 1; }
 
-    // --- what is backed up
-    // --------------------------------------------------------------------------
-    BMessage Selection() const { return fJob.Get("selection", BMessage()); }
+    // --- what is backed up ----------------------------------------------------------------------
     int32_t BaseId() const { return fJob.Get<int32_t>("base_id", 0); }  // 0: none chosen
-    void SetSelection(const BMessage& selection) { fJob.Set("selection", selection); }
     void SetBase(int32_t jobId) { fJob.Set("base_id", jobId); }
     // Keeps of selection and base what the type uses, and takes the other one away.
     void KeepWhatTheTypeUses();
 
-    // --- destination and compressor
-    // -----------------------------------------------------------------
+    // --- destination and compressor -------------------------------------------------------------
     std::string Destination() const;
     std::string Packer() const;
     void SetDestination(std::string_view addOn) { fJob.Set("addon", addOn); }
@@ -56,39 +47,20 @@ public:
     BMessage PackerSettings() const;  // empty unless they are the chosen compressor's
     void StorePacker(BMessage settings);
 
-    // --- start information and schedule
-    // ------------------------------------------------------------- What the start dialog opens
-    // with: no password, and for other than full backups the base's title.
-    BMessage StartInfo(std::string_view baseTitle) const;
-    void SetStartInfo(const BMessage& info) { fJob.Set("start_info", info); }
+    // --- start information ----------------------------------------------------------------------
+    // What the start dialog opens with: no password, and for other than full backups the base's
+    // title.
+    BMessage StartInfoFor(std::string_view baseTitle) const;
     void SetTitle(std::string_view title);
     // A password is used for one sending and not kept.
     void ForgetPassword();
-    // Seconds since the epoch; 0: as soon as possible.
-    uint32_t StartTime() const;
-    void SetSchedule(const BMessage& schedule) { fJob.Set("scheduler", schedule); }
-    // Takes the start time and the repeats away.
-    void ClearSchedule();
 
-    std::string Path() const { return fJob.Get("selectionpath", std::string()); }
-    void SetPath(std::string_view path) { fJob.Set("selectionpath", path); }
-
-    // --- sending
-    // ------------------------------------------------------------------------------------ The
-    // message that is posted; the kept job stays as it is. The selection of a full backup ends in
-    // the rule that leaves /var of the boot volume out. "addon" and "bak_addonpacker" get a second
-    // value behind the chosen one: receivers take the first. Without "volume" or "bak_packer" the
-    // objects (null: none) are archived into them.
+    // --- sending --------------------------------------------------------------------------------
+    // The message that is posted; the kept job stays as it is. The selection of a full backup ends
+    // in the rule that leaves /var of the boot volume out. "addon" and "bak_addonpacker" get a
+    // second value behind the chosen one: receivers take the first. Without "volume" or
+    // "bak_packer" the objects (null: none) are archived into them.
     BMessage ForSending(const KTVolume* destination, const KTCruncher* packer,
                         std::string_view bootVolume) const;
     static std::string VarRule(std::string_view bootVolume);
-
-    // --- files
-    // --------------------------------------------------------------------------------------
-    core::HeaderSave Save(const std::string& path) const;
-    // `job` changes only when the result is Good.
-    static core::HeaderLoad Load(const std::string& path, BMessage* job);
-
-private:
-    BMessage fJob{core::code::kSubmitJob};
 };

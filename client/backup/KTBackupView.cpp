@@ -15,17 +15,12 @@
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
-#include "client/uikit/KTRequestWindow.h"
 #include "core/locale/MoreTexts.h"
 #include "core/protocol/Texts.h"
-#include "core/report/Format.h"
 
 namespace {
 
-constexpr char kSchedulerKey[] = "win_scheduler";
-constexpr uint32_t kSchedulerMenu = "bsch"_code;
 constexpr uint32_t kSelectionChanged = "bjch"_code;
-enum SchedulerItem { kAtOnce, kScheduled };
 
 }  // namespace
 
@@ -41,7 +36,6 @@ KTBackupView::~KTBackupView() = default;
 
 void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     using namespace core;
-    const QString settings = KTControl::LabelText(text::kSettings) + "...";
     auto* grid = new QGridLayout;
 
     auto* modeLabel = new QLabel(KTControl::LabelText(kMoreBackupMode));
@@ -66,23 +60,14 @@ void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
 
     MakeTargets(grid, 0);
     auto* schedulerLabel = new QLabel(KTControl::LabelText(text::kScheduler));
-    fScheduler = new QComboBox;
-    KTControl::Name(fScheduler, "mnu_bakscheduler", KTControl::Text(text::kScheduler));
-    fScheduler->addItem(KTControl::Text(text::kNone));
-    fScheduler->addItem(KTControl::Text(text::kScheduler));
-    KTControl::Bind(fScheduler, kSchedulerMenu, this);
-    schedulerLabel->setBuddy(fScheduler);
-    auto* schedulerButton = new QPushButton(settings);
-    KTControl::Name(schedulerButton, "btn_bakscheduler",
-                    KTControl::Text(text::kScheduler) + ": " + KTControl::Text(text::kSettings));
-    KTControl::Bind(schedulerButton, BMessage("sset"_code), this);
-    fSchedulerText = new KTElidedLabel;
-    KTControl::Name(fSchedulerText, "str_bakscheduler");
+    const ScheduleControls schedule =
+        MakeSchedule({"mnu_bakscheduler", "btn_bakscheduler", "str_bakscheduler", "sset"_code, {}});
+    schedulerLabel->setBuddy(schedule.menu);
     constexpr int kRow = KTBackupTargets::kRows;
     grid->addWidget(schedulerLabel, kRow, KTBackupTargets::kLabel);
-    grid->addWidget(fScheduler, kRow, KTBackupTargets::kMenu);
-    grid->addWidget(schedulerButton, kRow, KTBackupTargets::kButton);
-    grid->addWidget(fSchedulerText, kRow, KTBackupTargets::kWords);
+    grid->addWidget(schedule.menu, kRow, KTBackupTargets::kMenu);
+    grid->addWidget(schedule.button, kRow, KTBackupTargets::kButton);
+    grid->addWidget(schedule.words, kRow, KTBackupTargets::kWords);
 
     fHint = new QLabel;
     KTControl::Name(fHint, "str_hint");
@@ -107,7 +92,8 @@ void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     QWidget* before = fMode;
     for (QWidget* next : std::initializer_list<QWidget*>{
              fSources, fBaseJobs, Targets().DestinationMenu(), Targets().DestinationButton(),
-             Targets().PackerMenu(), Targets().PackerButton(), fScheduler, schedulerButton, fStart})
+             Targets().PackerMenu(), Targets().PackerButton(), schedule.menu, schedule.button,
+             fStart})
         setTabOrder(std::exchange(before, next), next);
 }
 
@@ -134,9 +120,6 @@ void KTBackupView::MessageReceived(BMessage& message) {
         {"mode"_code, &KTBackupView::ModeChosen},
         {"sall"_code, &KTBackupView::SelectAll},
         {"sclr"_code, &KTBackupView::ClearAll},
-        {kSchedulerMenu, &KTBackupView::SchedulerChosen},
-        {"sset"_code, &KTBackupView::OpenScheduler},
-        {"swqt"_code, &KTBackupView::SchedulerAnswered},
         {core::code::kJobInserted, &KTBackupView::JobsChanged},
         {core::code::kJobRemoved, &KTBackupView::JobsChanged},
         {core::code::kJobChanged, &KTBackupView::JobsChanged},
@@ -203,18 +186,14 @@ void KTBackupView::InitSelection() {
     fSources->SetSelection(fJob.Selection(), true);
 }
 
-void KTBackupView::SaveSelection() {
+void KTBackupView::SaveMarks() {
     BMessage selection;
     fSources->GetSelection(&selection);
     fJob.SetSelection(selection);
 }
 
-void KTBackupView::ShowSelection(const BMessage&) {
-    InitSelection();
-}
-
-void KTBackupView::SaveSources() {
-    SaveSelection();
+void KTBackupView::SaveSelection() {
+    SaveMarks();
     SaveJobListSelection();
 }
 
@@ -224,13 +203,13 @@ void KTBackupView::SelectAll(BMessage&) {
     BMessage selection;
     fSources->GetSelection(&selection);
     fSources->SetSelection(selection, false);
-    SaveSelection();
+    SaveMarks();
 }
 
 void KTBackupView::ClearAll(BMessage&) {
     if (fJob.IsFull()) {
         fSources->MultiSelectAll(false);
-        SaveSelection();
+        SaveMarks();
     } else {
         fBaseJobs->Select(kNoRow);
         SaveJobListSelection();
@@ -265,44 +244,6 @@ void KTBackupView::showEvent(QShowEvent* event) {
     if (!fJob.IsFull() && !fBaseJobs->IsFetched()) fBaseJobs->GetJobListFromServer();
 }
 
-// --- schedule ------------------------------------------------------------------------------------
-
-void KTBackupView::InitScheduler() {
-    const uint32_t time = fJob.StartTime();
-    fScheduler->setCurrentIndex(time != 0 ? kScheduled : kAtOnce);
-    fSchedulerText->setText(time == 0 ? QString()
-                                      : KTControl::Text(core::text::kStartJobAt) +
-                                            QString::fromStdString(core::DateText(time)));
-}
-
-void KTBackupView::SaveScheduler() {
-    if (fScheduler->currentIndex() == kAtOnce) fJob.ClearSchedule();
-}
-
-void KTBackupView::SchedulerChosen(BMessage& message) {
-    SaveScheduler();
-    InitScheduler();
-    if (message.Get<int32_t>("index", kAtOnce) == kScheduled) OpenScheduler(message);
-}
-
-void KTBackupView::OpenScheduler(BMessage&) {
-    if (RaiseIfOpen(kSchedulerKey)) return;
-    auto* notice = new KTRequestWindow(
-        KTControl::Text(core::text::kScheduler), KTControl::Text(core::kMoreSchedulerLater),
-        window(), BMessenger(), BMessage(), {KTControl::Text(core::text::kOk)});
-    Remember(kSchedulerKey, notice);
-    notice->show();
-    notice->raise();
-    notice->activateWindow();
-}
-
-void KTBackupView::SchedulerAnswered(BMessage& message) {
-    Forget(kSchedulerKey);
-    if (!message.Get("result", false)) return;
-    fJob.SetSchedule(message.Get("settings", BMessage()));
-    InitScheduler();
-}
-
 // --- starting ------------------------------------------------------------------------------------
 
 bool KTBackupView::CheckStart() {
@@ -313,7 +254,7 @@ bool KTBackupView::CheckStart() {
                             : core::text::kNoBaseJobSelected);
         return false;
     }
-    fJob.IsFull() ? SaveSelection() : SaveJobListSelection();
+    fJob.IsFull() ? SaveMarks() : SaveJobListSelection();
     fJob.KeepWhatTheTypeUses();
     if (!fJob.IsFull() && Targets().IsOverwrite()) Targets().SaveDestination();
     if (!Targets().HasMedium()) {
@@ -324,7 +265,7 @@ bool KTBackupView::CheckStart() {
 }
 
 void KTBackupView::BeforeSending() {
-    fJob.IsFull() ? SaveSelection() : SaveJobListSelection();
+    fJob.IsFull() ? SaveMarks() : SaveJobListSelection();
     SaveScheduler();
     InitScheduler();
 }

@@ -4,7 +4,6 @@
 
 #include "client/backup/KTBackupTool.h"
 
-class KTElidedLabel;
 class KTJobListView;
 class KTSourceSelectionView;
 class QComboBox;
@@ -33,8 +32,8 @@ public:
 protected:
     QString AlertTitle() const override;
     void InitControls() override;
-    void SaveSources() override;
-    void ShowSelection(const BMessage& selection) override;
+    void SaveSelection() override;
+    void InitSelection() override;
     std::string BaseTitle() const override;
     void BeforeSending() override;
     void BootVolumeKnown(const std::string& name) override;
@@ -49,19 +48,13 @@ private:
     void InitBackupMode();
     void SaveBackupMode();
     void SetBackupModeView();
-    void InitSelection();
-    void SaveSelection();
+    void SaveMarks();
     void InitJobListSelection();
     void SaveJobListSelection();
-    void InitScheduler();
-    void SaveScheduler();
 
     void ModeChosen(BMessage&);
     void SelectAll(BMessage&);
     void ClearAll(BMessage&);
-    void SchedulerChosen(BMessage&);
-    void OpenScheduler(BMessage&);
-    void SchedulerAnswered(BMessage& message);
     void JobsChanged(BMessage& message);
     void ShowHint();
 
@@ -69,8 +62,6 @@ private:
     QStackedWidget* fWhat;
     KTSourceSelectionView* fSources;
     KTJobListView* fBaseJobs;
-    QComboBox* fScheduler;
-    KTElidedLabel* fSchedulerText;
     QLabel* fHint;
     QPushButton* fStart;
     QMenu* fPopUp;

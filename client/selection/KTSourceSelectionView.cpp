@@ -48,7 +48,7 @@ std::vector<KTColumn> KTSourceSelectionView::Columns(const Preferences* preferen
 KTSourceSelectionView::KTSourceSelectionView(Preferences* preferences, QWidget* parent,
                                              std::shared_ptr<kit::MountSource> mounts,
                                              const std::string& variableData)
-    : KTColumnListView("lst_source", ListType::Multiple, Columns(preferences), parent),
+    : KTRuledListView("lst_source", ListType::Multiple, Columns(preferences), parent),
       fPreferences(preferences) {
     SetOutline(true);
     SetItemHeight(16);
@@ -97,160 +97,8 @@ bool KTSourceSelectionView::IsDirectory(KTRow row) const {
     return Rows().Superitem(row) == kNoRow || Rows().NumberAt(row, kSize) == -1;
 }
 
-bool KTSourceSelectionView::IsUnread(KTRow row) const {
-    return Rows().IsSuperItem(row) && Rows().UserFlag(row) == 0;
-}
-
-bool KTSourceSelectionView::CanBeRuled(KTRow row) const {
-    // The rule of a file of this name would be that of everything beside it.
-    return IsDirectory(row) || Rows().TextAt(row, kName) != "*";
-}
-
-// --- marks and rules ----------------------------------------------------------------------------
-
-void KTSourceSelectionView::RecordSelection(KTRow row, bool include) {
-    fRules.Record(include, PathOf(row, false), IsDirectory(row));
-}
-
-void KTSourceSelectionView::MultiSelect(KTRow row) {
-    if (!CanBeRuled(row)) return;
-    RecordSelection(row, true);
-    KTColumnListView::MultiSelect(row);
-}
-
-void KTSourceSelectionView::MultiDeselect(KTRow row) {
-    if (!CanBeRuled(row)) return;
-    RecordSelection(row, false);
-    KTColumnListView::MultiDeselect(row);
-}
-
-void KTSourceSelectionView::MultiSelectAll(bool select) {
-    fSelectAllLater = select && !fVolumesKnown;
-    if (select) return KTColumnListView::MultiSelectAll(true);
-    Rows().ClearMarks();
-    fRules.Clear();
-}
-
-bool KTSourceSelectionView::HasSelection() const {
-    if (Rows().HasMarks() || fSelectAllLater) return true;
-    const auto rules = core::selection::Rules(fRules.Message());
-    return fRules.HasOpen() &&
-           std::any_of(rules.begin(), rules.end(), [](const auto& rule) { return rule.include; });
-}
-
-void KTSourceSelectionView::SetSelection(const BMessage& message, bool expand) {
-    const int32_t count = message.Count(core::kSelectionField, B_STRING_TYPE);
-    for (int32_t i = 0; i < count; ++i)
-        Apply(*message.FindString(core::kSelectionField, i), expand);
-}
-
-KTSourceSelectionView::Walk KTSourceSelectionView::WalkTo(
-    const std::vector<std::string>& components) const {
-    Walk walk;
-    for (const std::string& component : components) {
-        const KTRow child = Rows().ChildByText(walk.row, kName, component);
-        if (child == kNoRow) {
-            const bool unread = walk.row == kNoRow ? !fVolumesKnown : IsUnread(walk.row);
-            walk.end = unread ? Walk::Unread : Walk::Missing;
-            return walk;
-        }
-        walk.row = child;
-    }
-    walk.end = walk.row == kNoRow ? Walk::Missing : Walk::Found;
-    return walk;
-}
-
-void KTSourceSelectionView::ReadFor(KTRow row) {
-    if (row != kNoRow && IsUnread(row) && !IsReading(row) && !fUnreadable.contains(row))
-        GetDirectory(row);
-}
-
-void KTSourceSelectionView::Apply(std::string_view rule, bool expand) {
-    const bool include = rule.starts_with("INCLUDE");
-    const auto components = SourceRules::Components(rule);
-    const Walk walk = WalkTo(components);
-    if (components.empty() || walk.end == Walk::Missing) return;
-    if (expand) ReadFor(walk.row);
-    if (walk.end == Walk::Found) {
-        if (include)
-            MultiSelect(walk.row);
-        else
-            MultiDeselect(walk.row);
-        return;
-    }
-    core::SelectionRule open{include, rule.ends_with("/*"), {}};
-    for (const std::string& component : components)
-        open.path += "/" + component;
-    fRules.Record(include, open.path, open.subtree);
-    fRules.OpenRules().push_back({open.Text(), expand});
-    if (include) MarkUpwards(walk.row);
-}
-
-void KTSourceSelectionView::SettleOpenRules() {
-    if (!fRules.HasOpen()) return;
-    std::vector<SourceRules::Open> still;
-    for (SourceRules::Open& open : std::exchange(fRules.OpenRules(), {})) {
-        // A later mark or unmark above it may have replaced it.
-        if (!fRules.Has(open.text)) continue;
-        const Walk walk = WalkTo(SourceRules::Components(open.text));
-        if (walk.end == Walk::Missing) {
-            fRules.Drop(open.text);
-            UnmarkWithoutRules(walk.row);
-            continue;
-        }
-        if (open.read) ReadFor(walk.row);
-        if (walk.end == Walk::Unread) {
-            still.push_back(std::move(open));
-            continue;
-        }
-        auto rule = core::SelectionRule::Parse(open.text);
-        if (rule && rule->subtree != IsDirectory(walk.row)) {
-            // What was a file is a directory now, or the other way round.
-            rule->subtree = !rule->subtree;
-            fRules.Replace(open.text, *rule);
-        }
-        MarkByRules(walk.row);
-    }
-    fRules.OpenRules() = std::move(still);
-}
-
-void KTSourceSelectionView::MarkUpwards(KTRow row) {
-    for (; row != kNoRow && !Rows().IsMarked(row); row = Rows().Superitem(row))
-        Rows().SetMarked(row, true);
-}
-
-// Gives a row, and what is below it, the marks that the rules ask for, without recording anything.
-void KTSourceSelectionView::MarkByRules(KTRow row) {
-    const std::string path = PathOf(row, false);
-    const auto& matcher = fRules.Matcher();
-    if (!IsDirectory(row) || matcher.IsUniform(path)) {
-        if (matcher.Includes(path))
-            Rows().MultiSelect(row);
-        else if (Rows().IsMarked(row))
-            Rows().MultiDeselect(row);
-        return;
-    }
-    if (matcher.MayInclude(path)) MarkUpwards(row);
-    const int32_t count = Rows().ChildCount(row);
-    for (int32_t i = 0; i < count; ++i)
-        MarkByRules(Rows().ChildAt(row, i));
-    UnmarkEmptied(row);
-}
-
-// As after unmarking: a directory of whose entries none is marked is not marked either.
-void KTSourceSelectionView::UnmarkEmptied(KTRow row) {
-    for (; row != kNoRow && Rows().IsMarked(row); row = Rows().Superitem(row)) {
-        if (Rows().ChildCount(row) == 0 || Rows().HasMarksBelow(row)) return;
-        Rows().SetMarked(row, false);
-    }
-}
-
-// A rule that led here is gone: what was marked only because of it is so no more.
-void KTSourceSelectionView::UnmarkWithoutRules(KTRow row) {
-    for (; row != kNoRow && !Rows().HasMarksBelow(row); row = Rows().Superitem(row)) {
-        if (fRules.Matcher().MayInclude(PathOf(row, false))) return;
-        Rows().SetMarked(row, false);
-    }
+KTRow KTSourceSelectionView::EntryBelow(KTRow row, std::string_view name) const {
+    return Rows().ChildByText(row, kName, name);
 }
 
 // --- files --------------------------------------------------------------------------------------
@@ -285,7 +133,7 @@ QString KTSourceSelectionView::CellText(KTRow row, int column) const {
     const int64_t number = Rows().NumberAt(row, column);
     switch (column) {
         case kName: {
-            QString name = KTControl::Shown(Rows().TextAt(row, kName));
+            QString name = NameOf(row);
             if (IsReading(row)) name += QStringLiteral(" …");
             return name;
         }
@@ -324,18 +172,8 @@ QColor KTSourceSelectionView::CellColor(uint8_t colorIndex) const {
     return QColor(color.red, color.green, color.blue, color.alpha);
 }
 
-KTRowStore::Mark KTSourceSelectionView::CellMark(KTRow row) const {
-    const auto mark = Rows().MarkOf(row);
-    if (mark != KTRowStore::Mark::Whole || !fRules.HasOpen() || !Rows().IsSuperItem(row))
-        return mark;
-    // What is not there yet counts, too.
-    return fRules.Matcher().IsUniform(PathOf(row, false)) ? mark : KTRowStore::Mark::Part;
-}
-
-QString KTSourceSelectionView::SpokenRow(KTRow row) const {
-    QString spoken = KTControl::Shown(Rows().TextAt(row, kName));
-    if (IsReading(row)) spoken += ", " + KTControl::Text(core::kMoreBeingRead);
-    return spoken;
+QString KTSourceSelectionView::NameOf(KTRow row) const {
+    return KTControl::Shown(Rows().TextAt(row, kName));
 }
 
 void KTSourceSelectionView::doItemsLayout() {

@@ -52,7 +52,7 @@ void KTSourceSelectionView::MessageReceived(BMessage& message) {
             if (!fEventsLater.isActive()) fEventsLater.start(kEventsMs);
             return;
         default:
-            KTColumnListView::MessageReceived(message);
+            KTRuledListView::MessageReceived(message);
     }
 }
 
@@ -90,32 +90,18 @@ void KTSourceSelectionView::VolumesListed(const BMessage& message) {
             message.Get<int64_t>("modified", 0, i), message.Get<int64_t>("node", 0, i)};
         const KTRow row = Rows().AddUnder(kNoRow, {texts, numbers, true, false, kVolumeColor});
         fVolumes[row] = std::move(volume);
-        if (!fRules.IsEmpty()) MarkByRules(row);
+        if (!Rules().IsEmpty()) MarkByRules(row);
     }
     fVolumesKnown = true;
     SetEmptyText(KTControl::Text(core::kMoreNoVolumes));
-    if (std::exchange(fSelectAllLater, false)) MultiSelectAll(true);
-    SettleOpenRules();
+    TopRead();
 }
 
 // --- reading ------------------------------------------------------------------------------------
 
-void KTSourceSelectionView::Expand(KTRow row) {
-    KTColumnListView::Expand(row);
-    if (!IsUnread(row) || IsReading(row)) return;
-    fUnreadable.erase(row);
-    // Its children are marked with it as they come. Rules about what is below it stay as they are.
-    if (Rows().IsMarked(row)) {
-        const std::string path = PathOf(row, false);
-        if (fRules.Matcher().IsUniform(path) && fRules.Matcher().Includes(path))
-            RecordSelection(row, true);
-    }
-    GetDirectory(row);
-}
-
 void KTSourceSelectionView::Collapse(KTRow row) {
-    KTColumnListView::Collapse(row);
-    if (IsReading(row) && !fRules.HasOpen()) FreeSubItems(row, false);
+    KTRuledListView::Collapse(row);
+    if (IsReading(row) && !Rules().HasOpen()) FreeSubItems(row, false);
 }
 
 void KTSourceSelectionView::GetDirectory(KTRow row) {
@@ -125,12 +111,6 @@ void KTSourceSelectionView::GetDirectory(KTRow row) {
     fReadings[read] = {row, true, {}, {}};
     fReading[row] = read;
     Rows().SetUserFlag(row, 0);
-}
-
-void KTSourceSelectionView::InsertAllSubdirs(KTRow row) {
-    const KTRow end = Rows().NextAfterSubtree(row);
-    for (KTRow below = Rows().Next(row); below != end; below = Rows().Next(below))
-        ReadFor(below);
 }
 
 void KTSourceSelectionView::FreeSubItems(KTRow row, bool self) {
@@ -157,7 +137,7 @@ void KTSourceSelectionView::Forget(KTRow row, bool self) {
     });
     std::erase_if(fReading, [&](const auto& reading) { return within(reading.first); });
     std::erase_if(fTouched, [&](const auto& touched) { return within(touched.first); });
-    std::erase_if(fUnreadable, within);
+    ForgetFailures(within);
     std::erase_if(fDirectories, [&](const auto& directory) {
         if (!within(directory.second)) return false;
         fMonitor->StopWatching(directory.first);
@@ -209,21 +189,13 @@ void KTSourceSelectionView::InsertBatch(Reading& reading, const BMessage& batch)
             }
             const std::string_view texts[] = {entry.name};
             child = Rows().AddUnder(row, {texts, entry.numbers, entry.IsDirectory(), false, 0});
-            fRules.Returned(PathOf(child, false));
+            Rules().Returned(PathOf(child, false));
             MarkByRules(child);
         }
         return;
     }
 
-    const std::string directory = PathOf(row, false);
-    const auto& matcher = fRules.Matcher();
-    const bool uniform = matcher.IsUniform(directory);
-    const bool included = matcher.Includes(directory);
-    auto taken = [&](const Entry& entry) {
-        if (uniform) return included;
-        const std::string path = directory + "/" + std::string(entry.name);
-        return entry.IsDirectory() ? matcher.MayInclude(path) : matcher.Includes(path);
-    };
+    const Taken taken(*this, row);
 
     std::vector<Entry> entries;
     entries.reserve(static_cast<size_t>(count));
@@ -233,7 +205,7 @@ void KTSourceSelectionView::InsertBatch(Reading& reading, const BMessage& batch)
     data.reserve(entries.size());
     bool anyMarked = false;
     for (const Entry& entry : entries) {
-        const bool marked = taken(entry);
+        const bool marked = taken(entry.name, entry.IsDirectory());
         anyMarked = anyMarked || marked;
         data.push_back({{&entry.name, 1}, entry.numbers, entry.IsDirectory(), marked, 0});
     }
@@ -245,7 +217,7 @@ void KTSourceSelectionView::Update(KTRow row, const BMessage& batch, int32_t ind
     const Entry entry(batch, index);
     const bool other = Rows().NumberAt(row, kNode) != entry.numbers[4];
     if (Rows().IsSuperItem(row) && (other || !entry.IsDirectory())) {
-        KTColumnListView::Collapse(row);
+        KTRuledListView::Collapse(row);
         FreeSubItems(row, false);
     }
     Rows().SetNumber(row, kIcon, entry.numbers[0]);
@@ -280,12 +252,9 @@ void KTSourceSelectionView::ReadEnded(int64_t read, const BMessage& message) {
     }
     fReading.erase(reading.row);
     if (error == 0 || error == ENOENT || error == ENOTDIR) {
-        Rows().SetUserFlag(reading.row, 1);
-        UnmarkEmptied(reading.row);
+        ReadWell(reading.row);
     } else {
-        // It can be tried again by expanding it, and rules about what is in it are kept.
-        fUnreadable.insert(reading.row);
-        Rows().SetUserFlag(reading.row, 0);
+        ReadFailed(reading.row);
     }
     const auto touched = fTouched.find(reading.row);
     if (touched != fTouched.end()) {
@@ -401,7 +370,7 @@ void KTSourceSelectionView::HandleEvents() {
 
 void KTSourceSelectionView::RemoveVanished(KTRow row) {
     if (Rows().IsMarked(row) && CanBeRuled(row)) {
-        fRules.Gone(PathOf(row, false), IsDirectory(row));
+        Rules().Gone(PathOf(row, false), IsDirectory(row));
         KTColumnListView::MultiDeselect(row);
     }
     FreeSubItems(row, true);
@@ -425,13 +394,13 @@ void KTSourceSelectionView::EntryMoved(const BMessage& message) {
     if (row == kNoRow) return;
     if (target == kNoRow) return RemoveVanished(row);
     if (Rows().IsMarked(row) && CanBeRuled(row)) {
-        fRules.Gone(PathOf(row, false), IsDirectory(row));
+        Rules().Gone(PathOf(row, false), IsDirectory(row));
         KTColumnListView::MultiDeselect(row);
     }
-    KTColumnListView::Collapse(row);
+    KTRuledListView::Collapse(row);
     FreeSubItems(row, false);
     Rows().SetText(row, kName, *name);
     Rows().Move(row, target);
-    fRules.Returned(PathOf(row, false));
+    Rules().Returned(PathOf(row, false));
     MarkByRules(row);
 }

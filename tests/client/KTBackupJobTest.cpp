@@ -154,12 +154,12 @@ TEST(KTBackupJob, StartDialogNeverSeesAPasswordAgain) {
     EXPECT_EQ(
         job.ForSending(nullptr, nullptr, "S").Get("start_info", BMessage()).FindString("password"),
         "secret");
-    EXPECT_FALSE(job.StartInfo("").Has("password"));
-    EXPECT_EQ(job.StartInfo("other").FindString("title"), "Home");
+    EXPECT_FALSE(job.StartInfoFor("").Has("password"));
+    EXPECT_EQ(job.StartInfoFor("other").FindString("title"), "Home");
     job.ForgetPassword();
     EXPECT_FALSE(job.Data().Get("start_info", BMessage()).Has("password"));
     job.SetType(core::JobType::Differential);
-    EXPECT_EQ(job.StartInfo("The base").FindString("title"), "The base");
+    EXPECT_EQ(job.StartInfoFor("The base").FindString("title"), "The base");
 }
 
 TEST(KTBackupJob, FilesComeBackWholeWithoutPasswords) {
@@ -179,7 +179,7 @@ TEST(KTBackupJob, FilesComeBackWholeWithoutPasswords) {
               std::filesystem::perms::owner_read | std::filesystem::perms::owner_write);
 
     BMessage loaded;
-    ASSERT_EQ(KTBackupJob::Load(path, &loaded), core::HeaderLoad::Good);
+    ASSERT_EQ(KTBackupJob().Load(path, &loaded), core::HeaderLoad::Good);
     job.ForgetPassword();
     EXPECT_EQ(loaded, job.Data());
     EXPECT_EQ(job.Save(folder / "no/such"), core::HeaderSave::CannotCreate);
@@ -192,12 +192,12 @@ TEST(KTBackupJob, ForeignFilesChangeNothing) {
         BMessage job("keep"_code);
         job.Add("x", int32_t{1});
         const BMessage before = job;
-        const auto result = KTBackupJob::Load(folder / "job", &job);
+        const auto result = KTBackupJob().Load(folder / "job", &job);
         EXPECT_EQ(job, before);
         return static_cast<int32_t>(result);
     };
     BMessage missing;
-    EXPECT_EQ(static_cast<int32_t>(KTBackupJob::Load(folder / "none", &missing)), 1);
+    EXPECT_EQ(static_cast<int32_t>(KTBackupJob().Load(folder / "none", &missing)), 1);
     EXPECT_EQ(load("KTBAKJOB"), 2);
     EXPECT_EQ(load("KTRESJOB" + std::string(92, '\0')), 3);
     EXPECT_EQ(load("KTBAKJOB" + std::string(92, '\0') + "VMS1rubbish"), 4);

@@ -1,5 +1,5 @@
-// SourceRules: the rules of a source tree as they are recorded, also those whose rows have not been
-// read yet. Paths are rule paths ("/Volume/dir/file") without the "/*". Main thread.
+// TreeRules: the rules of a tree of entries as they are recorded, also those whose rows have not
+// been read yet. Paths are rule paths ("/Volume/dir/file") without the "/*". Main thread.
 #pragma once
 
 #include <optional>
@@ -11,7 +11,7 @@
 #include "core/selection/KTSelection.h"
 #include "kit/message/BMessage.h"
 
-class SourceRules {
+class TreeRules {
 public:
     // A rule that was applied before the row it is about was there.
     struct Open {

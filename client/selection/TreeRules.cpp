@@ -1,10 +1,10 @@
-#include "client/selection/SourceRules.h"
+#include "client/selection/TreeRules.h"
 
 #include <algorithm>
 
 using core::kSelectionField;
 
-std::vector<std::string> SourceRules::Components(std::string_view rule) {
+std::vector<std::string> TreeRules::Components(std::string_view rule) {
     constexpr size_t kFirst = 9;  // behind the keyword and the leading "/"
     std::vector<std::string> components;
     if (rule.size() <= kFirst || rule[kFirst - 1] != '/') return components;
@@ -19,49 +19,49 @@ std::vector<std::string> SourceRules::Components(std::string_view rule) {
     return components;
 }
 
-void SourceRules::Clear() {
+void TreeRules::Clear() {
     fMessage.Clear();
     fOpen.clear();
     fGone.clear();
     fMatcher.reset();
 }
 
-void SourceRules::Record(bool include, std::string_view path, bool subtree) {
+void TreeRules::Record(bool include, std::string_view path, bool subtree) {
     core::selection::Record(fMessage, include, path, subtree);
     fMatcher.reset();
 }
 
-int32_t SourceRules::IndexOf(std::string_view rule) const {
+int32_t TreeRules::IndexOf(std::string_view rule) const {
     const int32_t count = fMessage.Count(kSelectionField);
     for (int32_t i = 0; i < count; ++i)
         if (fMessage.FindString(kSelectionField, i) == rule) return i;
     return -1;
 }
 
-bool SourceRules::Has(std::string_view rule) const {
+bool TreeRules::Has(std::string_view rule) const {
     return IndexOf(rule) >= 0;
 }
 
-void SourceRules::Drop(std::string_view rule) {
+void TreeRules::Drop(std::string_view rule) {
     const int32_t index = IndexOf(rule);
     if (index < 0) return;
     fMessage.RemoveAt(kSelectionField, index);
     fMatcher.reset();
 }
 
-void SourceRules::Replace(std::string_view rule, const core::SelectionRule& by) {
+void TreeRules::Replace(std::string_view rule, const core::SelectionRule& by) {
     const int32_t index = IndexOf(rule);
     if (index < 0) return;
     fMessage.Set(kSelectionField, by.Text(), index);
     fMatcher.reset();
 }
 
-void SourceRules::Gone(std::string_view path, bool subtree) {
+void TreeRules::Gone(std::string_view path, bool subtree) {
     Record(false, path, subtree);
     fGone.insert(std::string(path));
 }
 
-void SourceRules::Returned(std::string_view path) {
+void TreeRules::Returned(std::string_view path) {
     const auto gone = fGone.find(std::string(path));
     if (gone == fGone.end()) return;
     fGone.erase(gone);
@@ -72,7 +72,7 @@ void SourceRules::Returned(std::string_view path) {
     if (!Matcher().Includes(path)) Record(true, path, rule.subtree);
 }
 
-const core::SelectionMatcher& SourceRules::Matcher() const {
+const core::SelectionMatcher& TreeRules::Matcher() const {
     if (!fMatcher) fMatcher.emplace(core::selection::Rules(fMessage));
     return *fMatcher;
 }
