@@ -7,6 +7,7 @@
 
 class KTElidedLabel;
 class QComboBox;
+class QMimeData;
 class QPushButton;
 
 class KTJobTool : public KTToolView {
