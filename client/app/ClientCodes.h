@@ -69,7 +69,7 @@ inline constexpr auto kInternalCodes = [] {
         "rsda"_code, "rsAO"_code, "rsCR"_code, "rsDV"_code, "rsED"_code, "rsOV"_code, "rsIN"_code,
         "rsSE"_code, "rsST"_code, "RSCA"_code, "RSCR"_code, "RSDE"_code, "RSGI"_code, "RSGQ"_code,
         "RSID"_code, "RSQR"_code, "RSRD"_code, "inqy"_code, kRestoreLanding, "KTDD"_code,
-        "KTSD"_code, " CER"_code,
+        "KTSD"_code, " CER"_code, "DATA"_code, "ldan"_code, "rsul"_code, "rsvl"_code,
         // compare
         "cmpq"_code, "cmsc"_code, "cmse"_code, "cmsq"_code, "cmst"_code, "cmal"_code,
         // reports

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "client/uikit/KTControl.h"
+#include "core/files/HeaderFile.h"
 #include "core/locale/MoreTexts.h"
 
 bool KTRuledListView::IsUnread(KTRow row) const {
@@ -210,6 +211,28 @@ void KTRuledListView::UnmarkWithoutRules(KTRow row) {
         if (!path.empty() && fRules.Matcher().MayInclude(path)) return;
         Rows().SetMarked(row, false);
     }
+}
+
+// --- files --------------------------------------------------------------------------------------
+
+int32_t KTRuledListView::SaveSelection(BMessage& request, const BMessage& selection) const {
+    if (!HasSelection()) {
+        request.Clear();
+        return 4;
+    }
+    const auto directory = request.Find<entry_ref>("directory");
+    const auto name = request.FindString("name");
+    if (!directory || !name) return static_cast<int32_t>(core::HeaderSave::CannotCreate);
+    return static_cast<int32_t>(core::SaveHeaderFile(directory->path + "/" + std::string(*name),
+                                                     SelectionFiles().magic, selection,
+                                                     SelectionFiles().mimeType));
+}
+
+int32_t KTRuledListView::LoadSelection(const BMessage& request, BMessage* selection) const {
+    const auto file = request.Find<entry_ref>("refs");
+    if (!file) return static_cast<int32_t>(core::HeaderLoad::CannotOpen);
+    return static_cast<int32_t>(
+        core::LoadHeaderFile(file->path, SelectionFiles().magic, selection));
 }
 
 // --- cells --------------------------------------------------------------------------------------

@@ -29,6 +29,11 @@ public:
     virtual void SetSelection(const BMessage& message, bool expand);
     virtual void RecordSelection(KTRow row, bool include);
 
+    // Selection files. `request` is the answer of a file panel. 0: good; else the failing step
+    // (core::HeaderSave, core::HeaderLoad), or 4 when nothing is selected, with `request` emptied.
+    int32_t SaveSelection(BMessage& request, const BMessage& selection) const;
+    int32_t LoadSelection(const BMessage& request, BMessage* selection) const;
+
     void Expand(KTRow row) override;
     void InsertAllSubdirs(KTRow row);  // reads what lies below it and is not read yet
     virtual bool IsReading(KTRow row) const = 0;
@@ -48,6 +53,12 @@ protected:
     virtual bool IsTopKnown() const = 0;
     // Begins to read what is below a super item; rows come later, unless they are there by then.
     virtual void Read(KTRow row) = 0;
+    // What selection files of this kind are: eight characters, and the type.
+    struct FileKind {
+        std::string_view magic;
+        const char* mimeType;
+    };
+    virtual FileKind SelectionFiles() const = 0;
     // The name column's text without what the state adds.
     virtual QString NameOf(KTRow row) const = 0;
 

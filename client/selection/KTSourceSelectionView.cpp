@@ -101,25 +101,8 @@ KTRow KTSourceSelectionView::EntryBelow(KTRow row, std::string_view name) const 
     return Rows().ChildByText(row, kName, name);
 }
 
-// --- files --------------------------------------------------------------------------------------
-
-int32_t KTSourceSelectionView::SaveSelection(BMessage& request, const BMessage& selection) const {
-    if (!HasSelection()) {
-        request.Clear();
-        return 4;
-    }
-    const auto directory = request.Find<entry_ref>("directory");
-    const auto name = request.FindString("name");
-    if (!directory || !name) return static_cast<int32_t>(core::HeaderSave::CannotCreate);
-    return static_cast<int32_t>(core::SaveHeaderFile(directory->path + "/" + std::string(*name),
-                                                     core::kSelectionMagic, selection,
-                                                     core::kBackupSelectionType));
-}
-
-int32_t KTSourceSelectionView::LoadSelection(const BMessage& request, BMessage* selection) {
-    const auto file = request.Find<entry_ref>("refs");
-    if (!file) return static_cast<int32_t>(core::HeaderLoad::CannotOpen);
-    return static_cast<int32_t>(core::LoadHeaderFile(file->path, core::kSelectionMagic, selection));
+KTRuledListView::FileKind KTSourceSelectionView::SelectionFiles() const {
+    return {core::kSelectionMagic, core::kBackupSelectionType};
 }
 
 // --- cells --------------------------------------------------------------------------------------

@@ -30,11 +30,6 @@ public:
 
     enum Column { kIcon, kName, kSize, kAttributes, kModified, kNode };
 
-    // Selection files. `request` is the answer of a file panel. 0: good; else the failing step
-    // (core::HeaderSave, core::HeaderLoad), or 4 when nothing is selected, with `request` emptied.
-    int32_t SaveSelection(BMessage& request, const BMessage& selection) const;
-    static int32_t LoadSelection(const BMessage& request, BMessage* selection);
-
     // --- the tree -------------------------------------------------------------------------------
     void Collapse(KTRow row) override;  // ends the reading of the row
     void GetDirectory(KTRow row);       // drops what is below it and reads it anew
@@ -55,6 +50,7 @@ protected:
     KTRow EntryBelow(KTRow row, std::string_view name) const override;
     bool IsTopKnown() const override { return fVolumesKnown; }
     void Read(KTRow row) override { GetDirectory(row); }
+    FileKind SelectionFiles() const override;
     QString NameOf(KTRow row) const override;
 
 private:

@@ -49,6 +49,12 @@ void TreeRules::Drop(std::string_view rule) {
     fMatcher.reset();
 }
 
+void TreeRules::Forget(std::string_view directory) {
+    // A new rule takes all of them away; then it goes itself.
+    Record(false, directory, true);
+    Drop(core::SelectionRule{false, true, std::string(directory)}.Text());
+}
+
 void TreeRules::Replace(std::string_view rule, const core::SelectionRule& by) {
     const int32_t index = IndexOf(rule);
     if (index < 0) return;

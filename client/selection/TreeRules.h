@@ -29,6 +29,8 @@ public:
     void Record(bool include, std::string_view path, bool subtree);
     bool Has(std::string_view rule) const;
     void Drop(std::string_view rule);
+    // Drops every rule at or below a directory.
+    void Forget(std::string_view directory);
     // Puts another rule in its place in the order.
     void Replace(std::string_view rule, const core::SelectionRule& by);
 

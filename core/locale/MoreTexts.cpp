@@ -38,6 +38,17 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreServerSilent */ "The backup server does not answer.",
     /* kMoreInfoHeading */ "%s info",
     /* kMoreUnlockPrompt */ "Type in the password of the backup '%s':",
+    /* kMoreLookingForBackups */ "Looking for backups…",
+    /* kMoreNoBackups */ "There are no backups yet.",
+    /* kMoreNoCatalogue */ "The backup server does not show its catalogue.",
+    /* kMoreLocked */ "locked",
+    /* kMoreUseDirectory */ "Here, to '%s'",
+    /* kMoreNoDirectories */ "No directories",
+    /* kMoreReadingDirectory */ "Looking…",
+    /* kMoreFolders */ "Folders to redirect to",
+    /* kMoreInsertLater */ "Inserting backups from a medium is part of a later version.",
+    /* kMoreOldPlace */ "where it was backed up from",
+    /* kMoreCatalogue */ "Backups",
 };
 
 }  // namespace core

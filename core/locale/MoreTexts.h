@@ -34,17 +34,28 @@ enum MoreText : int32_t {
     kMoreUnitMegabytes,
     kMoreUnitGigabytes,
     kMoreUnitTerabytes,
-    kMoreNoJobRuns,         // in the empty status window
-    kMoreRemovePanel,       // button on the panel of a finished job
-    kMoreProgress,          // spoken name of a bar
-    kMoreRemoveDelayTitle,  // title of an alert
-    kMoreVerify,            // kind of a job: checks backups where they lie
-    kMoreFirstItemGoesTo,   // label of the restore start dialog
-    kMoreNoneProtected,     // restore start dialog, in place of the list of passwords
-    kMoreCheckingPassword,  // said while the server checks
-    kMoreServerSilent,      // alert
-    kMoreInfoHeading,       // heading of an info window; %s the name
-    kMoreUnlockPrompt,      // %s which backup
+    kMoreNoJobRuns,          // in the empty status window
+    kMoreRemovePanel,        // button on the panel of a finished job
+    kMoreProgress,           // spoken name of a bar
+    kMoreRemoveDelayTitle,   // title of an alert
+    kMoreVerify,             // kind of a job: checks backups where they lie
+    kMoreFirstItemGoesTo,    // label of the restore start dialog
+    kMoreNoneProtected,      // restore start dialog, in place of the list of passwords
+    kMoreCheckingPassword,   // said while the server checks
+    kMoreServerSilent,       // alert
+    kMoreInfoHeading,        // heading of an info window; %s the name
+    kMoreUnlockPrompt,       // %s which backup
+    kMoreLookingForBackups,  // catalogue, before the first look is done
+    kMoreNoBackups,          // catalogue, when there are none
+    kMoreNoCatalogue,        // catalogue, when nobody answers
+    kMoreLocked,             // said of a backup that opens with a password
+    kMoreUseDirectory,       // first item of each menu of directories
+    kMoreNoDirectories,      // item of an empty menu of directories
+    kMoreReadingDirectory,   // item of a menu that is being filled
+    kMoreFolders,            // spoken name of the folder browser
+    kMoreInsertLater,        // in place of the insert dialog
+    kMoreOldPlace,           // landing of a whole backup
+    kMoreCatalogue,          // spoken name of the catalogue
     kMoreEnd
 };
 

@@ -57,7 +57,7 @@ void Redirections::Record(BMessage& selection, std::string_view path, bool subtr
     selection.Add(kRedirectField, target);
 }
 
-void Redirections::RecordClear(BMessage& selection, std::string_view path, bool subtree) {
+void Redirections::Remove(BMessage& selection, std::string_view path, bool subtree) {
     const std::string key = std::string(path) + (subtree ? "/" : "");
     for (int32_t i = selection.Count(kSourceField); i-- > 0;) {
         const auto source = selection.FindString(kSourceField, i);
@@ -67,6 +67,10 @@ void Redirections::RecordClear(BMessage& selection, std::string_view path, bool 
         selection.RemoveAt(kSourceField, i);
         selection.RemoveAt(kRedirectField, i);
     }
+}
+
+void Redirections::RecordClear(BMessage& selection, std::string_view path, bool subtree) {
+    Remove(selection, path, subtree);
     selection.Add(kSourceField, Source(kClear, path, subtree));
     selection.Add(kRedirectField, kNoTarget);
 }

@@ -37,8 +37,9 @@ public:
     // Older pairs are kept.
     static void Record(BMessage& selection, std::string_view path, bool subtree,
                        std::string_view target);
-    // Removes the pairs whose source begins with the path (of a file: a plain prefix), then adds
-    // the CLEAR record.
+    // Removes the pairs whose source begins with the path (of a file: a plain prefix).
+    static void Remove(BMessage& selection, std::string_view path, bool subtree);
+    // Removes them and adds the CLEAR record.
     static void RecordClear(BMessage& selection, std::string_view path, bool subtree);
 
 private:

@@ -426,18 +426,18 @@ TEST_F(KTSourceSelectionViewTest, KeepsSelectionFiles) {
     file.Add("refs", entry_ref{folder / "sel"});
     BMessage loaded(0x12345678U);
     loaded.Add("old", int32_t{1});
-    EXPECT_EQ(KTSourceSelectionView::LoadSelection(file, &loaded), 0);
+    EXPECT_EQ(view->LoadSelection(file, &loaded), 0);
     EXPECT_EQ(loaded.FindString("SELECTION"), "INCLUDE /Disk/*");
 
     folder.Write("sel", "KTSELECX" + std::string(200, '\0'));
     BMessage untouched = loaded;
-    EXPECT_EQ(KTSourceSelectionView::LoadSelection(file, &loaded), 3);
+    EXPECT_EQ(view->LoadSelection(file, &loaded), 3);
     folder.Write("sel", "KTSELECT");
-    EXPECT_EQ(KTSourceSelectionView::LoadSelection(file, &loaded), 2);
+    EXPECT_EQ(view->LoadSelection(file, &loaded), 2);
     folder.Write("sel", "KTSELECT" + std::string(92, '\0') + "rubbish");
-    EXPECT_EQ(KTSourceSelectionView::LoadSelection(file, &loaded), 4);
+    EXPECT_EQ(view->LoadSelection(file, &loaded), 4);
     fs::remove(folder / "sel");
-    EXPECT_EQ(KTSourceSelectionView::LoadSelection(file, &loaded), 1);
+    EXPECT_EQ(view->LoadSelection(file, &loaded), 1);
     EXPECT_EQ(loaded, untouched);
 }
 

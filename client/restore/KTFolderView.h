@@ -1,0 +1,22 @@
+// KTFolderView: the directories of this machine as a tree, beside the catalogue. One is dragged
+// onto what is to be restored into it, or sent there with Return or a double click, which posts
+// 'RSRD' with "RESREDIRECTPATH". Main thread; the model reads and watches on a thread of its own.
+#pragma once
+
+#include <QTreeView>
+
+#include "kit/message/BMessenger.h"
+
+class QFileSystemModel;
+
+class KTFolderView : public QTreeView {
+    Q_OBJECT
+public:
+    KTFolderView(BMessenger target, QWidget* parent);
+
+private:
+    void Choose(const QModelIndex& index) const;
+
+    QFileSystemModel* fModel;
+    const BMessenger fTarget;
+};

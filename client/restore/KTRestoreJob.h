@@ -1,0 +1,26 @@
+// The job of the restore tool: what is restored, where to and how. A plain value; one thread at a
+// time.
+#pragma once
+
+#include "client/job/KTJob.h"
+
+class KTRestoreJob : public KTJob {
+public:
+    KTRestoreJob();
+
+    void Replace(const BMessage& job) override;
+
+    // "overwrite", "askoverwrite", "createroot", "createemptydirs", "divert".
+    BMessage Settings() const { return fJob.Get("restore", BMessage()); }
+    void SetSettings(const BMessage& settings) { fJob.Set("restore", settings); }
+    // Whether it goes to redirected places.
+    bool Divert() const { return Settings().Get<int32_t>("divert", 0) != 0; }
+    void SetDivert(bool divert);
+
+    BMessage DeleteSettings() const { return fJob.Get("res_delete", BMessage()); }
+    void SetDeleteSettings(const BMessage& settings) { fJob.Set("res_delete", settings); }
+    bool DeletesData() const { return DeleteSettings().Get<int32_t>("deletedata", 0) != 0; }
+
+    // The message that is posted.
+    const BMessage& ForSending() const { return fJob; }
+};

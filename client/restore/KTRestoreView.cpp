@@ -1,0 +1,360 @@
+#include "client/restore/KTRestoreView.h"
+
+#include <QBoxLayout>
+#include <QComboBox>
+#include <QLabel>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QSplitter>
+
+#include "client/app/ClientCodes.h"
+#include "client/app/ServerLink.h"
+#include "client/restore/KTFolderView.h"
+#include "client/restore/KTResDeleteWindow.h"
+#include "client/restore/KTResSettingWindow.h"
+#include "client/restore/KTRestoreSelectionView.h"
+#include "client/restore/KTRestoreStartWin.h"
+#include "client/restore/KTUnlockWindow.h"
+#include "client/uikit/KTControl.h"
+#include "client/uikit/KTDispatch.h"
+#include "client/uikit/KTElidedLabel.h"
+#include "client/uikit/KTRequestWindow.h"
+#include "core/locale/MoreTexts.h"
+#include "core/protocol/Texts.h"
+#include "core/selection/RestorePlaces.h"
+#include "kit/app/BLooper.h"
+
+namespace {
+
+constexpr char kStartKey[] = "win_resstart";
+constexpr char kSettingsKey[] = "win_ressettings";
+constexpr char kDeleteKey[] = "win_delete";
+constexpr char kInsertKey[] = "win_insert";
+constexpr char kUnlockKey[] = "win_unlock";
+constexpr uint32_t kStartAnswer = "resq"_code;
+constexpr uint32_t kSettingsAnswer = "rssq"_code;
+constexpr uint32_t kDeleteAnswer = "rdcl"_code;
+constexpr uint32_t kUnlockAnswer = "rsul"_code;
+constexpr uint32_t kVolumesKnown = "rsvl"_code;
+constexpr int kLeastTreeWidth = 200;
+
+}  // namespace
+
+KTRestoreView::KTRestoreView(KTToolContext context, QWidget* parent, const char* name,
+                             std::shared_ptr<kit::MountSource> mounts)
+    : KTJobTool(name, std::move(context), parent) {
+    fVolumes = std::async(std::launch::async, [mounts = std::move(mounts), to = BMessenger(this)] {
+                   auto volumes = BVolumeRoster(mounts).Volumes();
+                   to.SendMessage(BMessage(kVolumesKnown));
+                   return volumes;
+               }).share();
+    MakeControls();
+    InitControls();
+}
+
+KTRestoreView::~KTRestoreView() = default;
+
+void KTRestoreView::MakeControls() {
+    using namespace core;
+    fCatalogue = new KTRestoreSelectionView(Context().server, Context().preferences, this, nullptr);
+    fCatalogue->SetSelectionMessage(BMessage("slch"_code), this);
+    fCatalogue->setMinimumWidth(kLeastTreeWidth);
+    connect(fCatalogue, &KTLogDataView::Locked, this, &KTRestoreView::Unlock);
+    connect(fCatalogue, &KTLogDataView::RedirectionsChanged, this, &KTRestoreView::TellLanding);
+
+    fRedirect = new QScrollArea;
+    KTControl::Name(fRedirect, "RestoreRedirectScrollView", KTControl::Text(kMoreFolders));
+    fRedirect->setWidgetResizable(true);
+    fRedirect->setFocusPolicy(Qt::NoFocus);
+    fRedirect->setWidget(new KTFolderView(BMessenger(this), fRedirect));
+    fRedirect->hide();
+    fSplitter = new QSplitter;
+    fSplitter->setChildrenCollapsible(false);
+    fSplitter->addWidget(fCatalogue);
+    fSplitter->addWidget(fRedirect);
+    fSplitter->setStretchFactor(0, 3);
+    fSplitter->setStretchFactor(1, 1);
+
+    const auto button = [this](const char* name, const QString& text, uint32_t code) {
+        auto* made = new QPushButton(text);
+        KTControl::Name(made, name);
+        KTControl::Bind(made, BMessage(code), this);
+        return made;
+    };
+    const QString dots = QStringLiteral("...");
+    fInsert = button("btn_insert", KTControl::LabelText(text::kInsert) + dots, "rsIN"_code);
+    fDelete = button("btn_delete", KTControl::LabelText(text::kDelete) + dots, "RSDE"_code);
+    fSettings =
+        button("btn_ressettings", KTControl::LabelText(text::kSettings) + dots, "rsSE"_code);
+    fStart = button("btn_resstart", KTControl::LabelText(text::kStartRestore) + dots, "rsST"_code);
+    const ScheduleControls schedule =
+        MakeSchedule({"mnu_resscheduler", "btn_resscheduler", "str_resscheduler", "rssc"_code,
+                      QStringLiteral("--")});
+    auto* label = new QLabel(KTControl::LabelText(text::kScheduler));
+    label->setBuddy(schedule.menu);
+
+    auto* times = new QHBoxLayout;
+    times->addWidget(label);
+    times->addWidget(schedule.menu);
+    times->addWidget(schedule.button);
+    times->addWidget(schedule.words, 1);
+    auto* bottom = new QHBoxLayout;
+    for (QPushButton* one : {fInsert, fDelete, fSettings})
+        bottom->addWidget(one);
+    bottom->addStretch(1);
+    bottom->addWidget(fStart);
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(fSplitter, 1);
+    layout->addLayout(times);
+    layout->addLayout(bottom);
+    QWidget* before = fCatalogue;
+    for (QWidget* next :
+         std::initializer_list<QWidget*>{fRedirect->widget(), schedule.menu, schedule.button,
+                                         fInsert, fDelete, fSettings, fStart})
+        setTabOrder(std::exchange(before, next), next);
+}
+
+void KTRestoreView::HideStart() {
+    for (QPushButton* button : {fStart, fDelete, fInsert})
+        button->hide();
+    fCatalogue->HideStart();
+}
+
+void KTRestoreView::MessageReceived(BMessage& message) {
+    using Entry = KTDispatchEntry<KTRestoreView>;
+    static constexpr Entry kTable[] = {
+        {"rsIN"_code, &KTRestoreView::OpenInsert},
+        {"RSDE"_code, &KTRestoreView::DeleteRequest},
+        {"rsSE"_code, &KTRestoreView::OpenSettings},
+        {"rsST"_code, &KTRestoreView::RestoreStart},
+        {"rsDV"_code, &KTRestoreView::Divert},
+        {kStartAnswer, &KTRestoreView::StartAnswered},
+        {kSettingsAnswer, &KTRestoreView::SettingsAnswered},
+        {kDeleteAnswer, &KTRestoreView::DeleteAnswered},
+        {kUnlockAnswer, &KTRestoreView::Unlocked},
+        {"sall"_code, &KTRestoreView::SelectAll},
+        {"sclr"_code, &KTRestoreView::ClearAll},
+        {"slch"_code, &KTRestoreView::SelectionChanged},
+        {kVolumesKnown, &KTRestoreView::SelectionChanged},
+        {"RSRD"_code, &KTRestoreView::ToCatalogue},
+        {core::code::kCatalogue, &KTRestoreView::ToCatalogue},
+        {core::code::kBackupRemoved, &KTRestoreView::ToCatalogue},
+        {client::code::kServerBack, &KTRestoreView::ToCatalogue},
+        {client::code::kServerGone, &KTRestoreView::ToCatalogue},
+    };
+    if (!KTDispatch<KTRestoreView>(this, kTable, message)) KTJobTool::MessageReceived(message);
+}
+
+void KTRestoreView::ToCatalogue(BMessage& message) {
+    fCatalogue->MessageReceived(message);
+}
+
+QString KTRestoreView::AlertTitle() const {
+    return KTControl::Text(core::text::kRestore);
+}
+
+void KTRestoreView::InitControls() {
+    InitSelection();
+    InitDivert();
+    InitScheduler();
+}
+
+// --- the selection ------------------------------------------------------------------------------
+
+void KTRestoreView::SaveSelection() {
+    BMessage selection;
+    fCatalogue->GetSelectionList(&selection);
+    fJob.SetSelection(selection);
+}
+
+void KTRestoreView::InitSelection() {
+    fCatalogue->MultiSelectAll(false);
+    fCatalogue->SetSelection(fJob.Selection(), true);
+}
+
+void KTRestoreView::SelectAll(BMessage&) {
+    fCatalogue->MultiSelectAll(true);
+    SaveSelection();
+}
+
+void KTRestoreView::ClearAll(BMessage&) {
+    fCatalogue->MultiSelectAll(false);
+    SaveSelection();
+}
+
+void KTRestoreView::SelectionChanged(BMessage& message) {
+    if (OpenWindow(kDeleteKey)) DeleteRequest(message);
+    if (!OpenWindow(kStartKey)) return;
+    // What is being typed goes on: the dialog is brought up to date, and not to the front.
+    SetPWList();
+    TellLanding();
+}
+
+void KTRestoreView::Unlock(KTRow backup) {
+    if (RaiseIfOpen(kUnlockKey)) return;
+    BMessage settings;
+    settings.Add("name", fCatalogue->NameOfBackup(backup));
+    settings.Add("title", fCatalogue->TitleOf(backup));
+    settings.Add("date", KTControl::ToBytes(fCatalogue->DateOf(backup)));
+    settings.Add("row", static_cast<int64_t>(backup));
+    Present(kUnlockKey,
+            new KTUnlockWindow(Context(), window(), settings, kUnlockAnswer, BMessenger(this)));
+}
+
+void KTRestoreView::Unlocked(BMessage& message) {
+    Forget(kUnlockKey);
+    if (!message.Get("result", false)) return;
+    const BMessage settings = message.Get("settings", BMessage());
+    const auto row = static_cast<KTRow>(settings.Get<int64_t>("row", kNoRow));
+    // The row may be gone, and its number be another's.
+    const auto name = settings.FindString("name");
+    if (!fCatalogue->Rows().Has(row) || fCatalogue->NameOfBackup(row) != name) return;
+    fCatalogue->Expand(row);
+}
+
+// --- settings -----------------------------------------------------------------------------------
+
+void KTRestoreView::OpenSettings(BMessage&) {
+    if (RaiseIfOpen(kSettingsKey)) return;
+    Present(kSettingsKey,
+            new KTResSettingWindow(KTControl::Text(core::text::kRestoreSettings), window(),
+                                   fJob.Settings(), kSettingsAnswer, BMessenger(this)));
+}
+
+void KTRestoreView::SettingsAnswered(BMessage& message) {
+    Forget(kSettingsKey);
+    if (!message.Get("result", false)) return;
+    fJob.SetSettings(message.Get("settings", BMessage()));
+    InitDivert();
+    TellLanding();
+}
+
+void KTRestoreView::Divert(BMessage& message) {
+    fJob.SetDivert(message.Get<int32_t>("divert", 0) != 0);
+    InitDivert();
+    TellLanding();
+}
+
+void KTRestoreView::InitDivert() {
+    const bool divert = fJob.Divert();
+    fRedirect->setVisible(divert);
+    fCatalogue->ShowDiverted(divert);
+}
+
+// --- deleting -----------------------------------------------------------------------------------
+
+void KTRestoreView::DeleteRequest(BMessage&) {
+    QString lines;
+    for (const KTRow backup : fCatalogue->WholeBackups()) {
+        lines += fCatalogue->CellText(fCatalogue->Rows().Superitem(backup), KTLogDataView::kName) +
+                 ", " + fCatalogue->DateOf(backup) + "\n";
+    }
+    auto* open = static_cast<KTResDeleteWindow*>(OpenWindow(kDeleteKey));
+    if (lines.isEmpty()) {
+        if (open) BMessenger(open).SendMessage(BMessage(B_QUIT_REQUESTED));
+        return Alert(core::text::kNoBackupToDelete);
+    }
+    if (open) {
+        open->SetText(lines);
+        RaiseIfOpen(kDeleteKey);
+        return;
+    }
+    auto* dialog = new KTResDeleteWindow(KTControl::Text(core::text::kDelete), window(),
+                                         fJob.DeleteSettings(), kDeleteAnswer, BMessenger(this));
+    dialog->SetText(lines);
+    Present(kDeleteKey, dialog);
+}
+
+void KTRestoreView::DeleteAnswered(BMessage& message) {
+    Forget(kDeleteKey);
+    if (!message.Get("result", false)) return;
+    fJob.SetDeleteSettings(message.Get("settings", BMessage()));
+    Delete();
+}
+
+void KTRestoreView::Delete() {
+    BMessage request(core::code::kDeleteBackups);
+    for (const KTRow backup : fCatalogue->WholeBackups()) {
+        request.Add("name", fCatalogue->NameOfBackup(backup));
+        request.Add("full", static_cast<int32_t>(fJob.DeletesData()));
+    }
+    if (request.Has("name")) Context().server->PostServer(std::move(request));
+}
+
+// --- inserting ----------------------------------------------------------------------------------
+
+void KTRestoreView::OpenInsert(BMessage&) {
+    if (RaiseIfOpen(kInsertKey)) return;
+    Present(kInsertKey,
+            new KTRequestWindow(KTControl::Text(core::text::kInsertBackup),
+                                KTControl::Text(core::kMoreInsertLater), window(), BMessenger(),
+                                BMessage(), {KTControl::Text(core::text::kOk)}));
+}
+
+// --- starting -----------------------------------------------------------------------------------
+
+bool KTRestoreView::CheckStart(bool quiet) {
+    const bool chosen = fCatalogue->HasSelection();
+    if (!chosen && !quiet) Alert(core::text::kNothingSelectedToRestore);
+    return chosen;
+}
+
+void KTRestoreView::RestoreStart(BMessage&) {
+    if (!CheckStart()) return;
+    if (!RaiseIfOpen(kStartKey)) {
+        Present(kStartKey,
+                new KTRestoreStartWin(Context(), KTControl::Text(core::text::kStartRestore),
+                                      window(), fJob.StartInfo(), kStartAnswer, BMessenger(this)));
+    }
+    SetPWList();
+    TellLanding();
+}
+
+void KTRestoreView::SetPWList() {
+    auto* dialog = static_cast<KTRestoreStartWin*>(OpenWindow(kStartKey));
+    if (!dialog) return;
+    BMessage list("rssl"_code);
+    for (const KTRow backup : fCatalogue->MarkedBackups()) {
+        list.Add("title", KTControl::ToBytes(fCatalogue->CellText(
+                              fCatalogue->Rows().Superitem(backup), KTLogDataView::kName)));
+        list.Add("name", fCatalogue->NameOfBackup(backup));
+        list.Add("date", KTControl::ToBytes(fCatalogue->DateOf(backup)));
+    }
+    BMessenger(dialog).SendMessage(std::move(list));
+}
+
+// Where the first marked item will be.
+void KTRestoreView::TellLanding() {
+    auto* dialog = static_cast<KTRestoreStartWin*>(OpenWindow(kStartKey));
+    if (!dialog || fVolumes.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return;
+    BMessage selection;
+    fCatalogue->GetSelectionList(&selection);
+    const core::RestorePlaces places(selection, fJob.Divert(),
+                                     fJob.Settings().Get<int32_t>("createroot", 0) != 0,
+                                     fVolumes.get());
+    const KTRow row = fCatalogue->FirstMarked();
+    const std::string source = row == kNoRow ? std::string() : fCatalogue->PathOf(row);
+    const auto place = source.empty() ? std::nullopt : places.Of(source);
+    BMessage landing(client::code::kRestoreLanding);
+    landing.Add("source", source);
+    if (place)
+        landing.Add("target", place->Path());
+    else if (row != kNoRow && fCatalogue->TargetOf(row) == KTLogDataView::Target::Backup)
+        landing.Add("target", KTControl::ToBytes(KTControl::Text(core::kMoreOldPlace)));
+    BMessenger(dialog).SendMessage(std::move(landing));
+}
+
+void KTRestoreView::StartAnswered(BMessage& message) {
+    Forget(kStartKey);
+    if (!message.Get("result", false)) return;
+    fJob.SetStartInfo(message.Get("settings", BMessage()));
+    // The dialog did not hold up the tool behind it: what was marked then may not be so any more.
+    if (CheckStart()) Restore();
+}
+
+void KTRestoreView::Restore() {
+    SaveSelection();
+    SaveScheduler();
+    InitScheduler();
+    Context().server->PostApplication(fJob.ForSending());
+}

@@ -1,0 +1,81 @@
+// KTRestoreView: the restore tool: the catalogue in which the user marks what to restore, beside it
+// a browser of directories to send it to, and the controls. Its dialogs are not modal and follow
+// the marks while they are open. Main thread.
+//
+// Starting goes: 'rsST' checks that something is marked and opens the start dialog; its answer
+// 'resq' brings "start_info"; the job is posted to the application.
+#pragma once
+
+#include <future>
+
+#include "client/job/KTJobTool.h"
+#include "client/restore/KTRestoreJob.h"
+#include "client/uikit/KTColumnListView.h"
+#include "kit/storage/BVolume.h"
+
+class KTFolderView;
+class KTRestoreSelectionView;
+class QPushButton;
+class QScrollArea;
+class QSplitter;
+
+class KTRestoreView : public KTJobTool {
+    Q_OBJECT
+public:
+    explicit KTRestoreView(KTToolContext context, QWidget* parent = nullptr,
+                           const char* name = "restore",
+                           std::shared_ptr<kit::MountSource> mounts = kit::MountSource::System());
+    ~KTRestoreView() override;
+
+    // Something is marked; unless `quiet` the user is told when nothing is.
+    bool CheckStart(bool quiet = false);
+    void MessageReceived(BMessage& message) override;
+
+    // In a window that edits a waiting job: nothing is started from here.
+    void HideStart();
+
+    KTRestoreSelectionView* Catalogue() const { return fCatalogue; }
+
+protected:
+    KTJob& OwnJob() override { return fJob; }
+    QString AlertTitle() const override;
+    void InitControls() override;
+    void SaveSelection() override;
+    void InitSelection() override;
+
+private:
+    void MakeControls();
+    void RestoreStart(BMessage&);
+    void StartAnswered(BMessage& message);
+    void Restore();
+    void SetPWList();
+    void TellLanding();
+
+    void OpenSettings(BMessage&);
+    void SettingsAnswered(BMessage& message);
+    void Divert(BMessage& message);
+    void InitDivert();
+
+    void DeleteRequest(BMessage&);
+    void DeleteAnswered(BMessage& message);
+    void Delete();
+
+    void OpenInsert(BMessage&);
+    void SelectAll(BMessage&);
+    void ClearAll(BMessage&);
+    void SelectionChanged(BMessage&);
+    void Unlock(KTRow backup);
+    void Unlocked(BMessage& message);
+    void ToCatalogue(BMessage& message);
+
+    KTRestoreJob fJob;
+    QSplitter* fSplitter;
+    KTRestoreSelectionView* fCatalogue;
+    QScrollArea* fRedirect;
+    QPushButton* fInsert;
+    QPushButton* fDelete;
+    QPushButton* fSettings;
+    QPushButton* fStart;
+    // Looking at the volumes may take a while: a worker does it when the tool opens.
+    std::shared_future<std::vector<BVolume>> fVolumes;
+};
