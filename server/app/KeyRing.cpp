@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <new>
 #include <utility>
 
 #include "core/protocol/Codes.h"
@@ -97,7 +98,14 @@ void KeyRing::Protect(archive::Secret password,
                       std::function<void(kit::Result<archive::Protection>)> done) {
     const auto kept = std::make_shared<const archive::Secret>(std::move(password));
     Post({0, [kept, done = std::move(done)] {
-              done(archive::MakeProtection(*kept));
+              // Whatever happens, who asked must hear of it.
+              kit::Result<archive::Protection> made =
+                  kit::Error::Make(kit::ErrorKind::Io, "", "no memory for the key");
+              try {
+                  made = archive::MakeProtection(*kept);
+              } catch (const std::bad_alloc&) {
+              }
+              done(std::move(made));
               return true;
           }});
 }

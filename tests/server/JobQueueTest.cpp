@@ -210,14 +210,20 @@ TEST(JobDescription, AnEditedJobKeepsItsProtectionAndTakesATopLevelTitle) {
     info.Add<int32_t>("passonoff", 1);
     former.Set("start_info", info);
     former.Add<int32_t>("client_id", 77);
+    description::SetProtection(former, {"age1old", {1, 2, 3}});
 
     BMessage edited = Description("Old", "/b");
+    description::SetProtection(edited, {"age1another", {4}});
     edited.Add("title", "New");
     edited.Add<int32_t>("job_id", 3);
     const BMessage job = description::Edited(former, edited);
     EXPECT_EQ(description::TitleOf(job), "New");
     EXPECT_FALSE(job.Has("title"));
     EXPECT_TRUE(description::WantsProtection(job));
+    const auto protection = description::ProtectionOf(job);
+    ASSERT_TRUE(protection);
+    EXPECT_EQ(protection->recipient, "age1old");
+    EXPECT_EQ(protection->keyFile, (Bytes{1, 2, 3}));
     EXPECT_EQ(job.Get<int32_t>("client_id", 0), 77);
     EXPECT_NE(description::DestinationOf(job), description::DestinationOf(former));
 
@@ -225,7 +231,15 @@ TEST(JobDescription, AnEditedJobKeepsItsProtectionAndTakesATopLevelTitle) {
     BMessage wish = edited;
     info.Set("password", "secret");
     wish.Set("start_info", info);
-    EXPECT_FALSE(description::WantsProtection(description::Edited(Description("Old", "/a"), wish)));
+    const BMessage open = description::Edited(Description("Old", "/a"), wish);
+    EXPECT_FALSE(description::WantsProtection(open));
+    EXPECT_FALSE(description::ProtectionOf(open));
+    // What is left of a damaged one must not look like none.
+    BMessage damaged = former;
+    damaged.Remove("protection");
+    damaged.Add("protection", "nonsense");
+    ASSERT_TRUE(description::ProtectionOf(damaged));
+    EXPECT_EQ(description::ProtectionOf(damaged)->recipient, "");
 }
 
 TEST(JobDescription, DestinationsAreToldApartByPlaceOnly) {
