@@ -40,6 +40,7 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
     }
     // All are held from the beginning: none of them goes away while another one is being read.
     std::vector<std::shared_ptr<const BackupInfo>> infos;
+    infos.reserve(names.size());
     for (const std::string& name : names)
         infos.push_back(catalogues.Use(name));
     for (size_t i = 0; i < names.size(); ++i) {

@@ -85,6 +85,7 @@ protected:
         const BMessage answer = fAnswers.Wait(Ask(ring, team, entries));
         EXPECT_EQ(answer.what, "ktpr"_code);
         std::vector<int32_t> results;
+        results.reserve(static_cast<size_t>(answer.Count("result")));
         for (int32_t i = 0; i < answer.Count("result"); ++i)
             results.push_back(answer.Get<int32_t>("result", -1, i));
         EXPECT_EQ(answer.Count("name"), answer.Count("result"));
