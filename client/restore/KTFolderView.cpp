@@ -25,12 +25,27 @@ KTFolderView::KTFolderView(BMessenger target, QWidget* parent)
     setDragDropMode(DragOnly);
     setSelectionMode(SingleSelection);
     setFrameShape(NoFrame);
+    ShowHome();
+    // Rows above it come as they are read.
+    connect(fModel, &QFileSystemModel::directoryLoaded, this, [this] {
+        if (!fTouched) ShowHome();
+    });
+    connect(this, &QTreeView::pressed, this, [this] { fTouched = true; });
+    connect(this, &QTreeView::collapsed, this, [this] { fTouched = true; });
+    connect(this, &QTreeView::activated, this, &KTFolderView::Choose);
+}
+
+void KTFolderView::ShowHome() {
     const QModelIndex home = fModel->index(QDir::homePath());
     expand(fModel->index("/"));
     expand(home);
     setCurrentIndex(home);
     scrollTo(home, PositionAtTop);
-    connect(this, &QTreeView::activated, this, &KTFolderView::Choose);
+}
+
+void KTFolderView::keyPressEvent(QKeyEvent* event) {
+    fTouched = true;
+    QTreeView::keyPressEvent(event);
 }
 
 void KTFolderView::Choose(const QModelIndex& index) const {

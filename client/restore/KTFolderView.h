@@ -14,9 +14,14 @@ class KTFolderView : public QTreeView {
 public:
     KTFolderView(BMessenger target, QWidget* parent);
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
 private:
+    void ShowHome();
     void Choose(const QModelIndex& index) const;
 
     QFileSystemModel* fModel;
+    bool fTouched = false;  // the user has been here
     const BMessenger fTarget;
 };

@@ -202,18 +202,25 @@ std::vector<KTRow> KTLogDataView::WholeBackups() const {
     return whole;
 }
 
-KTRow KTLogDataView::FirstMarked() const {
+std::string KTLogDataView::FirstMarked() const {
     const auto marked = MarkedBackups();
-    KTRow row = marked.empty() ? kNoRow : marked.front();
-    // Down to where all of it is wanted.
-    while (row != kNoRow && CellMark(row) == KTRowStore::Mark::Part) {
+    if (marked.empty()) return {};
+    const core::SelectionMatcher& matcher = Rules().Matcher();
+    KTRow row = marked.front();
+    std::string path = RulePath(row);
+    while (!matcher.Includes(path)) {
         KTRow below = kNoRow;
         for (int32_t i = 0; below == kNoRow && i < Rows().ChildCount(row); ++i)
             if (const KTRow child = Rows().ChildAt(row, i); Rows().IsMarked(child)) below = child;
-        if (below == kNoRow) break;  // it has not been fetched yet
+        if (below == kNoRow) break;
         row = below;
+        path = RulePath(row);
     }
-    return row;
+    if (matcher.Includes(path)) return path;
+    // What is marked below has not been fetched yet.
+    for (const core::SelectionRule& rule : core::selection::Rules(Rules().Message()))
+        if (rule.include && rule.path.starts_with(path + "/")) return rule.path;
+    return {};
 }
 
 // --- the selection ------------------------------------------------------------------------------

@@ -80,8 +80,9 @@ public:
     QString DateOf(KTRow row) const { return CellText(row, kDate); }
     std::vector<KTRow> MarkedBackups() const;  // anything in them
     std::vector<KTRow> WholeBackups() const;   // covered wholly by the rules
-    // The first marked thing: the topmost of it that is marked whole. kNoRow when nothing is.
-    KTRow FirstMarked() const;
+    // "/Backup/Volume/path" of the first thing that is restored with all that is in it; "" when
+    // nothing is marked.
+    std::string FirstMarked() const;
 
     void Expand(KTRow row) override;
     void MessageReceived(BMessage& message) override;

@@ -332,14 +332,13 @@ void KTRestoreView::TellLanding() {
     const core::RestorePlaces places(selection, fJob.Divert(),
                                      fJob.Settings().Get<int32_t>("createroot", 0) != 0,
                                      fVolumes.get());
-    const KTRow row = fCatalogue->FirstMarked();
-    const std::string source = row == kNoRow ? std::string() : fCatalogue->PathOf(row);
+    const std::string source = fCatalogue->FirstMarked();
     const auto place = source.empty() ? std::nullopt : places.Of(source);
     BMessage landing(client::code::kRestoreLanding);
     landing.Add("source", source);
     if (place)
         landing.Add("target", place->Path());
-    else if (row != kNoRow && fCatalogue->TargetOf(row) == KTLogDataView::Target::Backup)
+    else if (source.rfind('/') == 0)  // a whole backup
         landing.Add("target", KTControl::ToBytes(KTControl::Text(core::kMoreOldPlace)));
     BMessenger(dialog).SendMessage(std::move(landing));
 }

@@ -53,12 +53,6 @@ void KTRuledListView::Expand(KTRow row) {
     KTColumnListView::Expand(row);
     if (!IsUnread(row) || IsReading(row)) return;
     fUnreadable.erase(row);
-    // Its children are marked with it as they come. Rules about what is below it stay as they are.
-    if (Rows().IsMarked(row)) {
-        const std::string path = RulePath(row);
-        if (fRules.Matcher().IsUniform(path) && fRules.Matcher().Includes(path))
-            RecordSelection(row, true);
-    }
     Read(row);
 }
 

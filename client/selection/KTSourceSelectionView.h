@@ -31,6 +31,7 @@ public:
     enum Column { kIcon, kName, kSize, kAttributes, kModified, kNode };
 
     // --- the tree -------------------------------------------------------------------------------
+    void Expand(KTRow row) override;
     void Collapse(KTRow row) override;  // ends the reading of the row
     void GetDirectory(KTRow row);       // drops what is below it and reads it anew
     void FreeSubItems(KTRow row, bool self);

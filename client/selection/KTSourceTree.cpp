@@ -99,6 +99,16 @@ void KTSourceSelectionView::VolumesListed(const BMessage& message) {
 
 // --- reading ------------------------------------------------------------------------------------
 
+void KTSourceSelectionView::Expand(KTRow row) {
+    // Its children are marked with it as they come. Rules about what is below it stay as they are.
+    if (IsUnread(row) && !IsReading(row) && Rows().IsMarked(row)) {
+        const std::string path = PathOf(row, false);
+        if (Rules().Matcher().IsUniform(path) && Rules().Matcher().Includes(path))
+            RecordSelection(row, true);
+    }
+    KTRuledListView::Expand(row);
+}
+
 void KTSourceSelectionView::Collapse(KTRow row) {
     KTRuledListView::Collapse(row);
     if (IsReading(row) && !Rules().HasOpen()) FreeSubItems(row, false);

@@ -20,6 +20,8 @@ namespace {
 constexpr int kIconSize = 16;
 // Beyond so many changed rows it is cheaper to say that everything changed.
 constexpr size_t kMostChanges = 64;
+// What can be read of a name, however deep it lies.
+constexpr int kReadableLetters = 16;
 
 std::vector<KTColumnKind> KindsOf(const std::vector<KTColumn>& columns) {
     std::vector<KTColumnKind> kinds;
@@ -234,6 +236,11 @@ void KTColumnListView::Expand(KTRow row) {
     if (!fRows->IsSuperItem(row)) return;
     if (!fRows->IsExpanded(row)) fRows->SetExpanded(row, true);
     QTreeView::expand(IndexOf(row));
+    if (!fOutline) return;
+    // However deep it lies, what comes to light can be read; the width in the settings stays.
+    const int depth = static_cast<int>(fRows->Level(row)) + 3;  // its children, expander and box
+    const int needed = depth * indentation() + kReadableLetters * fontMetrics().averageCharWidth();
+    if (columnWidth(fNameColumn) < needed) header()->resizeSection(fNameColumn, needed);
 }
 
 void KTColumnListView::Collapse(KTRow row) {
