@@ -21,6 +21,7 @@ inline constexpr uint32_t kListJobs = "KTJL"_code;
 inline constexpr uint32_t kGetJob = "KTjg"_code;
 inline constexpr uint32_t kSetJob = "KTjs"_code;
 inline constexpr uint32_t kListCatalogue = "KTLR"_code;
+inline constexpr uint32_t kFindEntries = "KTfd"_code;
 inline constexpr uint32_t kScanMedium = "ktvs"_code;
 inline constexpr uint32_t kDeleteBackups = "KTxX"_code;
 inline constexpr uint32_t kPassword = "ktpc"_code;
@@ -50,6 +51,7 @@ inline constexpr uint32_t kUnusedAr = "ktar"_code;
 
 // --- answers ------------------------------------------------------------------------------------
 inline constexpr uint32_t kNone = "NONE"_code;      // no data; not an error
+inline constexpr uint32_t kFoundEntries = "KTfe"_code;
 inline constexpr uint32_t kAreaRead = "xxxx"_code;  // a shared area was read
 
 }  // namespace core::code

@@ -40,6 +40,7 @@ const BackupServer::Entry BackupServer::kTable[] = {
      [](auto& server, auto& message) { server.fPanels->Accept(message); }},
     {core::code::kListCatalogue,
      [](auto& server, auto& message) { server.fBackups->List(message); }},
+    {core::code::kFindEntries, [](auto& server, auto& message) { server.fBackups->Find(message); }},
     {core::code::kDeleteBackups,
      [](auto& server, auto& message) { server.fBackups->Delete(message); }},
     {core::code::kPassword, [](auto& server, auto& message) { server.fKeys->Check(message); }},

@@ -55,7 +55,10 @@ CatalogueDesk::CatalogueDesk(ServerHost& host, CatalogueStore& catalogues, Repor
     : fHost(host),
       fCatalogues(catalogues),
       fReports(reports),
-      fAddOnFolder(std::move(addOnFolder)) {
+      fAddOnFolder(std::move(addOnFolder)),
+      fSearch(catalogues, [this](const std::string& name, const kit::Error& error) {
+          fHost.Later([this, name, error] { TellDamage(name, error); });
+      }) {
     for (auto& backup : fCatalogues.Backups())
         fKnown.emplace(backup.name, backup);
 }
@@ -73,6 +76,15 @@ void CatalogueDesk::List(BMessage& message) {
         question->SendReply(core::code::kNone);
         const std::string name(FirstPart("/" + path.substr(path.find_first_not_of('/'))));
         fHost.Later([this, name, error = list.error()] { TellDamage(name, error); });
+    });
+}
+
+void CatalogueDesk::Find(BMessage& message) {
+    if (!message.IsSourceWaiting()) return;
+    auto question = std::make_shared<BMessage>(std::move(message));
+    fSearching.Post([this, question] {
+        question->SendReply(fSearch.Find(question->Get("text", std::string()),
+                                         question->Get("max", EntrySearch::kUsual)));
     });
 }
 
@@ -200,6 +212,7 @@ void CatalogueDesk::TellChanges() {
     for (const auto& [name, backup] : now) {
         if (fKnown.contains(name)) continue;
         fHost.NotifyAll(fCatalogues.ListOne(name));
+        fSearching.Post([this, name = name] { fSearch.Prepare(name); });
         if (backup.type != core::JobType::Full) continue;
         BMessage base(core::code::kJobInserted);
         AddToJobList(base, backup);

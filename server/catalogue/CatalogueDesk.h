@@ -12,6 +12,7 @@
 #include "server/app/ServerHost.h"
 #include "server/app/Worker.h"
 #include "server/catalogue/CatalogueStore.h"
+#include "server/catalogue/EntrySearch.h"
 #include "server/reports/ReportDesk.h"
 
 namespace server {
@@ -23,6 +24,7 @@ public:
 
     // --- messages -------------------------------------------------------------------------------
     void List(BMessage& message);    // 'KTLR'
+    void Find(BMessage& message);    // 'KTfd'
     void Delete(BMessage& message);  // 'KTxX'
     void Scan(BMessage& message);    // 'ktvs'
 
@@ -42,7 +44,9 @@ private:
     const std::string fAddOnFolder;
     std::map<std::string, BackupInfo> fKnown;
     std::set<std::string> fDamaged;  // told
+    EntrySearch fSearch;             // on the searching worker
     Worker fReading{2};
+    Worker fSearching;
     Worker fDeleting;
 };
 

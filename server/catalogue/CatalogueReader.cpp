@@ -166,6 +166,18 @@ kit::Status CatalogueReader::Entries(
     return fEntries.Result();
 }
 
+CatalogueListing ListingOf(const CatalogueEntry& entry, bool isVolume) {
+    CatalogueListing listing;
+    listing.type = isVolume ? kCatalogueVolumeType : CatalogueTypeOf(entry.mode);
+    const bool holdsOthers = listing.type == 1 || isVolume;
+    listing.size = holdsOthers ? -1 : entry.size;
+    const int64_t second = 1'000'000'000;
+    int64_t seconds = entry.modified / second;
+    if (entry.modified % second < 0) --seconds;
+    listing.date = BTime::FromSeconds(seconds);
+    return listing;
+}
+
 int32_t CatalogueTypeOf(uint32_t mode) {
     return S_ISDIR(mode) ? 1 : S_ISLNK(mode) ? 2 : 0;
 }

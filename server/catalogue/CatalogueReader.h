@@ -9,6 +9,7 @@
 #include <optional>
 #include <string_view>
 
+#include "kit/message/Types.h"
 #include "kit/support/Result.h"
 #include "server/catalogue/CatalogueTypes.h"
 #include "server/sqlite/Database.h"
@@ -48,6 +49,14 @@ private:
     std::unique_ptr<Database> fDatabase;
     Statement fEntry, fDirectory, fFrame, fEntries;
 };
+
+// How clients are told of an entry.
+struct CatalogueListing {
+    int32_t type = 0;
+    int64_t size = 0;  // -1: it holds others
+    BTime date;
+};
+CatalogueListing ListingOf(const CatalogueEntry& entry, bool isVolume);
 
 // Below a volume 0 file (also devices and FIFOs), 1 directory, 2 symbolic link; a volume itself
 // is 3.

@@ -25,6 +25,7 @@ using kit::Status;
 
 constexpr std::string_view kSuffix = ".db";
 constexpr std::string_view kNewSuffix = ".new";
+constexpr std::string_view kNamesSuffix = ".names";
 constexpr std::string_view kDamagedSuffix = ".damaged";
 constexpr int32_t kBackupType = -1;
 
@@ -135,16 +136,12 @@ kit::Result<BMessage> ListChildren(CatalogueReader& reader, const CatalogueDirec
     BMessage list(core::code::kCatalogue);
     const Status status =
         reader.Children(directory, [&](const CatalogueEntry& entry, const CatalogueFrame& frame) {
-            const int32_t type = volumes ? kCatalogueVolumeType : CatalogueTypeOf(entry.mode);
-            const bool holdsOthers = type == 1 || type == kCatalogueVolumeType;
             // A name that no message can hold is in no healthy catalogue.
             if (!list.Add("name", entry.name)) return true;
-            types.push_back(type);
-            const int64_t second = 1'000'000'000;
-            int64_t seconds = entry.modified / second;
-            if (entry.modified % second < 0) --seconds;
-            dates.push_back(BTime::FromSeconds(seconds));
-            sizes.push_back(holdsOthers ? -1 : entry.size);
+            const CatalogueListing listing = ListingOf(entry, volumes);
+            types.push_back(listing.type);
+            dates.push_back(listing.date);
+            sizes.push_back(listing.size);
             media.push_back(frame.medium);
             offsets.push_back(frame.offset);
             ids.push_back(entry.id);
@@ -221,6 +218,11 @@ Status CatalogueStore::Open() {
         }
         fImpl->problems.push_back(std::move(words));
     }
+    for (const std::string& file : files) {
+        if (!file.ends_with(kNamesSuffix)) continue;
+        const std::string name = file.substr(0, file.size() - kNamesSuffix.size());
+        if (!fImpl->backups.contains(name)) ::unlink((folder + "/" + file).c_str());
+    }
     return {};
 }
 
@@ -259,6 +261,10 @@ std::string CatalogueStore::PathForNew(const std::string& name) const {
 
 std::string CatalogueStore::PathOf(const std::string& name) const {
     return fImpl->PathOf(name);
+}
+
+std::string CatalogueStore::NamesPathOf(const std::string& name) const {
+    return fImpl->folder + "/" + name + std::string(kNamesSuffix);
 }
 
 Status CatalogueStore::Adopt(const std::string& name, const BackupInfo& info) {
@@ -320,6 +326,8 @@ Status CatalogueStore::Removal::Finish() {
     Status synced = SyncPath(impl.folder, O_RDONLY | O_DIRECTORY);
     std::lock_guard lock(impl.mutex);
     impl.backups.erase(fInfo->name);
+    // Last: who makes it beside this sees now that the backup is gone.
+    ::unlink(fStore->NamesPathOf(fInfo->name).c_str());
     return synced;
 }
 

@@ -68,7 +68,8 @@ public:
     // The file in which a new catalogue is written, and its taking over when the backup stands. The
     // engine writes through CatalogueWriter (server/catalogue/CatalogueWriter.h).
     std::string PathForNew(const std::string& name) const;
-    std::string PathOf(const std::string& name) const;  // for readers of their own
+    std::string PathOf(const std::string& name) const;       // for readers of their own
+    std::string NamesPathOf(const std::string& name) const;  // its NameIndex, where it has one
     kit::Status Adopt(const std::string& name, const BackupInfo& info);
 
     // For who works with the backup: it is not removed while anyone holds what this gives. Null:
