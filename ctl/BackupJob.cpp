@@ -10,9 +10,12 @@
 
 #include "core/protocol/Codes.h"
 #include "core/selection/KTSelection.h"
+#include "ctl/Say.h"
 #include "ctl/Words.h"
 
 namespace ctl {
+
+using enum core::MoreText;
 
 namespace {
 
@@ -80,23 +83,20 @@ kit::Result<Sources> MapSources(const std::vector<std::string>& paths,
             sources.rules.push_back(rule);
         }
         if (source->link) {
-            sources.notes.push_back(Printable(path) +
-                                    " is a link: the link itself is saved. Add a / to save what it "
-                                    "points to.");
+            sources.notes.push_back(core::FormatTextOf(kMoreCtlIsLink, Printable(path)));
         }
         for (const auto& volume : volumes) {
             if (source->directory && volume.mountPoint != source->disk &&
                 IsAtOrBelow(volume.mountPoint, source->disk == "/" ? "" : source->disk)) {
-                sources.notes.push_back(
-                    Printable(volume.mountPoint) + " is a volume of its own and not part of " +
-                    Printable(source->disk) + ". Name it besides to save it too.");
+                sources.notes.push_back(core::FormatTextOf(
+                    kMoreCtlOtherVolume, Printable(volume.mountPoint), Printable(source->disk)));
             }
         }
     }
     // Variable data is left out as in the window, but for what was asked for by name.
     if (!var.empty() && !sources.rules.empty()) sources.rules.push_back("EXCLUDE " + var + "/*");
     if (!belowVar.empty()) {
-        sources.notes.push_back("Nothing below /var is saved as a rule; you named it, so it is.");
+        sources.notes.push_back(core::TextOf(kMoreCtlVarNamed));
     }
     sources.rules.insert(sources.rules.end(), belowVar.begin(), belowVar.end());
     return sources;
@@ -155,6 +155,13 @@ BMessage BackupJob(const Sources& sources, const std::string& target,
     job.Add("bak_packer", packer);
     job.Add("start_info", info);
     return job;
+}
+
+void Protect(BMessage& job, const std::string& password) {
+    BMessage info = job.Get("start_info", BMessage());
+    info.Set("passonoff", int32_t{1});
+    info.Set("password", password);
+    job.Set("start_info", info);
 }
 
 }  // namespace ctl

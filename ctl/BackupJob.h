@@ -33,4 +33,7 @@ std::string AbsoluteTarget(const std::string& path);
 BMessage BackupJob(const Sources& sources, const std::string& target,
                    const Compression& compression, const std::string& title, bool onHold);
 
+// The backup is made unreadable without the password.
+void Protect(BMessage& job, const std::string& password);
+
 }  // namespace ctl

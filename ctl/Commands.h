@@ -1,6 +1,8 @@
 // The commands. Each does its work, prints what there is to print and tells how to end.
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +18,8 @@ struct BackupOptions {
     std::string compress = "zstd";
     std::string title;
     bool onHold = false;
+    bool protect = false;
+    std::optional<int> passwordFd;
     bool json = false;
     bool verbose = false;
 };
@@ -28,5 +32,49 @@ ExitCode Control(ServerConnection& server, JobCommand command, const std::string
 
 ExitCode Reports(ServerConnection& server, bool json);
 ExitCode Report(ServerConnection& server, int32_t id, bool json);
+
+ExitCode List(ServerConnection& server, bool json);
+
+struct BrowseOptions {
+    std::string backup;
+    std::string path = "/";
+    std::optional<int> passwordFd;
+    bool json = false;
+};
+ExitCode Browse(ServerConnection& server, const BrowseOptions& options);
+
+struct FindOptions {
+    std::string text;
+    int32_t most = 100;
+    bool json = false;
+};
+ExitCode Find(ServerConnection& server, const FindOptions& options);
+
+struct RestoreOptions {
+    std::string backup;
+    std::vector<std::string> paths;
+    std::string target;  // "": the old places
+    std::string overwrite = "no";
+    std::optional<int> passwordFd;
+    bool json = false;
+    bool verbose = false;
+};
+ExitCode Restore(ServerConnection& server, const RestoreOptions& options);
+
+struct VerifyOptions {
+    std::string backup;
+    std::optional<int> passwordFd;
+    bool json = false;
+    bool verbose = false;
+};
+ExitCode Verify(ServerConnection& server, const VerifyOptions& options);
+
+struct DeleteOptions {
+    std::vector<std::string> backups;
+    bool withData = false;
+    bool yes = false;  // do not ask
+    bool json = false;
+};
+ExitCode Delete(ServerConnection& server, const DeleteOptions& options);
 
 }  // namespace ctl

@@ -1,12 +1,14 @@
-#include <charconv>
 #include <cstdio>
 
 #include "ctl/Commands.h"
 #include "ctl/Output.h"
+#include "ctl/Say.h"
 #include "ctl/ServerConnection.h"
 #include "ctl/Words.h"
 
 namespace ctl {
+
+using enum core::MoreText;
 
 namespace {
 
@@ -30,15 +32,6 @@ std::optional<std::vector<ListedJob>> ListJobs(ServerConnection& server) {
     return jobs;
 }
 
-// Eight digits are a job's number as lists show it, in base 16; anything else is a plain number.
-std::optional<int32_t> ParseJob(const std::string& text) {
-    int32_t id = 0;
-    const char* end = text.data() + text.size();
-    const auto [stop, problem] = std::from_chars(text.data(), end, id, text.size() == 8 ? 16 : 10);
-    if (problem != std::errc() || stop != end || id <= 0) return std::nullopt;
-    return id;
-}
-
 const ListedJob* Find(const std::vector<ListedJob>& jobs, int32_t id) {
     for (const auto& job : jobs) {
         if (job.id == id) return &job;
@@ -60,7 +53,7 @@ nlohmann::ordered_json JobJson(const ListedJob& job) {
 ExitCode Jobs(ServerConnection& server, bool json) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
     const auto jobs = ListJobs(server);
-    if (!jobs) return Fail("The backup server does not answer.");
+    if (!jobs) return Fail(kMoreServerSilent);
     if (json) {
         auto list = nlohmann::ordered_json::array();
         for (const auto& job : *jobs)
@@ -68,23 +61,24 @@ ExitCode Jobs(ServerConnection& server, bool json) {
         PrintJson(list);
         return ExitCode::Good;
     }
-    if (jobs->empty()) std::printf("No jobs.\n");
+    if (jobs->empty()) Say(kMoreCtlNoJobs);
     for (const auto& job : *jobs) {
-        std::printf("%s  %-8s %-20s %-16s  %s\n", JobIdWords(job.id).c_str(),
-                    JobStatusWords(job.status), JobTypeWords(job.type), DateWords(job.date).c_str(),
-                    Printable(job.title).c_str());
+        std::printf("%s  %s %s %-16s  %s\n", JobIdWords(job.id).c_str(),
+                    Padded(core::TextOf(core::JobStatusTextId(job.status)), 8).c_str(),
+                    Padded(core::TextOf(core::JobTypeTextId(job.type)), 20).c_str(),
+                    DateWords(job.date).c_str(), Printable(job.title).c_str());
     }
     return ExitCode::Good;
 }
 
 ExitCode Control(ServerConnection& server, JobCommand command, const std::string& text, bool json) {
-    const auto id = ParseJob(text);
-    if (!id) return Fail("'" + text + "' is not the number of a job.", ExitCode::Usage);
+    const auto id = ParseJobId(text);
+    if (!id) return WrongUse(kMoreCtlNoJobNumber, text);
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
     auto jobs = ListJobs(server);
-    if (!jobs) return Fail("The backup server does not answer.");
+    if (!jobs) return Fail(kMoreServerSilent);
     const ListedJob* job = Find(*jobs, *id);
-    if (!job) return Fail("There is no job " + JobIdWords(*id) + ".");
+    if (!job) return Fail(kMoreCtlNoSuchJob, JobIdWords(*id));
 
     using core::JobStatus;
     const auto status = static_cast<JobStatus>(job->status);
@@ -93,8 +87,8 @@ ExitCode Control(ServerConnection& server, JobCommand command, const std::string
                      : command == JobCommand::Continue ? status == JobStatus::Paused
                                                        : status != JobStatus::Edited;
     if (!fit) {
-        return Fail("Job " + JobIdWords(*id) + " is in the state '" + JobStatusWords(job->status) +
-                    "': that cannot be done now.");
+        return Fail(kMoreCtlUnfitJob, JobIdWords(*id),
+                    core::TextOf(core::JobStatusTextId(job->status)));
     }
     BMessage order(command == JobCommand::Pause      ? core::code::kPauseJob
                    : command == JobCommand::Continue ? core::code::kContinueJob
@@ -110,20 +104,20 @@ ExitCode Control(ServerConnection& server, JobCommand command, const std::string
     const auto end = std::chrono::steady_clock::now() + kPatience;
     do {
         jobs = ListJobs(server);
-        if (!jobs) return Fail("The backup server does not answer.");
+        if (!jobs) return Fail(kMoreServerSilent);
         job = Find(*jobs, *id);
         if (!job || command != JobCommand::Abort) break;
         server.Next(std::chrono::milliseconds(100));
     } while (std::chrono::steady_clock::now() < end);
     if (command == JobCommand::Abort && job) {
-        return Fail("Job " + JobIdWords(*id) + " does not end. It was told to.");
+        return Fail(kMoreCtlJobStays, JobIdWords(*id));
     }
     if (json) {
         PrintJson(job ? JobJson(*job)
                       : nlohmann::ordered_json{{"job_id", *id}, {"status", "Removed"}});
     } else {
-        std::printf("Job %s: %s\n", JobIdWords(*id).c_str(),
-                    job ? JobStatusWords(job->status) : "Removed");
+        Say(kMoreCtlJobState, JobIdWords(*id),
+            core::TextOf(job ? core::JobStatusTextId(job->status) : int32_t{kMoreCtlJobRemoved}));
     }
     return ExitCode::Good;
 }

@@ -7,9 +7,12 @@
 #include <cstdio>
 
 #include "core/report/ReportLines.h"
+#include "ctl/Say.h"
 #include "ctl/Words.h"
 
 namespace ctl {
+
+using enum core::MoreText;
 
 ProgressLine::ProgressLine() {
     winsize size{};
@@ -34,13 +37,13 @@ std::string ProgressLine::Text(const BMessage& progress, size_t columns) {
                        std::to_string(percent) + "%";
     // What does not fit any more is left out, the most telling things come first.
     const auto add = [&](const std::string& part) {
-        if (Columns(text) + 2 + part.size() <= columns) text += "  " + part;
+        if (Columns(text) + 2 + Columns(part) <= columns) text += "  " + part;
     };
-    add(SizeWords(size) + " of " + SizeWords(maxSize));
+    add(core::FormatTextOf(kMoreCtlSizeOf, SizeWords(size), SizeWords(maxSize)));
     if (const int32_t remain = progress.Get<int32_t>("remain", 0); remain > 0) {
-        add(TimeWords(remain) + " left");
+        add(core::FormatTextOf(kMoreCtlTimeLeft, TimeWords(remain)));
     }
-    add(std::to_string(count) + "/" + std::to_string(maxCount) + " files");
+    add(core::FormatTextOf(kMoreCtlFilesOf, count, maxCount));
     if (const float speed = progress.Get<float>("speed", 0); speed > 0) {
         add(SizeWords(static_cast<int64_t>(speed)) + "/s");
     }

@@ -2,15 +2,18 @@
 
 #include "ctl/Commands.h"
 #include "ctl/Output.h"
+#include "ctl/Say.h"
 #include "ctl/ServerConnection.h"
 #include "ctl/Words.h"
 
 namespace ctl {
 
+using enum core::MoreText;
+
 ExitCode Reports(ServerConnection& server, bool json) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
     const auto list = server.Ask(BMessage(core::code::kListReports));
-    if (!list) return Fail("The backup server does not answer.");
+    if (!list) return Fail(kMoreServerSilent);
     auto document = nlohmann::ordered_json::array();
     for (int32_t i = 0; i < list->Count("report_id"); ++i) {
         const auto id = list->Get<int32_t>("report_id", 0, i);
@@ -24,14 +27,15 @@ ExitCode Reports(ServerConnection& server, bool json) {
                                 {"date", date},
                                 {"title", title}});
         } else {
-            std::printf("%6d  %-20s %-16s  %s\n", id, JobTypeWords(type), DateWords(date).c_str(),
-                        Printable(title).c_str());
+            std::printf("%6d  %s %-16s  %s\n", id,
+                        Padded(core::TextOf(core::JobTypeTextId(type)), 20).c_str(),
+                        DateWords(date).c_str(), Printable(title).c_str());
         }
     }
     if (json) {
         PrintJson(document);
     } else if (list->Count("report_id") == 0) {
-        std::printf("No reports.\n");
+        Say(kMoreCtlNoReports);
     }
     return ExitCode::Good;
 }
@@ -39,14 +43,14 @@ ExitCode Reports(ServerConnection& server, bool json) {
 ExitCode Report(ServerConnection& server, int32_t id, bool json) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
     const auto list = server.Ask(BMessage(core::code::kListReports));
-    if (!list) return Fail("The backup server does not answer.");
+    if (!list) return Fail(kMoreServerSilent);
     bool known = false;
     for (int32_t i = 0; i < list->Count("report_id"); ++i) {
         known = known || list->Get<int32_t>("report_id", 0, i) == id;
     }
-    if (!known) return Fail("There is no report " + std::to_string(id) + ".");
+    if (!known) return Fail(kMoreCtlNoSuchReport, id);
     const auto report = server.OpenReport(id);
-    if (!report) return Fail("The report cannot be read.");
+    if (!report) return Fail(kMoreCtlReportUnreadable);
     if (json) {
         PrintJson(ReportJson(*report));
     } else {

@@ -1,8 +1,11 @@
 #include "ctl/Words.h"
 
 #include <array>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
+
+#include "core/protocol/Codes.h"
 
 namespace ctl {
 
@@ -112,7 +115,32 @@ std::string JobIdWords(int32_t id) {
     return Format("%08x", static_cast<unsigned>(id));
 }
 
+std::optional<int32_t> ParseJobId(const std::string& text) {
+    int32_t id = 0;
+    const char* end = text.data() + text.size();
+    const auto [stop, problem] = std::from_chars(text.data(), end, id, text.size() == 8 ? 16 : 10);
+    if (problem != std::errc() || stop != end || id <= 0) return std::nullopt;
+    return id;
+}
+
+std::string Padded(const std::string& printable, size_t columns) {
+    const size_t used = Columns(printable);
+    return used < columns ? printable + std::string(columns - used, ' ') : printable;
+}
+
+std::string EntryLine(int64_t size, int64_t date, const std::string& name) {
+    const std::string words = size < 0 ? "-" : SizeWords(size);
+    return std::string(words.size() < 12 ? 12 - words.size() : 0, ' ') + words + "  " +
+           Padded(DateWords(date), 16) + "  " + Printable(name) + (size < 0 ? "/" : "");
+}
+
+const char* EntryTypeWords(int32_t type) {
+    constexpr std::array words{"backup", "file", "directory", "link", "volume"};
+    return words[type >= -1 && type <= 3 ? static_cast<size_t>(type + 1) : 1];
+}
+
 const char* JobTypeWords(int32_t type) {
+    if (type == static_cast<int32_t>(core::JobType::Verify)) return "Check";
     constexpr std::array words{
         "Unknown", "Full Backup", "Incremental Backup", "Differential Backup", "Restore",
         "Compare", "Insert"};

@@ -1,154 +1,235 @@
 // backupctl: backups from the command line, by the same server as the window.
-#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <atomic>
 #include <cstdio>
-#include <thread>
+#include <functional>
 
-#include "core/locale/KTLocale.h"
-#include "core/locale/MoreTexts.h"
-#include "core/locale/TextTable.h"
 #include "ctl/Commands.h"
+#include "ctl/Say.h"
 #include "ctl/ServerConnection.h"
+#include "kit/support/EndSignals.h"
 
 namespace {
 
-constexpr char kExamples[] =
-    R"(Examples:
-  Save a folder to a disk; the backup can be read without this program:
-      backupctl backup ~/Documents --to /media/disk/backups
-  Several folders, stronger compression, a name for the lists:
-      backupctl backup ~/Documents ~/Pictures --to /media/disk/backups \
-                --compress zstd:9 --title "Papers and pictures"
-  Put a job into the queue without starting it, look at the queue, start it:
-      backupctl backup /home --to /media/disk/backups --hold
-      backupctl jobs
-      backupctl continue 0000001a
-  See what happened:
-      backupctl reports
-      backupctl report 12
+using core::TextOf;
+using ctl::ExitCode;
+using enum core::MoreText;
 
-Jobs run in the backup server: they go on when the terminal is closed. Ctrl-C aborts the job.
-Exit status: 0 good, 3 done with problems (the report names them), 1 failed, 2 wrong usage.)";
-
-// Ctrl-C, on a thread of its own: while a backup is watched it is told so, twice; a command that
-// only asks is simply over.
-class Interrupts {
-public:
-    Interrupts(ctl::ServerConnection& server, int told)
-        : fThread([this, &server, told] { Wait(server, told); }) {}
-    ~Interrupts() {
-        fOver = true;
-        ::pthread_kill(fThread.native_handle(), SIGUSR1);
-        fThread.join();
-    }
-    static sigset_t Set() {
-        sigset_t set;
-        ::sigemptyset(&set);
-        for (const int number : {SIGINT, SIGTERM, SIGUSR1})
-            ::sigaddset(&set, number);
-        return set;
-    }
-
-private:
-    void Wait(ctl::ServerConnection& server, int told) {
-        const sigset_t set = Set();
-        for (;;) {
-            int number = 0;
-            if (::sigwait(&set, &number) != 0) continue;
-            if (fOver) return;
-            if (number == SIGUSR1) continue;  // somebody else's
-            if (told-- <= 0) ::_exit(static_cast<int>(ctl::ExitCode::Failed));
-            server.Interrupt();
-        }
-    }
-
-    std::atomic<bool> fOver = false;
-    std::thread fThread;
+// A command that was chosen: how it is run, and how often Ctrl-C tells it before it ends the
+// program.
+struct Chosen {
+    std::function<ExitCode(ctl::ServerConnection&)> run;
+    int told = 0;
 };
+constexpr int kToldOfJobs = 2;
+
+// All options of all commands, while the command line is read.
+struct Options {
+    bool json = false, verbose = false;
+    std::optional<int> passwordFd;
+    ctl::BackupOptions backup;
+    ctl::BrowseOptions browse;
+    ctl::FindOptions find;
+    ctl::RestoreOptions restore;
+    ctl::VerifyOptions verify;
+    ctl::DeleteOptions remove;
+    std::string job;
+    int32_t report = 0;
+};
+
+CLI::App* Add(CLI::App& app, const char* name, int32_t words, Chosen* chosen, Chosen choice) {
+    auto* command = app.add_subcommand(name, TextOf(words));
+    command->group(TextOf(kMoreCtlHelpCommands));
+    command->get_help_ptr()->group(TextOf(kMoreCtlHelpOptions));
+    command->callback([chosen, choice = std::move(choice)] { *chosen = choice; });
+    return command;
+}
+
+void AddPasswordFd(CLI::App* command, Options& options) {
+    command->add_option("--password-fd", options.passwordFd, TextOf(kMoreCtlHelpPasswordFd))
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber.description(""));
+}
+
+void AddVerbose(CLI::App* command, Options& options) {
+    command->add_flag("-v,--verbose", options.verbose, TextOf(kMoreCtlHelpVerbose));
+}
+
+void AddBackupCommand(CLI::App& app, Options& options, Chosen* chosen) {
+    const auto run = [&options](ctl::ServerConnection& server) {
+        options.backup.json = options.json;
+        options.backup.verbose = options.verbose;
+        options.backup.passwordFd = options.passwordFd;
+        return ctl::Backup(server, options.backup);
+    };
+    auto* command = Add(app, "backup", kMoreCtlHelpBackup, chosen, {run, kToldOfJobs});
+    auto& backup = options.backup;
+    command->add_option("PATH", backup.paths, TextOf(kMoreCtlHelpSources))
+        ->required()
+        ->type_name("");
+    command->add_option("--to", backup.target, TextOf(kMoreCtlHelpTarget))
+        ->required()
+        ->type_name("DIR");
+    command->add_option("--compress", backup.compress, TextOf(kMoreCtlHelpCompress))
+        ->type_name("HOW");
+    command->add_option("--title", backup.title, TextOf(kMoreCtlHelpTitle))->type_name("TITLE");
+    command->add_flag("--hold", backup.onHold, TextOf(kMoreCtlHelpHold));
+    command->add_flag("--protect", backup.protect, TextOf(kMoreCtlHelpProtect));
+    AddPasswordFd(command, options);
+    AddVerbose(command, options);
+    command->footer(TextOf(kMoreCtlHelpBackupNotes));
+}
+
+void AddBackupArgument(CLI::App* command, std::string& backup) {
+    command->add_option("BACKUP", backup, TextOf(kMoreCtlHelpWhichBackup))
+        ->required()
+        ->type_name("");
+}
+
+void AddCatalogueCommands(CLI::App& app, Options& options, Chosen* chosen) {
+    Add(app, "list", kMoreCtlHelpList, chosen,
+        {[&](ctl::ServerConnection& server) { return ctl::List(server, options.json); }});
+
+    auto* browse =
+        Add(app, "browse", kMoreCtlHelpBrowse, chosen, {[&](ctl::ServerConnection& server) {
+                options.browse.json = options.json;
+                options.browse.passwordFd = options.passwordFd;
+                return ctl::Browse(server, options.browse);
+            }});
+    AddBackupArgument(browse, options.browse.backup);
+    browse->add_option("PATH", options.browse.path, TextOf(kMoreCtlHelpBrowsePath))->type_name("");
+    AddPasswordFd(browse, options);
+
+    auto* find = Add(app, "find", kMoreCtlHelpFind, chosen, {[&](ctl::ServerConnection& server) {
+                         options.find.json = options.json;
+                         return ctl::Find(server, options.find);
+                     }});
+    find->add_option("TEXT", options.find.text, TextOf(kMoreCtlHelpFindText))
+        ->required()
+        ->type_name("");
+    find->add_option("--max", options.find.most, TextOf(kMoreCtlHelpFindMax))
+        ->type_name("N")
+        ->check(CLI::Range(1, 10'000));
+}
+
+void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
+    auto* restore = Add(app, "restore", kMoreCtlHelpRestore, chosen,
+                        {[&](ctl::ServerConnection& server) {
+                             options.restore.json = options.json;
+                             options.restore.verbose = options.verbose;
+                             options.restore.passwordFd = options.passwordFd;
+                             return ctl::Restore(server, options.restore);
+                         },
+                         kToldOfJobs});
+    AddBackupArgument(restore, options.restore.backup);
+    restore->add_option("PATH", options.restore.paths, TextOf(kMoreCtlHelpRestorePath))
+        ->required()
+        ->type_name("");
+    restore->add_option("--to", options.restore.target, TextOf(kMoreCtlHelpRestoreTo))
+        ->type_name("DIR");
+    restore->add_option("--overwrite", options.restore.overwrite, TextOf(kMoreCtlHelpOverwrite))
+        ->type_name("no|older|rename|yes");
+    AddPasswordFd(restore, options);
+    AddVerbose(restore, options);
+    restore->footer(TextOf(kMoreCtlHelpRestoreNotes));
+
+    auto* verify = Add(app, "verify", kMoreCtlHelpVerify, chosen,
+                       {[&](ctl::ServerConnection& server) {
+                            options.verify.json = options.json;
+                            options.verify.verbose = options.verbose;
+                            options.verify.passwordFd = options.passwordFd;
+                            return ctl::Verify(server, options.verify);
+                        },
+                        kToldOfJobs});
+    AddBackupArgument(verify, options.verify.backup);
+    AddPasswordFd(verify, options);
+    AddVerbose(verify, options);
+
+    auto* remove =
+        Add(app, "delete", kMoreCtlHelpDelete, chosen, {[&](ctl::ServerConnection& server) {
+                options.remove.json = options.json;
+                return ctl::Delete(server, options.remove);
+            }});
+    remove->add_option("BACKUP", options.remove.backups, TextOf(kMoreCtlHelpWhichBackup))
+        ->required()
+        ->type_name("");
+    remove->add_flag("--with-data", options.remove.withData, TextOf(kMoreCtlHelpWithData));
+    remove->add_flag("--yes", options.remove.yes, TextOf(kMoreCtlHelpYes));
+}
+
+void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
+    Add(app, "jobs", kMoreCtlHelpJobs, chosen,
+        {[&](ctl::ServerConnection& server) { return ctl::Jobs(server, options.json); }});
+    const auto addControl = [&](const char* name, int32_t words, ctl::JobCommand what) {
+        auto* command =
+            Add(app, name, words, chosen, {[&options, what](ctl::ServerConnection& server) {
+                    return ctl::Control(server, what, options.job, options.json);
+                }});
+        command->add_option("JOB", options.job, TextOf(kMoreCtlHelpWhichJob))
+            ->required()
+            ->type_name("");
+    };
+    addControl("pause", kMoreCtlHelpPause, ctl::JobCommand::Pause);
+    addControl("continue", kMoreCtlHelpContinue, ctl::JobCommand::Continue);
+    addControl("abort", kMoreCtlHelpAbort, ctl::JobCommand::Abort);
+
+    Add(app, "reports", kMoreCtlHelpReports, chosen,
+        {[&](ctl::ServerConnection& server) { return ctl::Reports(server, options.json); }});
+    auto* report =
+        Add(app, "report", kMoreCtlHelpReport, chosen, {[&](ctl::ServerConnection& server) {
+                return ctl::Report(server, options.report, options.json);
+            }});
+    report->add_option("N", options.report, TextOf(kMoreCtlHelpWhichReport))
+        ->required()
+        ->type_name("");
+}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    using ctl::ExitCode;
-    CLI::App app("Backups from the command line.", "backupctl");
+    ctl::UseLanguageOfEnvironment(BApplication::ProgramFolder());
+    Options options;
+    Chosen chosen;
+    CLI::App app(TextOf(kMoreCtlHelpProgram), "backupctl");
     app.require_subcommand(1);
-    app.footer(kExamples);
-    bool json = false;
-
-    ctl::BackupOptions backup;
-    auto* backupCommand =
-        app.add_subcommand("backup", "Back up files and folders, and wait for the end");
-    backupCommand->add_option("PATH", backup.paths, "What to save: files and folders")
-        ->required()
-        ->type_name("");
-    backupCommand->add_option("--to", backup.target, "The folder where backups lie")
-        ->required()
-        ->type_name("DIR");
-    backupCommand
-        ->add_option("--compress", backup.compress,
-                     "none, zstd, or zstd:1 (quick) to zstd:19 (small); zstd is zstd:3")
-        ->type_name("HOW");
-    backupCommand->add_option("--title", backup.title, "The name of the job in lists and reports")
-        ->type_name("TITLE");
-    backupCommand->add_flag("--hold", backup.onHold,
-                            "Put the job into the queue, but do not start it");
-    backupCommand->add_flag("-v,--verbose", backup.verbose, "Print the whole report at the end");
-    backupCommand->footer(
-        "A link is saved as a link, unless a / follows it. Nothing below /var of the system\n"
-        "volume is saved unless it is named.");
-
-    auto* jobsCommand = app.add_subcommand("jobs", "List the jobs that wait or run");
-    std::string job;
-    const auto addJobCommand = [&](const char* name, const char* words) {
-        auto* command = app.add_subcommand(name, words);
-        command->add_option("JOB", job, "The job's number as 'backupctl jobs' shows it")
-            ->required();
-        return command;
-    };
-    auto* pauseCommand = addJobCommand("pause", "Pause a job, whether it waits or runs");
-    auto* continueCommand = addJobCommand("continue", "Let a paused job go on");
-    auto* abortCommand =
-        addJobCommand("abort", "Abort a job, or take a waiting one out of the queue");
-
-    auto* reportsCommand = app.add_subcommand("reports", "List the reports of earlier jobs");
-    int32_t report = 0;
-    auto* reportCommand = app.add_subcommand("report", "Print a report");
-    reportCommand->add_option("N", report, "The report's number as 'backupctl reports' shows it")
-        ->required()
-        ->type_name("");
-
+    app.option_defaults()->group(TextOf(kMoreCtlHelpOptions));
+    app.set_help_flag("-h,--help", TextOf(kMoreCtlHelpHelp));
+    for (const auto& [label, words] : {std::pair("Usage", kMoreCtlHelpUsage),
+                                       {"OPTIONS", kMoreCtlHelpOptions},
+                                       {"Positionals", kMoreCtlHelpArguments},
+                                       {"SUBCOMMAND", kMoreCtlHelpCommands},
+                                       {"REQUIRED", kMoreCtlHelpRequired}}) {
+        app.get_formatter()->label(label, TextOf(words));
+    }
+    app.footer(TextOf(kMoreCtlHelpExamples));
+    AddBackupCommand(app, options, &chosen);
+    AddCatalogueCommands(app, options, &chosen);
+    AddRestoreCommands(app, options, &chosen);
+    AddJobCommands(app, options, &chosen);
     for (auto* command : app.get_subcommands({})) {
-        command->add_flag("--json", json, "Print JSON for programs");
+        command->add_flag("--json", options.json, TextOf(kMoreCtlHelpJson));
     }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& problem) {
         return app.exit(problem) == 0 ? 0 : static_cast<int>(ExitCode::Usage);
     }
-    backup.json = json;
 
-    auto* locale = KTLocale::GetInstance();
-    locale->SetDefaultText(core::kTextTable.data(), core::kTextCount, "English");
-    locale->SetMoreText(core::kMoreTextTable.data(), core::kMoreTextCount);
-
-    const sigset_t signals = Interrupts::Set();
-    ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    kit::EndSignals::Block();
     ::signal(SIGPIPE, SIG_IGN);
     ctl::ServerConnection server;
     ExitCode code = ExitCode::Failed;
     {
-        const Interrupts interrupts(server, *backupCommand ? 2 : 0);
-        if (*backupCommand) code = ctl::Backup(server, backup);
-        if (*jobsCommand) code = ctl::Jobs(server, json);
-        if (*pauseCommand) code = ctl::Control(server, ctl::JobCommand::Pause, job, json);
-        if (*continueCommand) code = ctl::Control(server, ctl::JobCommand::Continue, job, json);
-        if (*abortCommand) code = ctl::Control(server, ctl::JobCommand::Abort, job, json);
-        if (*reportsCommand) code = ctl::Reports(server, json);
-        if (*reportCommand) code = ctl::Report(server, report, json);
+        // A command that only asks is simply over.
+        std::atomic<int> told = chosen.told;
+        const kit::EndSignals interrupts([&] {
+            if (told-- <= 0) ::_exit(static_cast<int>(ExitCode::Failed));
+            server.Interrupt();
+        });
+        code = chosen.run(server);
     }
     std::fflush(stdout);
     return static_cast<int>(code);

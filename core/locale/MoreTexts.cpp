@@ -49,6 +49,144 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreInsertLater */ "Inserting backups from a medium is part of a later version.",
     /* kMoreOldPlace */ "where it was backed up from",
     /* kMoreCatalogue */ "Backups",
+    /* kMoreCtlUnreachable */ "The backup server cannot be reached.",
+    /* kMoreCtlServerEnded */ "The backup server ended before it was done.",
+    /* kMoreCtlNotWaiting */ "Not waiting any longer.",
+    /* kMoreCtlOnHold */ "Job %s is on hold. Start it by: backupctl continue %s",
+    /* kMoreCtlDeletedEarly */ "The job was deleted before it started.",
+    /* kMoreCtlPaused */ "Paused. Go on by: backupctl continue %s",
+    /* kMoreCtlAborting */ "Aborting the job. Once more to leave without waiting for it.",
+    /* kMoreCtlEndGood */ "good",
+    /* kMoreCtlEndAborted */ "aborted",
+    /* kMoreCtlEndFailed */ "failed",
+    /* kMoreCtlEndProblems */ "done with problems",
+    /* kMoreCtlEndAbnormal */ "abnormal end",
+    /* kMoreCtlJobEnded */ "Job %s: %s",
+    /* kMoreCtlJobSaved */ "Job %s: %s, saved as %s",
+    /* kMoreCtlNoSuchBackup */ "There is no backup '%s'. 'backupctl list' shows them all.",
+    /* kMoreCtlSeveralBackups */ "'%s' means several backups. Name one of them:",
+    /* kMoreCtlEmptyFolder */ "Nothing is in it.",
+    /* kMoreCtlEmptyBackup */ "The backup '%s' is empty.",
+    /* kMoreCtlNotInBackup */ "'%s' is not in the backup '%s'.",
+    /* kMoreCtlNoTerminal */
+    "There is no terminal to ask for the password. Give it by --password-fd.",
+    /* kMoreCtlNoPasswordThere */ "There is no password to read from the file descriptor %ld.",
+    /* kMoreCtlNewPassword */ "Password of the backup:",
+    /* kMoreCtlRepeatPassword */ "The same again:",
+    /* kMoreCtlEmptyPassword */ "An empty password protects nothing.",
+    /* kMoreCtlPasswordsDiffer */ "They are not the same. Try again.",
+    /* kMoreCtlWrongPassword */ "The password is wrong.",
+    /* kMoreCtlBadOverwrite */ "'%s' is not no, older, rename or yes.",
+    /* kMoreCtlNamesakes */
+    "Several of these are called '%s' and would go to the same place. Restore them one by one.",
+    /* kMoreCtlBackupTitle */ "Backup of %s",
+    /* kMoreCtlRestoreTitle */ "Restore of %s",
+    /* kMoreCtlVerifyTitle */ "Check of %s",
+    /* kMoreCtlSayYes */ "Nobody can be asked here: say --yes to delete.",
+    /* kMoreCtlReallyEntries */ "Forget these backups? Their data stays where it is. [y/N]",
+    /* kMoreCtlReallyWithData */ "Delete these backups with all their data? [y/N]",
+    /* kMoreCtlNothingDeleted */ "Nothing was deleted.",
+    /* kMoreCtlDeleted */ "Deleted: %s",
+    /* kMoreCtlBadFindText */ "Say a part of a name: not nothing, and without a '/'.",
+    /* kMoreCtlNothingFound */ "No backup has a file or folder with '%s' in its name.",
+    /* kMoreCtlMoreFound */ "There are more than these %ld. Say more of the name, or --max.",
+    /* kMoreCtlIsLink */
+    "Note: %s is a link: the link itself is saved. Add a / to save what it points to.",
+    /* kMoreCtlOtherVolume */
+    "Note: %s is a volume of its own and not part of %s. Name it besides to save it too.",
+    /* kMoreCtlVarNamed */ "Note: Nothing below /var is saved as a rule; you named it, so it is.",
+    /* kMoreCtlNoJobNumber */ "'%s' is not the number of a job.",
+    /* kMoreCtlNoSuchJob */ "There is no job %s.",
+    /* kMoreCtlUnfitJob */ "Job %s is in the state '%s': that cannot be done now.",
+    /* kMoreCtlJobStays */ "Job %s does not end. It was told to.",
+    /* kMoreCtlJobState */ "Job %s: %s",
+    /* kMoreCtlJobRemoved */ "Removed",
+    /* kMoreCtlNoJobs */ "No jobs.",
+    /* kMoreCtlNoReports */ "No reports.",
+    /* kMoreCtlNoSuchReport */ "There is no report %ld.",
+    /* kMoreCtlReportUnreadable */ "The report cannot be read.",
+    /* kMoreCtlSizeOf */ "%s of %s",
+    /* kMoreCtlTimeLeft */ "%s left",
+    /* kMoreCtlFilesOf */ "%ld/%ld files",
+    /* kMoreCtlHelpProgram */ "Backups from the command line.",
+    /* kMoreCtlHelpHelp */ "Print this help",
+    /* kMoreCtlHelpUsage */ "Usage",
+    /* kMoreCtlHelpOptions */ "Options",
+    /* kMoreCtlHelpArguments */ "Arguments",
+    /* kMoreCtlHelpCommands */ "Commands",
+    /* kMoreCtlHelpRequired */ "REQUIRED",
+    /* kMoreCtlHelpJson */ "Print JSON for programs",
+    /* kMoreCtlHelpVerbose */ "Print the whole report at the end",
+    /* kMoreCtlHelpPasswordFd */
+    "Read the password from this file descriptor, not from the terminal",
+    /* kMoreCtlHelpBackup */ "Back up files and folders, and wait for the end",
+    /* kMoreCtlHelpSources */ "What to save: files and folders",
+    /* kMoreCtlHelpTarget */ "The folder where backups lie",
+    /* kMoreCtlHelpCompress */ "none, zstd, or zstd:1 (quick) to zstd:19 (small); zstd is zstd:3",
+    /* kMoreCtlHelpTitle */ "The name of the job in lists and reports",
+    /* kMoreCtlHelpHold */ "Put the job into the queue, but do not start it",
+    /* kMoreCtlHelpProtect */ "Ask for a password; without it nobody can read the backup",
+    /* kMoreCtlHelpBackupNotes */
+    "A link is saved as a link, unless a / follows it. Nothing below /var of the system\n"
+    "volume is saved unless it is named.",
+    /* kMoreCtlHelpWhichBackup */
+    "A backup: its name or its job's number as 'backupctl list' shows them, or its title",
+    /* kMoreCtlHelpList */ "List the backups",
+    /* kMoreCtlHelpBrowse */ "List what is in a backup",
+    /* kMoreCtlHelpBrowsePath */ "A folder in it: /Volume/folder, or a path of this machine",
+    /* kMoreCtlHelpFind */ "Find files and folders by a part of their names, in all backups",
+    /* kMoreCtlHelpFindText */ "The part of the name; small and capital letters are the same",
+    /* kMoreCtlHelpFindMax */ "List at most so many",
+    /* kMoreCtlHelpRestore */ "Bring back files and folders, and wait for the end",
+    /* kMoreCtlHelpRestorePath */
+    "What to bring back: /Volume/path or a path of this machine; / is all of it",
+    /* kMoreCtlHelpRestoreTo */ "The folder into which it goes; without it to where it was",
+    /* kMoreCtlHelpOverwrite */
+    "What happens to files that are there: no (they stay), older (only older ones are replaced), "
+    "rename (they get another name), yes (they are replaced)",
+    /* kMoreCtlHelpRestoreNotes */
+    "With --to each PATH gets its own name in that folder, as cp does it. Without\n"
+    "--overwrite nothing that is there is touched.",
+    /* kMoreCtlHelpVerify */ "Read a backup through and compare all checksums; writes nothing",
+    /* kMoreCtlHelpDelete */ "Forget backups, or delete them with their data",
+    /* kMoreCtlHelpWithData */ "Delete the data, too; without it only the entry in the lists goes",
+    /* kMoreCtlHelpYes */ "Do not ask",
+    /* kMoreCtlHelpJobs */ "List the jobs that wait or run",
+    /* kMoreCtlHelpWhichJob */ "The job's number as 'backupctl jobs' shows it",
+    /* kMoreCtlHelpPause */ "Pause a job, whether it waits or runs",
+    /* kMoreCtlHelpContinue */ "Let a paused job go on",
+    /* kMoreCtlHelpAbort */ "Abort a job, or take a waiting one out of the queue",
+    /* kMoreCtlHelpReports */ "List the reports of earlier jobs",
+    /* kMoreCtlHelpReport */ "Print a report",
+    /* kMoreCtlHelpWhichReport */ "The report's number as 'backupctl reports' shows it",
+    /* kMoreCtlHelpExamples */
+    "Examples:\n"
+    "  Save a folder to a disk; the backup can be read without this program:\n"
+    "      backupctl backup ~/Documents --to /media/disk/backups\n"
+    "  Several folders, stronger compression, a name for the lists, a password:\n"
+    "      backupctl backup ~/Documents ~/Pictures --to /media/disk/backups \\\n"
+    "                --compress zstd:9 --title \"Papers and pictures\" --protect\n"
+    "  Find a lost file, look around in its backup, bring it back beside the others:\n"
+    "      backupctl find budget\n"
+    "      backupctl browse \"Papers and pictures\" ~/Documents\n"
+    "      backupctl restore \"Papers and pictures\" ~/Documents/budget.ods --to ~/found\n"
+    "  Bring back a folder to where it was, but replace only older files:\n"
+    "      backupctl restore 0000001a ~/Pictures --overwrite older\n"
+    "  See that a backup is whole; delete it with its data:\n"
+    "      backupctl list\n"
+    "      backupctl verify 20261122T201530-0000001a\n"
+    "      backupctl delete 20261122T201530-0000001a --with-data\n"
+    "  Put a job into the queue without starting it, look at the queue, start it:\n"
+    "      backupctl backup /home --to /media/disk/backups --hold\n"
+    "      backupctl jobs\n"
+    "      backupctl continue 0000001a\n"
+    "  See what happened:\n"
+    "      backupctl reports\n"
+    "      backupctl report 12\n"
+    "\n"
+    "Jobs run in the backup server: they go on when the terminal is closed. Ctrl-C aborts the "
+    "job.\n"
+    "Exit status: 0 good, 3 done with problems (the report names them), 1 failed, 2 wrong usage.",
 };
 
 }  // namespace core

@@ -56,6 +56,104 @@ enum MoreText : int32_t {
     kMoreInsertLater,        // in place of the insert dialog
     kMoreOldPlace,           // landing of a whole backup
     kMoreCatalogue,          // spoken name of the catalogue
+    kMoreCtlUnreachable,     // command line, from here on
+    kMoreCtlServerEnded,
+    kMoreCtlNotWaiting,
+    kMoreCtlOnHold,  // s, s the job's number
+    kMoreCtlDeletedEarly,
+    kMoreCtlPaused,  // s the job's number
+    kMoreCtlAborting,
+    kMoreCtlEndGood,  // how a job ended, in this order
+    kMoreCtlEndAborted,
+    kMoreCtlEndFailed,
+    kMoreCtlEndProblems,
+    kMoreCtlEndAbnormal,
+    kMoreCtlJobEnded,        // s number, s how
+    kMoreCtlJobSaved,        // s number, s how, s the backup
+    kMoreCtlNoSuchBackup,    // s what was typed
+    kMoreCtlSeveralBackups,  // s what was typed; a list follows
+    kMoreCtlEmptyFolder,
+    kMoreCtlEmptyBackup,  // s the backup
+    kMoreCtlNotInBackup,  // s what was typed, s the backup
+    kMoreCtlNoTerminal,
+    kMoreCtlNoPasswordThere,  // ld the descriptor
+    kMoreCtlNewPassword,      // question
+    kMoreCtlRepeatPassword,   // question
+    kMoreCtlEmptyPassword,
+    kMoreCtlPasswordsDiffer,
+    kMoreCtlWrongPassword,
+    kMoreCtlBadOverwrite,  // s what was typed
+    kMoreCtlNamesakes,     // s the name
+    kMoreCtlBackupTitle,   // s what is saved
+    kMoreCtlRestoreTitle,  // s the backup's title
+    kMoreCtlVerifyTitle,   // s the backup's title
+    kMoreCtlSayYes,
+    kMoreCtlReallyEntries,   // question, answered by a letter
+    kMoreCtlReallyWithData,  // question, answered by a letter
+    kMoreCtlNothingDeleted,
+    kMoreCtlDeleted,  // s the backup
+    kMoreCtlBadFindText,
+    kMoreCtlNothingFound,  // s what was typed
+    kMoreCtlMoreFound,     // ld how many were listed
+    kMoreCtlIsLink,        // s the path
+    kMoreCtlOtherVolume,   // s the volume, s the folder
+    kMoreCtlVarNamed,
+    kMoreCtlNoJobNumber,  // s what was typed
+    kMoreCtlNoSuchJob,    // s number
+    kMoreCtlUnfitJob,     // s number, s state
+    kMoreCtlJobStays,     // s number
+    kMoreCtlJobState,     // s number, s state
+    kMoreCtlJobRemoved,   // state of a job that is gone
+    kMoreCtlNoJobs,
+    kMoreCtlNoReports,
+    kMoreCtlNoSuchReport,  // ld number
+    kMoreCtlReportUnreadable,
+    kMoreCtlSizeOf,       // progress: s, s sizes
+    kMoreCtlTimeLeft,     // progress: s time
+    kMoreCtlFilesOf,      // progress: ld, ld
+    kMoreCtlHelpProgram,  // help of the command line, from here on
+    kMoreCtlHelpHelp,
+    kMoreCtlHelpUsage,  // labels of the help
+    kMoreCtlHelpOptions,
+    kMoreCtlHelpArguments,
+    kMoreCtlHelpCommands,
+    kMoreCtlHelpRequired,
+    kMoreCtlHelpJson,
+    kMoreCtlHelpVerbose,
+    kMoreCtlHelpPasswordFd,
+    kMoreCtlHelpBackup,
+    kMoreCtlHelpSources,
+    kMoreCtlHelpTarget,
+    kMoreCtlHelpCompress,
+    kMoreCtlHelpTitle,
+    kMoreCtlHelpHold,
+    kMoreCtlHelpProtect,
+    kMoreCtlHelpBackupNotes,
+    kMoreCtlHelpWhichBackup,
+    kMoreCtlHelpList,
+    kMoreCtlHelpBrowse,
+    kMoreCtlHelpBrowsePath,
+    kMoreCtlHelpFind,
+    kMoreCtlHelpFindText,
+    kMoreCtlHelpFindMax,
+    kMoreCtlHelpRestore,
+    kMoreCtlHelpRestorePath,
+    kMoreCtlHelpRestoreTo,
+    kMoreCtlHelpOverwrite,
+    kMoreCtlHelpRestoreNotes,
+    kMoreCtlHelpVerify,
+    kMoreCtlHelpDelete,
+    kMoreCtlHelpWithData,
+    kMoreCtlHelpYes,
+    kMoreCtlHelpJobs,
+    kMoreCtlHelpWhichJob,
+    kMoreCtlHelpPause,
+    kMoreCtlHelpContinue,
+    kMoreCtlHelpAbort,
+    kMoreCtlHelpReports,
+    kMoreCtlHelpReport,
+    kMoreCtlHelpWhichReport,
+    kMoreCtlHelpExamples,
     kMoreEnd
 };
 

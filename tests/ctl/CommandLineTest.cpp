@@ -5,6 +5,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+#include "tests/support/MadeCatalogue.h"
 #include "tests/support/ServerHouse.h"
 
 namespace {
@@ -19,6 +20,7 @@ protected:
         const std::string built = VELMORA_PROGRAM_DIR;
         std::filesystem::copy_file(built + "/backupctl", house.Program() + "/backupctl");
         std::filesystem::create_directory_symlink(built + "/lib", house.Program() + "/lib");
+        std::filesystem::create_directory_symlink(built + "/locale", house.Program() + "/locale");
         source = house.Root() + "/source";
         std::filesystem::create_directory(source);
     }
@@ -95,7 +97,15 @@ TEST_F(CommandLineTest, WrongUse) {
              {"pause"},
              {"pause", "abc"},
              {"pause", "-1"},
-             {"report", "x"}}) {
+             {"report", "x"},
+             {"restore", "1"},
+             {"restore", "1", "/", "--overwrite", "perhaps"},
+             {"verify", "1", "--password", "secret"},
+             {"browse", "1", "--password-fd", "-1"},
+             {"find", ""},
+             {"find", "folder/file"},
+             {"find", "x", "--max", "0"},
+             {"delete", "1"}}) {
         EXPECT_EQ(Run(arguments), 2) << Output();
         EXPECT_FALSE(Output().empty());
     }
@@ -135,6 +145,68 @@ TEST_F(CommandLineTest, InterruptAbortsTheJobAndWaitsForItsEnd) {
     EXPECT_EQ(ServerHouse::WaitForEnd(process), 1);
     EXPECT_NE(Output().find(": aborted"), std::string::npos) << Output();
     EXPECT_EQ(RunJson({"jobs"}).size(), 0u);
+}
+
+TEST_F(CommandLineTest, BackupsAreListedBrowsedFoundAndDeleted) {
+    const std::string odd = "line\nfeed \xff";
+    const auto papers = tests::AddCatalogue(
+        house.Data(), {1, core::JobType::Full, 0, "Papers", {"Budget 2026", odd, "letter"}});
+    const auto more = tests::AddCatalogue(
+        house.Data(), {2, core::JobType::Incremental, 1, "Papers", {"budget.old"}});
+    const json list = RunJson({"list"});
+    ASSERT_EQ(list.size(), 2u);
+    EXPECT_EQ(list[0]["name"], papers);
+    EXPECT_EQ(list[1]["type"], "Incremental Backup");
+    EXPECT_EQ(list[1]["base_id"], 1);
+
+    const json tree = RunJson({"browse", papers, "Data/folder"});
+    ASSERT_EQ(tree.size(), 3u);
+    EXPECT_EQ(tree[0]["path"], "/Data/folder/Budget 2026");
+    EXPECT_EQ(tree[0]["type"], "file");
+    EXPECT_EQ(tree[0]["size"], 11);
+    EXPECT_EQ(RunJson({"browse", "1"})[0]["type"], "volume");
+    EXPECT_EQ(RunJson({"browse", "00000001", "/Data/folder/letter"}).size(), 1u);
+    EXPECT_EQ(Run({"browse", "1", "/Data/folder"}), 0);
+    EXPECT_NE(Output().find("line\\x0afeed \\xff\n"), std::string::npos) << Output();
+    EXPECT_EQ(Run({"browse", "1", "/Data/missing"}), 1);
+    EXPECT_NE(Output().find("'/Data/missing' is not in the backup"), std::string::npos) << Output();
+    EXPECT_EQ(Run({"browse", "Papers"}), 1);
+    EXPECT_NE(Output().find("means several backups"), std::string::npos) << Output();
+    EXPECT_NE(Output().find(more), std::string::npos) << Output();
+
+    json found = RunJson({"find", "BUDGET"});
+    EXPECT_FALSE(found["more"]);
+    ASSERT_EQ(found["found"].size(), 2u);
+    EXPECT_EQ(found["found"][0]["backup"], more);  // the newest first
+    EXPECT_EQ(found["found"][1]["path"], "/Data/folder/Budget 2026");
+    found = RunJson({"find", "e", "--max", "1"});
+    EXPECT_TRUE(found["more"]);
+    EXPECT_EQ(found["found"].size(), 1u);
+
+    EXPECT_EQ(Run({"delete", "1", "--yes"}), 1);
+    EXPECT_NE(Output().find("is built on it"), std::string::npos) << Output();
+    EXPECT_EQ(Run({"delete", "1", "2", papers, "--yes", "--with-data"}), 1);  // the data is away
+    EXPECT_EQ(RunJson({"list"}).size(), 2u);
+    EXPECT_EQ(RunJson({"delete", "1", "2", papers, "--yes"})["deleted"].size(), 2u);
+    EXPECT_EQ(Run({"list"}), 0);
+    EXPECT_EQ(Output(), "There are no backups yet.\n");
+    EXPECT_EQ(Run({"verify", papers}), 1);
+    EXPECT_NE(Output().find("There is no backup"), std::string::npos) << Output();
+}
+
+TEST_F(CommandLineTest, SpeaksTheLanguageOfTheEnvironmentButNotToPrograms) {
+    tests::AddCatalogue(house.Data(), {1, core::JobType::Full, 0, "Papiere", {"a"}});
+    house.language = "de_DE.UTF-8";
+    EXPECT_EQ(Run({"jobs"}), 0);
+    EXPECT_EQ(Output(), "Keine Aufträge.\n");
+    EXPECT_EQ(Run({"list"}), 0);
+    EXPECT_NE(Output().find("Vollsicherung"), std::string::npos) << Output();
+    EXPECT_EQ(RunJson({"list"})[0]["type"], "Full Backup");
+    EXPECT_EQ(RunJson({"backup", source, "--to", "/target", "--title", "script:"})["status"],
+              "good");
+    EXPECT_EQ(Run({"restore", "--help"}), 0);
+    EXPECT_NE(Output().find("Aufruf: backupctl restore [Optionen]"), std::string::npos) << Output();
+    EXPECT_EQ(Output().find("Options"), std::string::npos) << Output();
 }
 
 TEST_F(CommandLineTest, ALargeReportAndOneJsonDocument) {

@@ -51,6 +51,7 @@ public:
     std::string Data() const { return ServerFolder() + "/data"; }
     std::string RunDirectory() const { return fRoot + "/r/velmora-backup"; }
     int32_t Team() const { return fServer; }
+    std::string language = "C";  // of what is started, as in LC_ALL
 
     // Starts a program with the house's environment; its process id.
     pid_t Spawn(const std::string& program, const std::vector<std::string>& arguments = {},
@@ -65,6 +66,7 @@ public:
         if (child != 0) return child;
         ::putenv(const_cast<char*>(runtime.c_str()));
         ::putenv(const_cast<char*>(data.c_str()));
+        ::setenv("LC_ALL", language.c_str(), 1);
         if (output >= 0) {
             ::dup2(output, STDOUT_FILENO);
             ::dup2(output, STDERR_FILENO);

@@ -1,0 +1,251 @@
+#include "ctl/JobWatch.h"
+
+#include "core/protocol/LineTypes.h"
+#include "core/protocol/Texts.h"
+#include "core/report/ReportLines.h"
+#include "ctl/Output.h"
+#include "ctl/ProgressLine.h"
+#include "ctl/Say.h"
+#include "ctl/ServerConnection.h"
+#include "ctl/Words.h"
+
+namespace ctl {
+
+using core::JobEnd;
+using enum core::MoreText;
+
+namespace {
+
+// One submitted job, from the server's "inserted" to its end, as seen from here.
+class Watch {
+public:
+    Watch(ServerConnection& server, const WatchOptions& options)
+        : fServer(server), fOptions(options) {}
+
+    ExitCode UntilTheEnd();
+
+private:
+    using Event = ServerConnection::Event;
+
+    void Take(BMessage& message);
+    bool IsOurs(const BMessage& message) const {
+        return fJob != 0 && message.Get<int32_t>("job_id", 0) == fJob;
+    }
+    void Progress(const BMessage& message);
+    void Interrupted();
+    ExitCode Refused();
+    ExitCode Result();
+    bool IsDone(const std::optional<BMessage>& report) const;
+
+    ServerConnection& fServer;
+    const WatchOptions& fOptions;
+    ProgressLine fProgress;
+    std::chrono::steady_clock::time_point fPrinted{};
+    int32_t fJob = 0;     // 0: not accepted yet
+    int32_t fReport = 0;  // 0: none yet
+    std::string fBackup;  // the name of the finished backup
+    bool fStarted = false, fAborting = false, fRefused = false, fRemoved = false;
+    std::optional<JobEnd> fEnd;
+};
+
+ExitCode Watch::UntilTheEnd() {
+    constexpr std::chrono::hours kAnyTime{24};
+    while (!fEnd) {
+        auto event = fServer.Next(kAnyTime);
+        if (!event) continue;
+        if (event->kind == Event::Kind::ServerGone) {
+            fProgress.Clear();
+            return Fail(kMoreCtlServerEnded);
+        }
+        if (event->kind == Event::Kind::Interrupt) {
+            if (fAborting) return Fail(kMoreCtlNotWaiting);
+            Interrupted();
+            continue;
+        }
+        Take(event->message);
+        if (fRefused) return Refused();
+        if (fJob != 0 && fOptions.onHold) {
+            if (fOptions.json) {
+                PrintJson({{"job_id", fJob}, {"status", "on hold"}});
+            } else {
+                Say(kMoreCtlOnHold, JobIdWords(fJob), JobIdWords(fJob));
+            }
+            return ExitCode::Good;
+        }
+        if (fRemoved && !fStarted) return Fail(kMoreCtlDeletedEarly);
+    }
+    fProgress.Clear();
+    return Result();
+}
+
+void Watch::Take(BMessage& message) {
+    using namespace core::code;
+    switch (message.what) {
+        case kJobInserted:
+            if (fJob == 0 && message.Get<int32_t>("client_id", 0) == fServer.Team()) {
+                fJob = message.Get<int32_t>("job_id", 0);
+                if (fAborting) Interrupted();
+            }
+            break;
+        case kJobStarted:
+            if (!IsOurs(message)) break;
+            fStarted = true;
+            {
+                BMessage accept(kAcceptStatus);
+                accept.Add("job_id", fJob);
+                accept.Add("user", BMessenger(&fServer));
+                message.SendReply(std::move(accept));
+            }
+            break;
+        case kJobProgress:
+            if (IsOurs(message)) Progress(message);
+            break;
+        case kJobFinished:
+            if (IsOurs(message)) {
+                fEnd = static_cast<JobEnd>(message.Get<int32_t>("status", 3));
+            }
+            break;
+        case kJobChanged:
+            if (IsOurs(message) && !fOptions.json &&
+                message.Get<int32_t>("jobstatus", 0) ==
+                    static_cast<int32_t>(core::JobStatus::Paused)) {
+                fProgress.Clear();
+                Say(kMoreCtlPaused, JobIdWords(fJob));
+            }
+            break;
+        case kJobRemoved:
+            if (IsOurs(message)) fRemoved = true;
+            break;
+        case kCatalogue:
+            if (IsOurs(message)) fBackup = message.Get("name", std::string());
+            break;
+        case kReportInserted:
+            if (IsOurs(message)) fReport = message.Get<int32_t>("report_id", 0);
+            if (fJob == 0 && message.Get<int32_t>("client_id", 0) == fServer.Team()) {
+                fReport = message.Get<int32_t>("report_id", 0);
+                fRefused = true;
+            }
+            break;
+        default:
+            break;
+    }
+}
+
+void Watch::Progress(const BMessage& message) {
+    if (fOptions.json) return;
+    constexpr std::chrono::seconds kPlainPeriod{10};
+    const auto type = static_cast<core::LineType>(message.Get<int32_t>("linetype", 0));
+    const auto now = std::chrono::steady_clock::now();
+    if (type == core::LineType::Progress && fProgress.IsOnTerminal()) {
+        fProgress.Show(message);
+    } else if (type == core::LineType::Progress && now - fPrinted >= kPlainPeriod) {
+        if (fPrinted != std::chrono::steady_clock::time_point()) {
+            std::printf("%s\n", ProgressLine::Text(message, 200).c_str());
+            std::fflush(stdout);
+        }
+        fPrinted = now;
+    } else if (type == core::LineType::Volume) {
+        fProgress.Clear();
+        const std::string text = Printable(core::ReportLineText(message));
+        // A backup's line is the volume's name; a line of the others says all by itself.
+        if (core::IsBackup(fOptions.type)) {
+            Say(core::VolumeTextId(static_cast<int32_t>(fOptions.type)), text);
+        } else {
+            std::printf("%s\n", text.c_str());
+            std::fflush(stdout);
+        }
+    }
+}
+
+void Watch::Interrupted() {
+    fAborting = true;
+    if (fJob == 0) return;
+    fProgress.Clear();
+    Note(kMoreCtlAborting);
+    BMessage abort(core::code::kDeleteJob);
+    abort.Add("job_id", fJob);
+    if (fStarted) abort.Add("flag", int32_t{1});
+    fServer.Send(std::move(abort));
+}
+
+ExitCode Watch::Refused() {
+    auto report = fServer.OpenReport(fReport);
+    if (fOptions.json) {
+        PrintJson({{"status", "refused"},
+                   {"report_id", fReport},
+                   {"lines", report ? ReportJson(*report) : nlohmann::ordered_json::array()}});
+    } else if (report) {
+        PrintReport(*report, true);
+    }
+    return ExitCode::Failed;
+}
+
+bool HasLine(const std::optional<BMessage>& report, int32_t textId) {
+    if (!report) return false;
+    for (int32_t i = 0; i < core::CountReportLines(*report); ++i) {
+        if (report->Get<int32_t>(core::kTextIdField, 0, i) == textId) return true;
+    }
+    return false;
+}
+
+// Whether a job that ended with errors did something worth having, to its end.
+bool Watch::IsDone(const std::optional<BMessage>& report) const {
+    // With a backup in the catalogue something was saved; without one nothing was.
+    if (core::IsBackup(fOptions.type)) return !fBackup.empty();
+    return HasLine(report, core::text::kBackupLoaded) &&
+           !HasLine(report, core::text::kNothingToRestore) &&
+           !HasLine(report, core::text::kDestinationFull);
+}
+
+ExitCode Watch::Result() {
+    const auto report = fReport != 0 ? fServer.OpenReport(fReport) : std::nullopt;
+    const char* status = "abnormal end";
+    int32_t words = kMoreCtlEndAbnormal;
+    ExitCode code = ExitCode::Failed;
+    switch (*fEnd) {
+        case JobEnd::Good:
+            status = "good";
+            words = kMoreCtlEndGood;
+            code = ExitCode::Good;
+            break;
+        case JobEnd::Aborted:
+            status = "aborted";
+            words = kMoreCtlEndAborted;
+            break;
+        case JobEnd::Errors:
+            status = "failed";
+            words = kMoreCtlEndFailed;
+            if (!IsDone(report)) break;
+            status = "done with problems";
+            words = kMoreCtlEndProblems;
+            code = ExitCode::Problems;
+            break;
+        default:
+            break;
+    }
+    if (fOptions.json) {
+        nlohmann::ordered_json result{{"job_id", fJob}, {"status", status}};
+        if (core::IsBackup(fOptions.type)) result["backup"] = fBackup;
+        result["report_id"] = fReport;
+        result["lines"] = report ? ReportJson(*report) : nlohmann::ordered_json::array();
+        PrintJson(result);
+        return code;
+    }
+    if (report) PrintReport(*report, fOptions.verbose);
+    if (fBackup.empty()) {
+        Say(kMoreCtlJobEnded, JobIdWords(fJob), core::TextOf(words));
+    } else {
+        Say(kMoreCtlJobSaved, JobIdWords(fJob), core::TextOf(words), Printable(fBackup));
+    }
+    return code;
+}
+
+}  // namespace
+
+ExitCode SubmitAndWatch(ServerConnection& server, BMessage job, const WatchOptions& options) {
+    job.Add("client_id", server.Team());
+    if (!server.Send(std::move(job))) return Fail(kMoreCtlUnreachable);
+    return Watch(server, options).UntilTheEnd();
+}
+
+}  // namespace ctl
