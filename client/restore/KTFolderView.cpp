@@ -26,12 +26,11 @@ KTFolderView::KTFolderView(BMessenger target, QWidget* parent)
     setSelectionMode(SingleSelection);
     setFrameShape(NoFrame);
     ShowHome();
-    // Rows above it come as they are read.
-    connect(fModel, &QFileSystemModel::directoryLoaded, this, [this] {
-        if (!fTouched) ShowHome();
+    // Rows above it come as they are read; then the user is left alone.
+    connect(fModel, &QFileSystemModel::directoryLoaded, this, [this](const QString& path) {
+        if (!std::exchange(fHomeShown, fHomeShown || path == QDir::homePath())) ShowHome();
     });
-    connect(this, &QTreeView::pressed, this, [this] { fTouched = true; });
-    connect(this, &QTreeView::collapsed, this, [this] { fTouched = true; });
+    connect(this, &QTreeView::pressed, this, [this] { fHomeShown = true; });
     connect(this, &QTreeView::activated, this, &KTFolderView::Choose);
 }
 
@@ -44,7 +43,7 @@ void KTFolderView::ShowHome() {
 }
 
 void KTFolderView::keyPressEvent(QKeyEvent* event) {
-    fTouched = true;
+    fHomeShown = true;
     QTreeView::keyPressEvent(event);
 }
 

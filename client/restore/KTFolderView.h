@@ -22,6 +22,6 @@ private:
     void Choose(const QModelIndex& index) const;
 
     QFileSystemModel* fModel;
-    bool fTouched = false;  // the user has been here
+    bool fHomeShown = false;  // or the user has been here before
     const BMessenger fTarget;
 };

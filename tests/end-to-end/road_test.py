@@ -14,7 +14,9 @@ class Road(unittest.TestCase):
     def setUp(self):
         self.house = House()
         self.addCleanup(self.house.__exit__)
-        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen",
+        self.home = self.house.root / "home"
+        self.home.mkdir()
+        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
                            QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
                            QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
         self.client = subprocess.Popen([self.house.program / "VelmoraBackup"], env=environment)
@@ -66,6 +68,37 @@ class Road(unittest.TestCase):
         hand.trigger("_QRQ")
         self.assertEqual(self.client.wait(20), 0)
         self.assertTrue((self.house.program / "Backup.prefs").exists())
+
+    def test_there_and_back(self):
+        """A directory is saved with backupctl, destroyed, found in the catalogue and sent elsewhere."""
+        house.make_tree(self.house.source)
+        subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
+                        "--title", "Home & more"], env=self.house.environment, check=True, stdout=subprocess.DEVNULL)
+        kept = self.house.root / "kept"
+        self.house.source.rename(kept)
+        hand = self.hand
+        hand.trigger("rsvw")
+        hand.see("btn_resstart")
+        parts = ["Home & more", "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/")]
+        for depth in range(1, len(parts)):
+            path = hand.path(*parts[:depth])
+            hand.until(lambda path=path: hand.row("lst_catalogue", "state", path) is not None, f"row {path!r}")
+            hand.row("lst_catalogue", "expand", path)
+        path = hand.path(*parts)
+        hand.until(lambda: hand.row("lst_catalogue", "state", path) is not None, "the directory's row")
+        hand.row("lst_catalogue", "click", path)
+        hand.until(lambda: hand.row("lst_catalogue", "state", path) == "2", "the mark")
+        # The browser of directories stands at home; Return sends the row there.
+        hand.see("RestoreFolderView")
+        hand.key("RestoreFolderView", "Return")
+        hand.click("btn_resstart")
+        hand.see("str_title")
+        hand.until(lambda: hand.get("str_landing", "text") == str(self.home), "where it goes")
+        hand.type("str_title", "Get it back")
+        hand.click("btn_ok")
+        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        self.assertEqual(house.differences(kept, self.home), [])
+        self.assertFalse(self.house.source.exists())
 
     def test_start_without_a_mark_or_a_place_is_refused(self):
         hand = self.hand
