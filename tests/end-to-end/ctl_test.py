@@ -27,7 +27,8 @@ class CommandLine(unittest.TestCase):
 
     def ctl(self, *arguments, status=0):
         done = subprocess.run([self.house.program / "backupctl", *map(str, arguments)], stdin=subprocess.DEVNULL,
-                              env=self.house.environment, capture_output=True, timeout=60)
+                              env=self.house.environment, capture_output=True, timeout=60,
+                              start_new_session=True)  # away from the terminal of whoever runs the test
         self.assertEqual(done.returncode, status, done.stdout + done.stderr)
         return done.stdout.decode(errors="replace") + done.stderr.decode(errors="replace")
 
@@ -105,6 +106,33 @@ class CommandLine(unittest.TestCase):
         self.ctl("delete", name, "--yes", "--with-data", status=1)
         self.ctl("delete", name, "--yes")
         self.assertEqual(self.json("list"), [])
+
+    def with_password(self, password, *arguments):
+        """As ctl, with the password on a descriptor; gives the exit status."""
+        read, write = os.pipe()
+        os.write(write, password.encode() + b"\n")
+        os.close(write)
+        try:
+            return subprocess.run([self.house.program / "backupctl", *map(str, arguments), "--password-fd", str(read)],
+                                  stdin=subprocess.DEVNULL, env=self.house.environment, capture_output=True,
+                                  pass_fds=[read], timeout=60).returncode
+        finally:
+            os.close(read)
+
+    def test_a_protected_backup_opens_with_its_password_only(self):
+        house.make_tree(self.house.source)
+        self.assertEqual(self.with_password(SECRET, "backup", self.house.source, "--to", self.house.target,
+                                            "--protect"), 0)
+        [backup] = self.house.backups()
+        self.assertTrue((backup / "key.age").exists())
+        target = self.house.root / "back"
+        restore = ("restore", backup.name, self.house.source, "--to", target)
+        self.ctl(*restore, status=1)  # nobody to ask
+        self.assertEqual(self.with_password("wrong", *restore), 1)
+        self.assertFalse(target.exists())
+        self.assertEqual(self.with_password(SECRET, *restore), 0)
+        self.assertEqual(house.differences(self.house.source, target / "source"), [])
+        self.assertEqual(self.with_password(SECRET, "verify", backup.name), 0)
 
     def test_deleting_asks_and_takes_the_data_along(self):
         (self.house.source / "a").write_text("a")
