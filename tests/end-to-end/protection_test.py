@@ -14,6 +14,14 @@ PASSWORD = "open-sesame-4711"
 TYPE_PASSWORD = pathlib.Path(__file__).resolve().parent.parent / "support/type_password.py"
 
 
+def key_of(words):
+    """The 32 bytes that "AGE-SECRET-KEY-1…" stands for."""
+    number = 0
+    for letter in words.lower().split("1", 1)[1][:-6]:
+        number = number << 5 | "qpzry9x8gf2tvdw0s3jn54khce6mua7l".index(letter)
+    return (number >> 4).to_bytes(32, "big")
+
+
 class Protection(unittest.TestCase):
     def setUp(self):
         self.house = House()
@@ -62,6 +70,18 @@ class Protection(unittest.TestCase):
                                self.house.target, self.house.runtime, self.house.root / "data"],
                               capture_output=True, text=True).stdout
 
+    def in_memory(self, secret):
+        """How often the server's memory holds these bytes."""
+        found = 0
+        with open(f"/proc/{self.house.server.pid}/mem", "rb") as memory:
+            for line in pathlib.Path(f"/proc/{self.house.server.pid}/maps").read_text().splitlines():
+                area, rights = line.split()[:2]
+                if rights.startswith("rw"):
+                    begin, end = (int(part, 16) for part in area.split("-"))
+                    memory.seek(begin)
+                    found += memory.read(end - begin).count(secret)
+        return found
+
     def test_split_backups_come_back_by_us_and_by_hand(self):
         house.make_tree(self.house.source)
         (self.house.source / "noise").write_bytes(os.urandom(20_000_000))
@@ -96,6 +116,30 @@ class Protection(unittest.TestCase):
                 self.assertEqual(house.differences(self.house.source, restored), [])
                 self.assertEqual(self.places_of(PASSWORD), "")
                 self.assertEqual(self.places_of(key), "")
+
+    def test_a_key_is_in_memory_only_while_it_is_needed(self):
+        (self.house.source / "a").write_text("a")
+        _, backup = self.save()
+        words = self.by_hand(backup, "age -d key.age").split()[-1]
+        key = key_of(words.decode())
+        try:
+            self.assertEqual(self.in_memory(key), 0)
+        except PermissionError:
+            self.skipTest("the memory of other processes cannot be read here")
+        self.assertEqual(self.unlock(self.peer, backup, PASSWORD), 1)
+        self.assertEqual(self.in_memory(key), 1)
+        target = self.house.root / "elsewhere"
+        target.mkdir()
+        self.assertEqual(self.read(self.peer, backup, target)[0], 0)
+        self.assertEqual(self.in_memory(key), 0)
+        self.assertEqual(self.in_memory(words), 0)
+
+        other = self.house.connect()
+        self.assertEqual(self.unlock(other, backup, PASSWORD), 1)
+        self.assertEqual(self.in_memory(key), 1)
+        for peer in (self.peer, other):  # one process, so it is gone when both are
+            peer.close()
+        house.wait(lambda: self.in_memory(key) == 0, "the key of a client that is gone being wiped")
 
     def test_wrong_password_or_none(self):
         (self.house.source / "a").write_text("a")
