@@ -79,33 +79,33 @@ ExitCode Watch::UntilTheEnd() {
 }
 
 void Watch::Take(BMessage& message) {
-    using namespace core::code;
+    namespace code = core::code;
     switch (message.what) {
-        case kJobInserted:
+        case code::kJobInserted:
             if (fJob == 0 && message.Get<int32_t>("client_id", 0) == fServer.Team()) {
                 fJob = message.Get<int32_t>("job_id", 0);
                 if (fAborting) Interrupted();
             }
             break;
-        case kJobStarted:
+        case code::kJobStarted:
             if (!IsOurs(message)) break;
             fStarted = true;
             {
-                BMessage accept(kAcceptStatus);
+                BMessage accept(code::kAcceptStatus);
                 accept.Add("job_id", fJob);
                 accept.Add("user", BMessenger(&fServer));
                 message.SendReply(std::move(accept));
             }
             break;
-        case kJobProgress:
+        case code::kJobProgress:
             if (IsOurs(message)) Progress(message);
             break;
-        case kJobFinished:
+        case code::kJobFinished:
             if (IsOurs(message)) {
                 fEnd = static_cast<JobEnd>(message.Get<int32_t>("status", 3));
             }
             break;
-        case kJobChanged:
+        case code::kJobChanged:
             if (IsOurs(message) && !fOptions.json &&
                 message.Get<int32_t>("jobstatus", 0) ==
                     static_cast<int32_t>(core::JobStatus::Paused)) {
@@ -113,13 +113,13 @@ void Watch::Take(BMessage& message) {
                 Say(kMoreCtlPaused, JobIdWords(fJob));
             }
             break;
-        case kJobRemoved:
+        case code::kJobRemoved:
             if (IsOurs(message)) fRemoved = true;
             break;
-        case kCatalogue:
+        case code::kCatalogue:
             if (IsOurs(message)) fBackup = message.Get("name", std::string());
             break;
-        case kReportInserted:
+        case code::kReportInserted:
             if (IsOurs(message)) fReport = message.Get<int32_t>("report_id", 0);
             if (fJob == 0 && message.Get<int32_t>("client_id", 0) == fServer.Team()) {
                 fReport = message.Get<int32_t>("report_id", 0);

@@ -12,7 +12,7 @@ namespace server {
 
 namespace {
 
-constexpr size_t kLongestPath = 64 * 1024;
+constexpr size_t kLongestPath = size_t{64} * 1024;
 
 // Entries with their paths; those of directories are remembered, as matches often lie together.
 class Places {

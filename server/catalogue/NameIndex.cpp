@@ -228,7 +228,8 @@ std::optional<int32_t> NameIndex::ParentOf(int32_t id) const {
         const uint32_t middle = low + (high - low) / 2;
         std::array<uint8_t, kDirectoryRow> row;
         if (!ReadAt(fFile.Get(), row.data(), row.size(),
-                    static_cast<int64_t>(kHeader) + fNames + int64_t{middle} * kDirectoryRow)) {
+                    static_cast<int64_t>(kHeader) + fNames +
+                        int64_t{middle} * static_cast<int64_t>(kDirectoryRow))) {
             return std::nullopt;
         }
         if (Get32(row.data()) <= static_cast<uint32_t>(id)) {
