@@ -45,6 +45,18 @@ public:
     virtual kit::Status Finish() = 0;
 };
 
+// What the engine lends a destination while it works for a job. Any thread.
+class KTVolumeHost {
+public:
+    // The job is to end: whatever takes long is given up (ErrorKind::Aborted), within a second.
+    virtual bool IsAborted() const = 0;
+    // What the user should know though it is no error, in English: a line of the report.
+    virtual void Tell(const std::string& words) = 0;
+
+protected:
+    ~KTVolumeHost() = default;
+};
+
 class KTVolume : public KTSettingsOwner {
 public:
     virtual ~KTVolume() = default;
@@ -95,6 +107,10 @@ public:
                                        int64_t offset, std::span<uint8_t> into) = 0;
     // A small file beside the backups (README.txt), replaced whole.
     virtual kit::Status WriteRootFile(const std::string& file, std::span<const uint8_t> data) = 0;
+
+    // For the length of a job, before the calls above; null takes it away. Without a host nobody
+    // asks to end and nobody listens. A destination that answers at once has no use for it.
+    virtual void SetHost(KTVolumeHost* host) { (void)host; }
 };
 
 extern "C" {

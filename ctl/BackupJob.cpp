@@ -103,19 +103,28 @@ kit::Result<Sources> MapSources(const std::vector<std::string>& paths,
 }
 
 kit::Result<Compression> ParseCompression(const std::string& text) {
-    if (text == "none") return Compression{"KTNone", 0};
-    if (text == "zstd") return Compression{"KTZstd", 3};
-    constexpr std::string_view kZstd = "zstd:";
-    if (text.starts_with(kZstd)) {
+    struct Kind {
+        std::string_view name;
+        const char* addon;
+        int32_t least, most, usual;  // levels
+    };
+    constexpr Kind kKinds[] = {{"none", "KTNone", 0, -1, 0},
+                               {"lz4", "KTLz4", 1, 12, 1},
+                               {"zstd", "KTZstd", 1, 19, 3},
+                               {"xz", "KTXz", 0, 9, 3}};
+    const size_t colon = text.find(':');
+    for (const Kind& kind : kKinds) {
+        if (std::string_view(text).substr(0, colon) != kind.name) continue;
+        if (colon == std::string::npos) return Compression{kind.addon, kind.usual};
         int32_t level = 0;
         const char* end = text.data() + text.size();
-        const auto [stop, problem] = std::from_chars(text.data() + kZstd.size(), end, level);
-        if (problem == std::errc() && stop == end && level >= 1 && level <= 19) {
-            return Compression{"KTZstd", level};
+        const auto [stop, problem] = std::from_chars(text.data() + colon + 1, end, level);
+        if (problem == std::errc() && stop == end && level >= kind.least && level <= kind.most) {
+            return Compression{kind.addon, level};
         }
     }
     return kit::Error::Make(kit::ErrorKind::Invalid, text,
-                            "is not none, zstd or zstd:1 to zstd:19");
+                            "is not none, lz4:1 to lz4:12, zstd:1 to zstd:19 or xz:0 to xz:9");
 }
 
 std::string AbsoluteTarget(const std::string& path) {

@@ -24,7 +24,7 @@ struct Compression {
     std::string addon;
     int32_t level = 0;
 };
-// "none", "zstd" or "zstd:LEVEL".
+// "none", "lz4", "zstd", "xz", or one of the last three with its level: "zstd:9".
 kit::Result<Compression> ParseCompression(const std::string& text);
 
 // An absolute path for a directory that need not be there yet.

@@ -1,7 +1,7 @@
 // KTImage: a destination that is a directory of this machine. Every backup is a folder in it.
 //
 // Settings, besides "addon": "path" (string), "mediasize" (int64, bytes that one file of a backup
-// may have, 0: no limit, else at least kMinMediaSize), "overwrite" (int32).
+// may have, 0: no limit, else at least 16 MiB), "overwrite" (int32).
 #pragma once
 
 #include "addons/KTVolume.h"
@@ -9,7 +9,6 @@
 class KTImage : public KTVolume {
 public:
     static constexpr char kAddOn[] = "KTImage";
-    static constexpr int64_t kMinMediaSize = int64_t{16} << 20;
 
     int32_t Archive(BMessage* message, bool deep) const override;
     bool IsOverwrite() const override { return fOverwrite; }

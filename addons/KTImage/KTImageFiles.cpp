@@ -14,6 +14,7 @@
 #include <cstring>
 
 #include "addons/KTImage/KTImage.h"
+#include "addons/common/KTMediaSettings.h"
 #include "kit/storage/BVolume.h"
 #include "kit/storage/FileIo.h"
 #include "kit/support/UniqueFd.h"
@@ -122,7 +123,7 @@ Status KTImage::CheckAccess() {
     if (fPath.empty() || fPath[0] != '/') {
         return Error::Make(ErrorKind::Invalid, fPath, "no directory is set");
     }
-    if (fMediaSize < 0 || (fMediaSize > 0 && fMediaSize < kMinMediaSize)) {
+    if (media_settings::ProblemWithSize(fMediaSize, false)) {
         return Error::Make(ErrorKind::Invalid, fPath, "media below 16 MiB");
     }
     struct stat info;

@@ -122,7 +122,9 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreCtlHelpBackup */ "Back up files and folders, and wait for the end",
     /* kMoreCtlHelpSources */ "What to save: files and folders",
     /* kMoreCtlHelpTarget */ "The folder where backups lie",
-    /* kMoreCtlHelpCompress */ "none, zstd, or zstd:1 (quick) to zstd:19 (small); zstd is zstd:3",
+    /* kMoreCtlHelpCompress */
+    "none, lz4, zstd or xz, and a level if wanted: lz4:1 to lz4:12 (quick), zstd:1 to zstd:19, "
+    "xz:0 to xz:9 (small); alone: lz4:1, zstd:3, xz:3",
     /* kMoreCtlHelpTitle */ "The name of the job in lists and reports",
     /* kMoreCtlHelpHold */ "Put the job into the queue, but do not start it",
     /* kMoreCtlHelpProtect */ "Ask for a password; without it nobody can read the backup",

@@ -164,8 +164,8 @@ are not .tar.zst replace the ending and "zstd -dc" as in step 3.
     $ (tail -c +$((piece + 1)) $(ls -v *.tar.zst | sed -n ${medium}p); cat /dev/null $rest) | zstd -dc | tail -c +$((entry + 1)) | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
 
 If there is more damage further on, repeat this. Without the list of files, try
-zstd on the bytes behind the damage: every piece begins with the four bytes
-28 b5 2f fd.
+the unpacking tool on the bytes behind the damage: every piece begins with the
+bytes 28 b5 2f fd (zstd), 04 22 4d 18 (lz4) or fd 37 7a 58 5a 00 (xz).
 
 
 What exactly lies here

@@ -57,7 +57,7 @@ protected:
     std::unique_ptr<KTCruncher> fCompressor;
 };
 
-INSTANTIATE_TEST_SUITE_P(All, Compressor, testing::Values("KTNone", "KTZstd"),
+INSTANTIATE_TEST_SUITE_P(All, Compressor, testing::Values("KTNone", "KTZstd", "KTLz4", "KTXz"),
                          [](const auto& info) { return std::string(info.param); });
 
 TEST_P(Compressor, GivesBackWhatItGot) {
@@ -182,31 +182,129 @@ TEST_P(Compressor, KeepsItsSettings) {
     fCompressor->ShowSettings(nullptr, BMessenger(), nullptr);
 }
 
-TEST(Zstd, ChecksItsLevel) {
-    auto zstd = LoadAddOn<KTCruncher>("compressors/KTZstd", "instantiate_ktcruncher");
-    ASSERT_TRUE(zstd);
+struct Levels {
+    const char* addOn;
+    int32_t least, most, usual;
+    const char* mostText;
+};
+
+class LevelCompressor : public testing::TestWithParam<Levels> {};
+INSTANTIATE_TEST_SUITE_P(All, LevelCompressor,
+                         testing::Values(Levels{"KTZstd", 1, 19, 3, "zstd, level 19"},
+                                         Levels{"KTLz4", 1, 12, 1, "lz4, level 12"},
+                                         Levels{"KTXz", 0, 9, 3, "xz, level 9"}),
+                         [](const auto& info) { return std::string(info.param.addOn); });
+
+TEST_P(LevelCompressor, ChecksItsLevel) {
+    const auto [addOn, least, most, usual, mostText] = GetParam();
+    auto compressor =
+        LoadAddOn<KTCruncher>(std::string("compressors/") + addOn, "instantiate_ktcruncher");
+    ASSERT_TRUE(compressor);
     auto level = [&] {
         BMessage settings;
-        zstd->Archive(&settings, true);
-        return settings.Get<int32_t>("level", 0);
+        compressor->Archive(&settings, true);
+        return settings.Get<int32_t>("level", -1);
     };
-    EXPECT_EQ(level(), 3);
+    EXPECT_EQ(level(), usual);
     auto apply = [&](int32_t wanted) {
         BMessage values;
         values.Add("level", wanted);
         std::string problem;
-        const bool taken = zstd->ApplySettings(values, BMessenger(), &problem);
+        const bool taken = compressor->ApplySettings(values, BMessenger(), &problem);
         EXPECT_EQ(taken, problem.empty());
         return taken;
     };
-    EXPECT_TRUE(apply(19));
-    EXPECT_EQ(level(), 19);
-    EXPECT_STREQ(zstd->Description(), "zstd, level 19");
-    EXPECT_FALSE(apply(0));
-    EXPECT_FALSE(apply(20));
-    EXPECT_EQ(level(), 19);
+    EXPECT_TRUE(apply(least));
+    EXPECT_TRUE(apply(most));
+    EXPECT_EQ(level(), most);
+    EXPECT_STREQ(compressor->Description(), mostText);
+    EXPECT_FALSE(apply(least - 1));
+    EXPECT_FALSE(apply(most + 1));
+    EXPECT_EQ(level(), most);
     BMessage foreign;
     foreign.Add("level", int32_t{1000});
-    zstd->SetSettings(foreign);
-    EXPECT_EQ(level(), 19);
+    compressor->SetSettings(foreign);
+    EXPECT_EQ(level(), most);
+    compressor->SetSettings(BMessage());
+    EXPECT_EQ(level(), usual);
+}
+
+// A higher level is worth its time: smaller frames, of what the lowest level unpacks as well.
+TEST_P(LevelCompressor, PacksDenserAtItsHighestLevel) {
+    const auto [addOn, least, most, usual, mostText] = GetParam();
+    auto compressor =
+        LoadAddOn<KTCruncher>(std::string("compressors/") + addOn, "instantiate_ktcruncher");
+    ASSERT_TRUE(compressor);
+    Bytes content;  // alike in many places, over distances of some 100 KiB
+    const Bytes noise = Noise(300'000);
+    for (size_t i = 0; content.size() < 2'000'000; ++i) {
+        const size_t at = i * 7919 % 290'000, size = 20 + i * 31 % 400;
+        content.insert(content.end(), noise.begin() + static_cast<ptrdiff_t>(at),
+                       noise.begin() + static_cast<ptrdiff_t>(at + size));
+    }
+    auto packed = [&, addOn = addOn](int32_t level) {
+        BMessage settings;
+        settings.Add("level", level);
+        compressor->SetSettings(settings);
+        Bytes frame;
+        EXPECT_TRUE(compressor->NewContext()->Compress(content, &frame)) << addOn;
+        return frame;
+    };
+    const Bytes low = packed(least), high = packed(most);
+    EXPECT_LT(high.size(), low.size());
+    Bytes back;
+    ASSERT_TRUE(compressor->NewContext()->Decompress(low, kLimit, &back));
+    EXPECT_TRUE(back == content);
+    ASSERT_TRUE(compressor->NewContext()->Decompress(high, kLimit, &back));
+    EXPECT_TRUE(back == content);
+}
+
+// What the stock tools make is read too, whole frames of known size at least; one that lies about
+// its size, or tells none, is refused before it takes memory.
+TEST(Lz4, ReadsOnlyFramesOfTheStockToolWithTheirSize) {
+    auto lz4 = LoadAddOn<KTCruncher>("compressors/KTLz4", "instantiate_ktcruncher");
+    ASSERT_TRUE(lz4);
+    TemporaryFolder folder;
+    const Bytes content = Prose(300'000);
+    std::ofstream(folder / "in", std::ios::binary)
+        .write(reinterpret_cast<const char*>(content.data()),
+               static_cast<std::streamsize>(content.size()));
+    auto frame = [&](const std::string& options) {
+        EXPECT_EQ(
+            std::system(
+                ("lz4 -qf " + options + " " + (folder / "in") + " " + (folder / "o")).c_str()),
+            0);
+        std::ifstream in(folder / "o", std::ios::binary);
+        return Bytes{std::istreambuf_iterator<char>(in), {}};
+    };
+    auto context = lz4->NewContext();
+    Bytes back;
+    ASSERT_TRUE(context->Decompress(frame("--content-size -9"), kLimit, &back));
+    EXPECT_TRUE(back == content);
+    for (const char* options : {"-9", "-l"}) {
+        const kit::Status status = context->Decompress(frame(options), kLimit, &back);
+        ASSERT_FALSE(status) << options;
+        EXPECT_EQ(status.error().kind, kit::ErrorKind::Damaged) << options;
+    }
+}
+
+TEST(Xz, BoundsTheMemoryOfForeignStreams) {
+    auto xz = LoadAddOn<KTCruncher>("compressors/KTXz", "instantiate_ktcruncher");
+    ASSERT_TRUE(xz);
+    TemporaryFolder folder;
+    auto stream = [&](const std::string& options) {
+        EXPECT_EQ(
+            std::system(
+                ("head -c 100000 /dev/zero | xz " + options + " > " + (folder / "o")).c_str()),
+            0);
+        std::ifstream in(folder / "o", std::ios::binary);
+        return Bytes{std::istreambuf_iterator<char>(in), {}};
+    };
+    auto context = xz->NewContext();
+    Bytes back;
+    EXPECT_TRUE(context->Decompress(stream("-9"), kLimit, &back));
+    EXPECT_EQ(back, Bytes(100'000, 0));
+    const kit::Status greedy = context->Decompress(stream("--lzma2=dict=512MiB"), kLimit, &back);
+    ASSERT_FALSE(greedy);
+    EXPECT_EQ(greedy.error().kind, kit::ErrorKind::TooLarge);
 }

@@ -100,7 +100,14 @@ TEST(ParseCompression, KindsAndLevels) {
     EXPECT_EQ(ParseCompression("none")->addon, "KTNone");
     EXPECT_EQ(ParseCompression("zstd")->level, 3);
     EXPECT_EQ(ParseCompression("zstd:19")->level, 19);
-    for (const char* wrong : {"", "zstd:", "zstd:0", "zstd:20", "zstd:3x", "zstd:-1", "gzip"}) {
+    EXPECT_EQ(ParseCompression("lz4")->addon, "KTLz4");
+    EXPECT_EQ(ParseCompression("lz4")->level, 1);
+    EXPECT_EQ(ParseCompression("lz4:12")->level, 12);
+    EXPECT_EQ(ParseCompression("xz")->level, 3);
+    EXPECT_EQ(ParseCompression("xz:0")->addon, "KTXz");
+    EXPECT_EQ(ParseCompression("xz:0")->level, 0);
+    for (const char* wrong : {"", "zstd:", "zstd:0", "zstd:20", "zstd:3x", "zstd:-1", "gzip",
+                              "none:0", "lz4:0", "lz4:13", "xz:10", "xz:-1", "x", "xzz", ":3"}) {
         EXPECT_FALSE(ParseCompression(wrong).ok()) << wrong;
     }
 }

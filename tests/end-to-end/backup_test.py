@@ -34,13 +34,19 @@ class Backup(unittest.TestCase):
         self.assertEqual(listing.what, "KTLi")
         self.assertEqual(listing.text("name"), backup.name)
 
-    def test_uncompressed_needs_only_tar(self):
+    def test_other_compressors_need_only_their_tools(self):
         house.make_tree(self.house.source)
-        _, status = self.house.run_job(self.house.connect(), self.house.job(packer="KTNone"))
-        self.assertEqual(status, 0)
-        [backup] = self.house.backups()
-        restored = self.house.unpack(backup, ".tar", "cat")
-        self.assertEqual(house.differences(self.house.source, restored), [])
+        before = house.describe(self.house.source)
+        peer = self.house.connect()
+        for packer, ending, tool in (("KTNone", ".tar", "cat"), ("KTLz4", ".tar.lz4", "lz4 -dc"),
+                                     ("KTXz", ".tar.xz", "xz -dc")):
+            with self.subTest(packer):
+                _, status = self.house.run_job(peer, self.house.job(packer=packer))
+                self.assertEqual(status, 0)
+                backup = self.house.backups()[-1]
+                self.assertEqual(house.differences(before, self.house.unpack(backup, ending, tool)), [])
+                manifest = json.loads((backup / "backup.json").read_text())
+                self.assertEqual(manifest["compressor"], packer)
 
     def test_excluded_and_reincluded(self):
         for name in ("keep/a", "keep/tmp/b", "keep/tmp/wanted", "other"):

@@ -93,7 +93,8 @@ class Protection(unittest.TestCase):
     def test_split_backups_come_back_by_us_and_by_hand(self):
         house.make_tree(self.house.source)
         (self.house.source / "noise").write_bytes(os.urandom(20_000_000))
-        for packer, ending, tool in (("KTZstd", ".tar.zst", "zstd -dc"), ("KTNone", ".tar", "cat")):
+        for packer, ending, tool in (("KTZstd", ".tar.zst", "zstd -dc"), ("KTNone", ".tar", "cat"),
+                                     ("KTLz4", ".tar.lz4", "lz4 -dc")):
             with self.subTest(packer):
                 job_id, backup = self.save(packer=packer, mediasize=16 << 20)
                 self.assertTrue((backup / f"0002{ending}.age").exists())

@@ -131,6 +131,17 @@ JobOrder EngineHouse::Order(const std::vector<std::string>& rules) const {
     return order;
 }
 
+std::string EngineHouse::Ending() const {
+    return packer == "KTZstd" ? ".zst" : packer == "KTLz4" ? ".lz4" : packer == "KTXz" ? ".xz" : "";
+}
+
+std::string EngineHouse::Unpacker() const {
+    return packer == "KTZstd"  ? "zstd -dc"
+           : packer == "KTLz4" ? "lz4 -dc"
+           : packer == "KTXz"  ? "xz -dc"
+                               : "cat";
+}
+
 core::JobEnd EngineHouse::Run(const JobOrder& order) {
     ++fNextJob;
     return RunJob(order, config, *catalogues, events, control);
@@ -163,7 +174,7 @@ std::string EngineHouse::Unpack(const std::string& folder) {
     const std::string failed = Shell("cd " + target + "/" + folder +
                                      " && set -o pipefail && sha256sum --quiet -c SHA256SUMS"
                                      " && cat $(ls -v 0*.tar*) | " +
-                                     (packer == "KTNone" ? "cat" : "zstd -dc") +
+                                     Unpacker() +
                                      " | tar -xpf - --warning=no-timestamp --numeric-owner --acls "
                                      "--xattrs --xattrs-include='*' -C " +
                                      into);

@@ -71,6 +71,9 @@ public:
     void Forget(const std::string& folder);
     // Unpacks a backup with stock tools; the folder into which it went, "" when that failed.
     std::string Unpack(const std::string& folder);
+    // What `packer` puts behind ".tar", and the stock command that unpacks it.
+    std::string Ending() const;
+    std::string Unpacker() const;
     // What a shell command prints, with "exit N" at the end when it failed.
     static std::string Shell(const std::string& command);
 

@@ -76,9 +76,7 @@ protected:
         fHouse.events.lines.clear();
         return fHouse.Run(order);
     }
-    std::string Ending() const {
-        return ".tar" + std::string(fHouse.packer == "KTZstd" ? ".zst" : "");
-    }
+    std::string Ending() const { return ".tar" + fHouse.Ending(); }
     std::string Medium(const std::string& backup, int number = 1) const {
         return fHouse.target + "/" + backup + "/000" + std::to_string(number) + Ending() + ".age";
     }
@@ -253,7 +251,8 @@ TEST_P(EngineProtected, ReadmeIsTrueWordByWord) {
     const auto later = commands(readme.substr(end));
     steps.push_back(line(later, "mkdir -p ../restored"));
     steps.push_back(line(later, "*" + Ending() + ") | " +
-                                    (fHouse.packer == "KTZstd" ? "zstd -dc | " : "") + "tar -xpf"));
+                                    (fHouse.Ending().empty() ? "" : fHouse.Unpacker() + " | ") +
+                                    "tar -xpf"));
     steps.push_back(line(later, "zstd -dqf catalogue"));
     EXPECT_EQ(type(split, steps), "");
     EXPECT_FALSE(fs::exists(fHouse.target + "/opened/key.txt"));
@@ -277,7 +276,8 @@ TEST_P(EngineProtected, ReadmeIsTrueWordByWord) {
     expectRestored("single");
 }
 
-INSTANTIATE_TEST_SUITE_P(All, EngineProtected, testing::Values("KTNone", "KTZstd"));
+INSTANTIATE_TEST_SUITE_P(All, EngineProtected,
+                         testing::Values("KTNone", "KTZstd", "KTLz4", "KTXz"));
 
 }  // namespace
 }  // namespace server
