@@ -1,12 +1,17 @@
 #include "client/backup/KTBackupTool.h"
 
+#include <QContextMenuEvent>
+#include <QLabel>
+#include <QMenu>
 #include <QPointer>
+#include <QPushButton>
 
 #include "client/app/ServerLink.h"
 #include "client/backup/KTBackupStartWin.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
+#include "core/locale/MoreTexts.h"
 #include "core/protocol/Texts.h"
 #include "kit/app/BLooper.h"
 
@@ -58,6 +63,54 @@ void KTBackupTool::MessageReceived(BMessage& message) {
     if (!KTDispatch<KTBackupTool>(this, kTable, message)) KTJobTool::MessageReceived(message);
 }
 
+// --- controls ------------------------------------------------------------------------------------
+
+QPushButton* KTBackupTool::MakeStartButton() {
+    fStart = new QPushButton(KTControl::LabelText(core::text::kStartBackup) + "...");
+    KTControl::Name(fStart, "btn_start");
+    KTControl::Bind(fStart, BMessage("sbak"_code), this);
+    return fStart;
+}
+
+QMenu* KTBackupTool::MakePopUpMenu(const QString& start) {
+    fPopUp = new QMenu(this);
+    fPopUp->setObjectName("backuppopup");
+    const auto add = [this](const QString& text, uint32_t code) {
+        fPopUp->addAction(KTControl::MakeAction(fPopUp, text, BMessage(code), this));
+    };
+    add(KTControl::LabelText(core::text::kSelectAll), "sall"_code);
+    add(KTControl::LabelText(core::text::kClearAll), "sclr"_code);
+    add(start, "sbak"_code);
+    return fPopUp;
+}
+
+void KTBackupTool::HideStart() {
+    fStart->hide();
+    if (auto* start = fPopUp->findChild<QAction*>("sbak")) start->setVisible(false);
+}
+
+void KTBackupTool::contextMenuEvent(QContextMenuEvent* event) {
+    fPopUp->popup(event->globalPos());
+    event->accept();
+}
+
+QLabel* KTBackupTool::MakeHint() {
+    fHint = new QLabel;
+    KTControl::Name(fHint, "str_hint");
+    fHint->setTextFormat(Qt::PlainText);
+    fHint->setWordWrap(true);
+    return fHint;
+}
+
+void KTBackupTool::ShowHint() {
+    fHint->setText(Hint());
+}
+
+QString KTBackupTool::Hint() const {
+    if (fBootName.empty()) return {};
+    return KTControl::Text(core::kMoreVarLeftOut).replace("%s", KTControl::Shown(fBootName));
+}
+
 // --- destination and compressor ------------------------------------------------------------------
 
 void KTBackupTool::DestinationChosen(BMessage&) {
@@ -79,7 +132,8 @@ void KTBackupTool::PackerSettings(BMessage&) {
 }
 
 void KTBackupTool::BootVolume(BMessage& message) {
-    BootVolumeKnown(message.Get("name", std::string()));
+    fBootName = message.Get("name", std::string());
+    ShowHint();
 }
 
 // --- starting ------------------------------------------------------------------------------------

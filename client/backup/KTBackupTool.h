@@ -14,6 +14,9 @@
 #include "client/job/KTJobTool.h"
 #include "kit/storage/BVolume.h"
 
+class QLabel;
+class QMenu;
+
 class KTBackupTool : public KTJobTool {
     Q_OBJECT
 public:
@@ -25,6 +28,9 @@ public:
 
     void MessageReceived(BMessage& message) override;
 
+    // In a window that edits a waiting job: nothing is started from here.
+    void HideStart();
+
 protected:
     KTBackupTool(const char* name, KTToolContext context, QWidget* parent,
                  std::shared_ptr<kit::MountSource> mounts);
@@ -32,11 +38,20 @@ protected:
     // Makes the destination and compressor controls in the tool's grid.
     void MakeTargets(QGridLayout* grid, int firstRow);
     KTBackupTargets& Targets() { return *fTargets; }
+    // "btn_start".
+    QPushButton* MakeStartButton();
+    // "backuppopup", of the right mouse button: all, none, start.
+    QMenu* MakePopUpMenu(const QString& start);
+    // "str_hint", a line that says what Hint() does; ShowHint() when that has changed.
+    QLabel* MakeHint();
+    void ShowHint();
+    virtual QString Hint() const;  // that /var is left out, as soon as the volume's name is known
 
     KTJob& OwnJob() override { return fJob; }
     virtual std::string BaseTitle() const { return {}; }  // other than full backups
     virtual void BeforeSending() {}                       // last look at the controls
-    virtual void BootVolumeKnown(const std::string& name) { (void)name; }
+
+    void contextMenuEvent(QContextMenuEvent* event) override;
 
     KTBackupJob fJob;
 
@@ -55,4 +70,8 @@ private:
     std::unique_ptr<KTBackupTargets> fTargets;
     // Looking at the volumes may take a while: a worker does it when the tool opens.
     std::shared_future<std::string> fBootVolume;
+    std::string fBootName;  // empty until it is known
+    QPushButton* fStart = nullptr;
+    QMenu* fPopUp = nullptr;
+    QLabel* fHint = nullptr;
 };

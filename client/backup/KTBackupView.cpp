@@ -1,10 +1,8 @@
 #include "client/backup/KTBackupView.h"
 
 #include <QComboBox>
-#include <QContextMenuEvent>
 #include <QGridLayout>
 #include <QLabel>
-#include <QMenu>
 #include <QPushButton>
 #include <QStackedWidget>
 
@@ -27,7 +25,6 @@ constexpr uint32_t kSelectionChanged = "bjch"_code;
 KTBackupView::KTBackupView(KTToolContext context, QWidget* parent, const char* name,
                            std::shared_ptr<kit::MountSource> mounts)
     : KTBackupTool(name, std::move(context), parent, mounts) {
-    fPopUp = MakePopUpMenu();
     MakeControls(std::move(mounts));
     InitControls();
 }
@@ -37,6 +34,7 @@ KTBackupView::~KTBackupView() = default;
 void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     using namespace core;
     auto* grid = new QGridLayout;
+    QMenu* popUp = MakePopUpMenu(KTControl::LabelText(text::kStartBackup) + "...");
 
     auto* modeLabel = new QLabel(KTControl::LabelText(kMoreBackupMode));
     fMode = new QComboBox;
@@ -47,10 +45,10 @@ void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     modeLabel->setBuddy(fMode);
 
     fSources = new KTSourceSelectionView(Context().preferences, this, std::move(mounts));
-    fSources->SetPopUpMenu(fPopUp);
+    fSources->SetPopUpMenu(popUp);
     fBaseJobs = new KTJobListView(KTJobListView::Show::Bases, KTColumnListView::ListType::Single,
                                   Context().server, Context().preferences, this);
-    fBaseJobs->SetPopUpMenu(fPopUp);
+    fBaseJobs->SetPopUpMenu(popUp);
     connect(fBaseJobs, &KTJobListView::Fetched, this, [this] {
         if (fBaseJobs->CurrentSelection() == kNoRow) InitJobListSelection();
     });
@@ -69,21 +67,14 @@ void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     grid->addWidget(schedule.button, kRow, KTBackupTargets::kButton);
     grid->addWidget(schedule.words, kRow, KTBackupTargets::kWords);
 
-    fHint = new QLabel;
-    KTControl::Name(fHint, "str_hint");
-    fHint->setTextFormat(Qt::PlainText);
-    fHint->setWordWrap(true);
-    fStart = new QPushButton(KTControl::LabelText(text::kStartBackup) + "...");
-    KTControl::Name(fStart, "btn_start");
-    KTControl::Bind(fStart, BMessage("sbak"_code), this);
-
+    QPushButton* start = MakeStartButton();
     auto* top = new QHBoxLayout;
     top->addWidget(modeLabel);
     top->addWidget(fMode);
-    top->addWidget(fHint, 1);
+    top->addWidget(MakeHint(), 1);
     auto* bottom = new QHBoxLayout;
     bottom->addStretch(1);
-    bottom->addWidget(fStart);
+    bottom->addWidget(start);
     auto* layout = new QVBoxLayout(this);
     layout->addLayout(top);
     layout->addWidget(fWhat, 1);
@@ -93,25 +84,8 @@ void KTBackupView::MakeControls(std::shared_ptr<kit::MountSource> mounts) {
     for (QWidget* next : std::initializer_list<QWidget*>{
              fSources, fBaseJobs, Targets().DestinationMenu(), Targets().DestinationButton(),
              Targets().PackerMenu(), Targets().PackerButton(), schedule.menu, schedule.button,
-             fStart})
+             start})
         setTabOrder(std::exchange(before, next), next);
-}
-
-QMenu* KTBackupView::MakePopUpMenu() {
-    auto* menu = new QMenu(this);
-    menu->setObjectName("backuppopup");
-    const auto add = [this, menu](const QString& text, uint32_t code) {
-        menu->addAction(KTControl::MakeAction(menu, text, BMessage(code), this));
-    };
-    add(KTControl::LabelText(core::text::kSelectAll), "sall"_code);
-    add(KTControl::LabelText(core::text::kClearAll), "sclr"_code);
-    add(KTControl::LabelText(core::text::kStartBackup) + "...", "sbak"_code);
-    return menu;
-}
-
-void KTBackupView::HideStart() {
-    fStart->hide();
-    if (auto* start = fPopUp->findChild<QAction*>("sbak")) start->setVisible(false);
 }
 
 void KTBackupView::MessageReceived(BMessage& message) {
@@ -165,18 +139,8 @@ void KTBackupView::ModeChosen(BMessage&) {
     SetBackupModeView();
 }
 
-void KTBackupView::ShowHint() {
-    QString hint;
-    if (!fJob.IsFull())
-        hint = KTControl::Text(core::kMoreChooseBase);
-    else if (!fBootName.empty())
-        hint = KTControl::Text(core::kMoreVarLeftOut).replace("%s", KTControl::Shown(fBootName));
-    fHint->setText(hint);
-}
-
-void KTBackupView::BootVolumeKnown(const std::string& name) {
-    fBootName = name;
-    ShowHint();
+QString KTBackupView::Hint() const {
+    return fJob.IsFull() ? KTBackupTool::Hint() : KTControl::Text(core::kMoreChooseBase);
 }
 
 // --- what is backed up ---------------------------------------------------------------------------
@@ -268,9 +232,4 @@ void KTBackupView::BeforeSending() {
     fJob.IsFull() ? SaveMarks() : SaveJobListSelection();
     SaveScheduler();
     InitScheduler();
-}
-
-void KTBackupView::contextMenuEvent(QContextMenuEvent* event) {
-    fPopUp->popup(event->globalPos());
-    event->accept();
 }

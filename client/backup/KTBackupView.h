@@ -7,9 +7,6 @@
 class KTJobListView;
 class KTSourceSelectionView;
 class QComboBox;
-class QLabel;
-class QMenu;
-class QPushButton;
 class QStackedWidget;
 
 class KTBackupView : public KTBackupTool {
@@ -23,9 +20,6 @@ public:
     bool CheckStart() override;
     void MessageReceived(BMessage& message) override;
 
-    // In a window that edits a waiting job: nothing is started from here.
-    void HideStart();
-
     KTSourceSelectionView* Sources() const { return fSources; }
     KTJobListView* BaseJobs() const { return fBaseJobs; }
 
@@ -36,14 +30,12 @@ protected:
     void InitSelection() override;
     std::string BaseTitle() const override;
     void BeforeSending() override;
-    void BootVolumeKnown(const std::string& name) override;
+    QString Hint() const override;
 
-    void contextMenuEvent(QContextMenuEvent* event) override;
     void showEvent(QShowEvent* event) override;
 
 private:
     void MakeControls(std::shared_ptr<kit::MountSource> mounts);
-    QMenu* MakePopUpMenu();
 
     void InitBackupMode();
     void SaveBackupMode();
@@ -56,14 +48,9 @@ private:
     void SelectAll(BMessage&);
     void ClearAll(BMessage&);
     void JobsChanged(BMessage& message);
-    void ShowHint();
 
     QComboBox* fMode;
     QStackedWidget* fWhat;
     KTSourceSelectionView* fSources;
     KTJobListView* fBaseJobs;
-    QLabel* fHint;
-    QPushButton* fStart;
-    QMenu* fPopUp;
-    std::string fBootName;
 };

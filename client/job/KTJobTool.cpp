@@ -208,7 +208,7 @@ void KTJobTool::OpenScheduler() {
 
 void KTJobTool::SchedulerAnswered(BMessage& message) {
     Forget(kSchedulerKey);
-    if (!message.Get("result", false)) return;
+    if (!fSchedule.menu || !message.Get("result", false)) return;
     OwnJob().SetSchedule(message.Get("settings", BMessage()));
     InitScheduler();
 }

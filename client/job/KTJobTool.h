@@ -47,6 +47,7 @@ protected:
         uint32_t buttonCode;
         QString noTime;  // said when there is none
     };
+    // A tool that has no use for it does not make it.
     ScheduleControls MakeSchedule(const ScheduleNames& names);
     void InitScheduler();
     void SaveScheduler();

@@ -4,6 +4,7 @@
 
 #include "client/app/ClientCodes.h"
 #include "client/backup/KTBackupView.h"
+#include "client/backup/KTQBView.h"
 #include "client/mainwindow/KTLaterView.h"
 #include "client/restore/KTRestoreView.h"
 #include "client/uikit/KTControl.h"
@@ -20,12 +21,17 @@ KTToolView* MakeBackup(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTBackupView(std::move(context), parent);
 }
 
+KTToolView* MakeQuickBackup(const Tool&, KTToolContext context, QWidget* parent) {
+    return new KTQBView(std::move(context), parent);
+}
+
 KTToolView* MakeRestore(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTRestoreView(std::move(context), parent);
 }
 
 constexpr Tool kTools[] = {
-    {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup", MakeLater},
+    {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup",
+     MakeQuickBackup},
     {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeBackup},
     {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeRestore},
     {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeLater},

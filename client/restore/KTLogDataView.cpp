@@ -642,6 +642,6 @@ QString KTLogDataView::SpokenRow(KTRow row) const {
     return spoken;
 }
 
-KTRuledListView::FileKind KTLogDataView::SelectionFiles() const {
+SelectionFile::Kind KTLogDataView::SelectionFiles() const {
     return {core::kRestoreSelectionMagic, core::kRestoreSelectionType};
 }

@@ -103,7 +103,7 @@ protected:
     KTRow EntryBelow(KTRow row, std::string_view name) const override;
     bool IsTopKnown() const override { return fKnown; }
     void Read(KTRow row) override;
-    FileKind SelectionFiles() const override;
+    SelectionFile::Kind SelectionFiles() const override;
     QString NameOf(KTRow row) const override;
 
     void dragEnterEvent(QDragEnterEvent* event) override;

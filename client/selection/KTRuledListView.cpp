@@ -3,7 +3,6 @@
 #include <algorithm>
 
 #include "client/uikit/KTControl.h"
-#include "core/files/HeaderFile.h"
 #include "core/locale/MoreTexts.h"
 
 bool KTRuledListView::IsUnread(KTRow row) const {
@@ -210,23 +209,11 @@ void KTRuledListView::UnmarkWithoutRules(KTRow row) {
 // --- files --------------------------------------------------------------------------------------
 
 int32_t KTRuledListView::SaveSelection(BMessage& request, const BMessage& selection) const {
-    if (!HasSelection()) {
-        request.Clear();
-        return 4;
-    }
-    const auto directory = request.Find<entry_ref>("directory");
-    const auto name = request.FindString("name");
-    if (!directory || !name) return static_cast<int32_t>(core::HeaderSave::CannotCreate);
-    return static_cast<int32_t>(core::SaveHeaderFile(directory->path + "/" + std::string(*name),
-                                                     SelectionFiles().magic, selection,
-                                                     SelectionFiles().mimeType));
+    return SelectionFile::Save(request, selection, HasSelection(), SelectionFiles());
 }
 
 int32_t KTRuledListView::LoadSelection(const BMessage& request, BMessage* selection) const {
-    const auto file = request.Find<entry_ref>("refs");
-    if (!file) return static_cast<int32_t>(core::HeaderLoad::CannotOpen);
-    return static_cast<int32_t>(
-        core::LoadHeaderFile(file->path, SelectionFiles().magic, selection));
+    return SelectionFile::Load(request, selection, SelectionFiles());
 }
 
 // --- cells --------------------------------------------------------------------------------------

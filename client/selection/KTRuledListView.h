@@ -12,6 +12,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "client/selection/SelectionFile.h"
 #include "client/selection/TreeRules.h"
 #include "client/uikit/KTColumnListView.h"
 
@@ -53,12 +54,8 @@ protected:
     virtual bool IsTopKnown() const = 0;
     // Begins to read what is below a super item; rows come later, unless they are there by then.
     virtual void Read(KTRow row) = 0;
-    // What selection files of this kind are: eight characters, and the type.
-    struct FileKind {
-        std::string_view magic;
-        const char* mimeType;
-    };
-    virtual FileKind SelectionFiles() const = 0;
+    // What its selection files are.
+    virtual SelectionFile::Kind SelectionFiles() const = 0;
     // The name column's text without what the state adds.
     virtual QString NameOf(KTRow row) const = 0;
 

@@ -7,13 +7,11 @@
 #include "client/selection/SourceIcons.h"
 #include "client/settings/Preferences.h"
 #include "client/uikit/KTControl.h"
-#include "core/files/HeaderFile.h"
 #include "core/locale/MoreTexts.h"
 
 namespace {
 
 constexpr float kMinWidth = 20;
-constexpr uint8_t kVolumeColor = 1;
 
 // The key a width is read from and, where it differs, the one it is stored under.
 struct Width {
@@ -62,7 +60,7 @@ KTSourceSelectionView::KTSourceSelectionView(Preferences* preferences, QWidget* 
     fMonitor = std::make_shared<BNodeMonitor>(self);
     (void)fMonitor->WatchMounts();  // without it the volumes stay those of the start
     fReader = std::make_unique<SourceReader>(self, fMonitor, std::move(mounts), variableData);
-    fReader->ListVolumes();
+    fVolumes.Look(*fReader);
 }
 
 KTSourceSelectionView::~KTSourceSelectionView() = default;
@@ -82,7 +80,7 @@ std::string KTSourceSelectionView::PathOf(KTRow row, bool onDisk) const {
     std::string path;
     if (way.empty()) return path;
     if (onDisk) {
-        path = fVolumes.at(way.back()).path;
+        path = fVolumes.Find(way.back())->path;
         if (path == "/") path.clear();
         way.pop_back();
     }
@@ -99,10 +97,6 @@ bool KTSourceSelectionView::IsDirectory(KTRow row) const {
 
 KTRow KTSourceSelectionView::EntryBelow(KTRow row, std::string_view name) const {
     return Rows().ChildByText(row, kName, name);
-}
-
-KTRuledListView::FileKind KTSourceSelectionView::SelectionFiles() const {
-    return {core::kSelectionMagic, core::kBackupSelectionType};
 }
 
 // --- cells --------------------------------------------------------------------------------------
@@ -131,11 +125,9 @@ QString KTSourceSelectionView::CellText(KTRow row, int column) const {
             return QString::fromLatin1(::asctime_r(::localtime_r(&time, &parts), text)).trimmed();
         }
         case kNode: {
-            const auto volume = fVolumes.find(VolumeOf(row));
-            if (volume == fVolumes.end()) return {};  // it is being removed
-            return QStringLiteral("%1, %2")
-                .arg(volume->second.device)
-                .arg(static_cast<uint64_t>(number));
+            const VolumeRows::Volume* volume = fVolumes.Find(VolumeOf(row));
+            if (!volume) return {};  // it is being removed
+            return QStringLiteral("%1, %2").arg(volume->device).arg(static_cast<uint64_t>(number));
         }
         default:
             break;
@@ -149,10 +141,7 @@ QIcon KTSourceSelectionView::CellIcon(KTRow row) const {
 }
 
 QColor KTSourceSelectionView::CellColor(uint8_t colorIndex) const {
-    if (colorIndex != kVolumeColor) return {};
-    rgb_color color{49, 61, 225, 255};
-    if (fPreferences) color = fPreferences->GetColor("COLOR_VOLUME", color);
-    return QColor(color.red, color.green, color.blue, color.alpha);
+    return colorIndex == VolumeRows::kColor ? VolumeRows::Color(fPreferences) : QColor();
 }
 
 QString KTSourceSelectionView::NameOf(KTRow row) const {

@@ -7,7 +7,6 @@
 #include <QTimer>
 #include <deque>
 #include <memory>
-#include <set>
 #include <string>
 #include <unordered_map>
 #include <unordered_set>
@@ -15,6 +14,7 @@
 
 #include "client/selection/KTRuledListView.h"
 #include "client/selection/SourceReader.h"
+#include "client/selection/VolumeRows.h"
 #include "kit/storage/BNodeMonitor.h"
 
 class Preferences;
@@ -49,16 +49,12 @@ protected:
     std::string RulePath(KTRow row) const override { return PathOf(row, false); }
     bool IsDirectory(KTRow row) const override;
     KTRow EntryBelow(KTRow row, std::string_view name) const override;
-    bool IsTopKnown() const override { return fVolumesKnown; }
+    bool IsTopKnown() const override { return fVolumes.AreKnown(); }
     void Read(KTRow row) override { GetDirectory(row); }
-    FileKind SelectionFiles() const override;
+    SelectionFile::Kind SelectionFiles() const override { return SelectionFile::kBackup; }
     QString NameOf(KTRow row) const override;
 
 private:
-    struct Volume {
-        std::string path;
-        uint64_t device = 0;
-    };
     // What a reader's order is for.
     struct Reading {
         KTRow row = kNoRow;
@@ -77,6 +73,7 @@ private:
 
     // Reading and following (KTSourceTree.cpp)
     void VolumesListed(const BMessage& message);
+    void AddVolume(const BMessage& message, int32_t place);
     void Opened(const BMessage& message);
     void InsertWaiting();
     void InsertBatch(Reading& reading, const BMessage& batch);
@@ -95,9 +92,7 @@ private:
     std::shared_ptr<BNodeMonitor> fMonitor;
     std::unique_ptr<SourceReader> fReader;
 
-    bool fVolumesKnown = false;
-    std::unordered_map<KTRow, Volume> fVolumes;
-    std::set<uint64_t> fMounted;  // devices that came while we watched
+    VolumeRows fVolumes;
 
     std::unordered_map<int64_t, Reading> fReadings;
     std::unordered_map<KTRow, int64_t> fReading;  // rows whose directory is being read whole

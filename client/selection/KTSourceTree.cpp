@@ -1,6 +1,7 @@
 // How a KTSourceSelectionView gets its rows, and keeps them in step with what is on disk.
 #include <QElapsedTimer>
 #include <algorithm>
+#include <set>
 
 #include "client/selection/KTSourceSelectionView.h"
 #include "client/uikit/KTControl.h"
@@ -9,7 +10,6 @@
 
 namespace {
 
-constexpr uint8_t kVolumeColor = 1;
 // What a turn of the window's thread may take for rows; the layout of a long list comes on top.
 constexpr int kInsertMs = 10;
 constexpr int kEventsMs = 30;        // events of one burst are looked at together
@@ -57,44 +57,36 @@ void KTSourceSelectionView::MessageReceived(BMessage& message) {
 }
 
 bool KTSourceSelectionView::IsIdle() const {
-    return fVolumesKnown && fReadings.empty() && fWaiting.empty() && fEvents.empty();
+    return fVolumes.AreKnown() && fReadings.empty() && fWaiting.empty() && fEvents.empty();
 }
 
 // --- volumes ------------------------------------------------------------------------------------
 
 void KTSourceSelectionView::VolumesListed(const BMessage& message) {
-    const int32_t count = message.Count("name");
-    std::set<std::string> listed;
-    for (int32_t i = 0; i < count; ++i)
-        listed.insert(message.Get<std::string>("path", {}, i));
-    std::vector<KTRow> gone;
-    std::set<std::string> shown;
-    for (const auto& [row, volume] : fVolumes) {
-        if (listed.contains(volume.path))
-            shown.insert(volume.path);
-        else
-            gone.push_back(row);
-    }
-    for (const KTRow row : gone)
+    const auto news = fVolumes.Listed(message);
+    if (!news) return;
+    for (const KTRow row : news->gone)
         FreeSubItems(row, true);
-
-    for (int32_t i = 0; i < count; ++i) {
-        Volume volume{message.Get<std::string>("path", {}, i),
-                      static_cast<uint64_t>(message.Get<int64_t>("device", 0, i))};
-        // At the start those that stay; what is mounted later is shown whatever it is.
-        const bool wanted = message.Get("persistent", false, i) || fMounted.contains(volume.device);
-        if (!wanted || shown.contains(volume.path)) continue;
-        const std::string_view texts[] = {message.FindString("name", i).value_or("")};
-        const int64_t numbers[] = {
-            static_cast<int64_t>(SourceKind::Volume), -1, message.Get<int64_t>("attributes", 0, i),
-            message.Get<int64_t>("modified", 0, i), message.Get<int64_t>("node", 0, i)};
-        const KTRow row = Rows().AddUnder(kNoRow, {texts, numbers, true, false, kVolumeColor});
-        fVolumes[row] = std::move(volume);
-        if (!Rules().IsEmpty()) MarkByRules(row);
+    for (const auto& [row, place] : news->stay) {
+        if (Rows().TextAt(row, kName) == message.FindString("name", place)) continue;
+        // Rules go by names: what was marked under the former one is not this volume any more.
+        FreeSubItems(row, true);
+        AddVolume(message, place);
     }
-    fVolumesKnown = true;
+    for (const int32_t place : news->come)
+        AddVolume(message, place);
     SetEmptyText(KTControl::Text(core::kMoreNoVolumes));
     TopRead();
+}
+
+void KTSourceSelectionView::AddVolume(const BMessage& message, int32_t place) {
+    const std::string_view texts[] = {message.FindString("name", place).value_or("")};
+    const int64_t numbers[] = {
+        static_cast<int64_t>(SourceKind::Volume), -1, message.Get<int64_t>("attributes", 0, place),
+        message.Get<int64_t>("modified", 0, place), message.Get<int64_t>("node", 0, place)};
+    const KTRow row = Rows().AddUnder(kNoRow, {texts, numbers, true, false, VolumeRows::kColor});
+    fVolumes.Set(row, message, place);
+    if (!Rules().IsEmpty()) MarkByRules(row);
 }
 
 // --- reading ------------------------------------------------------------------------------------
@@ -153,7 +145,7 @@ void KTSourceSelectionView::Forget(KTRow row, bool self) {
         fMonitor->StopWatching(directory.first);
         return true;
     });
-    if (self) fVolumes.erase(row);
+    if (self) fVolumes.Remove(row);
 }
 
 void KTSourceSelectionView::Opened(const BMessage& message) {
@@ -309,7 +301,7 @@ KTRow KTSourceSelectionView::RowOfEvent(const BMessage& message, const char* dir
     if (!node) return kNoRow;
     for (KTRow row = Rows().First(); row != kNoRow; row = Rows().Next(row)) {
         if (Rows().NumberAt(row, kNode) == *node && Rows().Superitem(row) != kNoRow &&
-            fVolumes.at(VolumeOf(row)).device == device)
+            fVolumes.Find(VolumeOf(row))->device == device)
             return row;
     }
     return kNoRow;
@@ -355,10 +347,9 @@ void KTSourceSelectionView::HandleEvents() {
                 EntryMoved(event);
                 break;
             case BNodeMonitor::kDeviceMounted:
-                fMounted.insert(static_cast<uint64_t>(event.Get<int64_t>("new device", 0)));
-                [[fallthrough]];
             case BNodeMonitor::kDeviceUnmounted:
-                fReader->ListVolumes();
+                fVolumes.MountsChanged(event);
+                fVolumes.Look(*fReader);
                 break;
             case BNodeMonitor::kOverflow:
                 for (const auto& [node, row] : fDirectories) {

@@ -255,6 +255,8 @@ BMessage VolumesMessage(const std::shared_ptr<kit::MountSource>& mounts) {
         message.Add("path", volume.mountPoint);
         message.Add("device", static_cast<int64_t>(volume.device));
         message.Add("persistent", volume.persistent);
+        message.Add("capacity", volume.capacity);
+        message.Add("free", volume.freeBytes);
         struct stat root {};
         (void)::stat(volume.mountPoint.c_str(), &root);  // it answered the roster; else all is 0
         message.Add("node", static_cast<int64_t>(root.st_ino));

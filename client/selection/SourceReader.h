@@ -8,7 +8,7 @@
 //   'SRen'  the order is done; "error" int32 (errno, 0 when all went well), "whole" bool: all the
 //           entries of the directory were told
 //   'SRvl'  the volumes, parallel arrays: "name", "path" string, "device", "node", "attributes",
-//           "modified" int64, "persistent" bool
+//           "modified", "capacity", "free" (bytes) int64, "persistent" bool
 //
 // A directory is told in the order people expect, directories first, unless it is so long that
 // its first rows would have to wait for that. At most a few batches are on their way at a time:

@@ -105,6 +105,8 @@ QVariant KTColumnListModel::data(const QModelIndex& index, int role) const {
                     return Qt::Checked;
             }
             return {};
+        case Qt::ToolTipRole:
+            return fView->RowToolTip(row);
         case Qt::AccessibleTextRole:
             if (index.column() == fView->NameColumn()) return fView->SpokenRow(row);
             return {};

@@ -92,6 +92,11 @@ public:
     virtual KTRowStore::Mark CellMark(KTRow row) const { return Rows().MarkOf(row); }
     // What a screen reader says for the row besides its cells.
     virtual QString SpokenRow(KTRow row) const;
+    // What the pointer shows when it rests on the row.
+    virtual QString RowToolTip(KTRow row) const {
+        (void)row;
+        return {};
+    }
     // Shown in the middle while there are no rows.
     void SetEmptyText(const QString& text);
     // The colour, made lighter or darker as far as it is needed to be read on the background.

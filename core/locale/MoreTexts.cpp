@@ -189,6 +189,8 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "Jobs run in the backup server: they go on when the terminal is closed. Ctrl-C aborts the "
     "job.\n"
     "Exit status: 0 good, 3 done with problems (the report names them), 1 failed, 2 wrong usage.",
+    /* kMoreQuickBackup */ "QuickBackup",
+    /* kMoreVolumeFullness */ "%s of %s used (%d%%)",
 };
 
 }  // namespace core

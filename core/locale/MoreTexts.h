@@ -154,6 +154,8 @@ enum MoreText : int32_t {
     kMoreCtlHelpReport,
     kMoreCtlHelpWhichReport,
     kMoreCtlHelpExamples,
+    kMoreQuickBackup,     // title of its alerts
+    kMoreVolumeFullness,  // s used, s capacity, d percent
     kMoreEnd
 };
 

@@ -1,20 +1,23 @@
-// What the tests of the backup tool and the status window share: a server that answers by script,
-// alerts and panels that answer by script, a program folder with add-ons, and waiting for a
-// condition.
+// What the tests of the backup tools and the status window share: a server that answers by script,
+// alerts and panels that answer by script, volumes that are not there, a program folder with
+// add-ons, and waiting for a condition.
 #pragma once
 
 #include <QPointer>
 #include <QWidget>
+#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <mutex>
 
 #include "client/app/ServerLink.h"
 #include "client/settings/Preferences.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTToolView.h"
 #include "client/uikit/KTWindowLooper.h"
+#include "kit/storage/BVolume.h"
 #include "tests/TemporaryFolder.h"
 #include "tests/client/ClientTesting.h"
 
@@ -115,6 +118,72 @@ private:
     std::shared_ptr<State> fState;
     std::unique_ptr<KTDialogs> fFormer;
 };
+
+// Volumes as a test wants them; at first two disks. Names are labels.
+class MountTable : public kit::MountSource {
+public:
+    struct Entry {
+        const char *name, *path;
+        uint64_t device;
+        int64_t capacity = 1000, freeBytes = 400;
+        const char* type = "ext4";
+    };
+    MountTable() { Set({{"Disk", "/", 1}, {"Data", "/mnt/data", 2}}); }
+    void Set(std::vector<Entry> entries) {
+        const std::lock_guard lock(fMutex);
+        fEntries = std::move(entries);
+    }
+    // Looks that begin now see what there is, and answer when they are let go.
+    void Hold() { fHeld.lock(); }
+    void LetGo() { fHeld.unlock(); }
+    int Looks() const { return fLooks; }
+
+    std::vector<Mount> Mounts() override {
+        std::vector<Mount> mounts;
+        {
+            const std::lock_guard lock(fMutex);
+            for (const Entry& entry : fEntries)
+                mounts.push_back({entry.path, "/", entry.type, "/dev/test", entry.device, false});
+        }
+        ++fLooks;
+        const std::lock_guard held(fHeld);
+        return mounts;
+    }
+    std::string Label(const Mount& mount) override {
+        const auto entry = Find(mount);
+        return entry ? entry->name : "";
+    }
+    bool IsRemovable(const Mount&) override { return false; }
+    std::optional<Space> SpaceOf(const Mount& mount) override {
+        const auto entry = Find(mount);
+        return entry ? Space{entry->capacity, entry->freeBytes, entry->device} : Space{};
+    }
+
+private:
+    std::optional<Entry> Find(const Mount& mount) {
+        const std::lock_guard lock(fMutex);
+        for (const Entry& entry : fEntries)
+            if (mount.mountPoint == entry.path) return entry;
+        return std::nullopt;
+    }
+    std::mutex fMutex, fHeld;
+    std::vector<Entry> fEntries;
+    std::atomic<int> fLooks = 0;
+};
+
+// The job of a backup tool that goes to the destination of the tests.
+inline BMessage Job(const char* medium, bool overwrite, int32_t type = 1) {
+    BMessage volume;
+    volume.Add("addon", "KTTest");
+    volume.Add("medium", medium);
+    volume.Add("overwrite", static_cast<int32_t>(overwrite));
+    BMessage job;
+    job.Add("job_type", type);
+    job.Add("addon", "KTTest");
+    job.Add("volume", volume);
+    if (type != 1) job.Add("base_id", int32_t{6});
+    return job;
+}
 
 // A program folder with add-ons: the real ones, and those of the tests.
 class ProgramFolder : public TemporaryFolder {

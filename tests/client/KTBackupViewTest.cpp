@@ -26,17 +26,6 @@ using namespace backup_testing;
 
 namespace {
 
-class TwoVolumes : public kit::MountSource {
-public:
-    std::vector<Mount> Mounts() override {
-        return {{"/", "/", "ext4", "/dev/sda1", 1, false},
-                {"/mnt/data", "/", "ext4", "/dev/sdb1", 2, false}};
-    }
-    std::string Label(const Mount& mount) override { return mount.device == 1 ? "Disk" : "Data"; }
-    bool IsRemovable(const Mount&) override { return false; }
-    std::optional<Space> SpaceOf(const Mount&) override { return Space{}; }
-};
-
 BMessage Bases() {
     BMessage jobs(core::code::kJobInserted);
     const auto add = [&](int32_t id, const char* title, bool base) {
@@ -53,19 +42,6 @@ BMessage Bases() {
     return jobs;
 }
 
-BMessage Job(const char* medium, bool overwrite, int32_t type = 1) {
-    BMessage volume;
-    volume.Add("addon", "KTTest");
-    volume.Add("medium", medium);
-    volume.Add("overwrite", static_cast<int32_t>(overwrite));
-    BMessage job;
-    job.Add("job_type", type);
-    job.Add("addon", "KTTest");
-    job.Add("volume", volume);
-    if (type != 1) job.Add("base_id", int32_t{6});
-    return job;
-}
-
 class BackupView : public ::testing::Test {
 protected:
     BackupView() {
@@ -76,7 +52,7 @@ protected:
     KTBackupView& View() {
         if (!view) {
             view = std::make_unique<KTBackupView>(desk.Context(), nullptr, "backup",
-                                                  std::make_shared<TwoVolumes>());
+                                                  std::make_shared<MountTable>());
             view->resize(560, 400);
             view->show();
             WaitFor([&] { return view->Sources()->Rows().Count() > 0; });
@@ -379,7 +355,7 @@ TEST_F(BackupView, AddOnThatIsGoneIsNoDestination) {
 
 TEST(BackupViewWithoutAddOns, HasEmptyMenus) {
     Desk desk;
-    KTBackupView view(desk.Context(), nullptr, "backup", std::make_shared<TwoVolumes>());
+    KTBackupView view(desk.Context(), nullptr, "backup", std::make_shared<MountTable>());
     EXPECT_EQ(view.findChild<QComboBox*>("mnu_destination")->count(), 0);
     EXPECT_FALSE(view.findChild<QPushButton*>("btn_destination")->isEnabled());
     EXPECT_FALSE(view.findChild<QPushButton*>("btn_packer")->isEnabled());
