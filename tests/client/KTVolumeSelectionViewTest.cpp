@@ -187,7 +187,7 @@ TEST_F(VolumeList, SaysAndShowsHowFullVolumesAre) {
     };
     EXPECT_EQ(bar(), "#######...");
     view->setLayoutDirection(Qt::RightToLeft);
-    EXPECT_EQ(bar(), "...#######");
+    EXPECT_EQ(bar(), "..#######.");
     view->setLayoutDirection(Qt::LeftToRight);
 
     // The next time the list is shown it looks anew.
