@@ -41,6 +41,12 @@ public:
     explicit FullnessDelegate(KTVolumeSelectionView* view)
         : KTColumnListDelegate(view), fView(view) {}
 
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override {
+        const QSize size = KTColumnListDelegate::sizeHint(option, index);
+        // The text stays in the middle; the digits do not reach down to the bar.
+        return {size.width(), option.fontMetrics.height() + 3 + BarHeight(option)};
+    }
+
     void paint(QPainter* painter, const QStyleOptionViewItem& option,
                const QModelIndex& index) const override {
         KTColumnListDelegate::paint(painter, option, index);
@@ -51,7 +57,7 @@ public:
         QColor track = palette.color(marked ? QPalette::HighlightedText : QPalette::Text);
         track.setAlpha(50);
         const QColor fill = palette.color(marked ? QPalette::HighlightedText : QPalette::Highlight);
-        const int height = std::max(option.rect.height() / 7, 3);
+        const int height = BarHeight(option);
         const QRect bar(option.rect.left() + kSide, option.rect.bottom() - height,
                         option.rect.width() - 2 * kSide, height);
         if (bar.width() <= 0) return;
@@ -62,6 +68,10 @@ public:
     }
 
 private:
+    static int BarHeight(const QStyleOptionViewItem& option) {
+        return std::max(option.fontMetrics.height() / 5, 3);
+    }
+
     static constexpr int kSide = 3;
     KTVolumeSelectionView* fView;
 };

@@ -126,8 +126,8 @@ class House:
         text = peer.wait_for("rpRP")
         return list(zip(text.all("linetype"), text.all("text_id"))), text
 
-    def unpack(self, backup, suffix=".tar.zst", command="zstd -dc"):
-        """Restores a backup with stock tools; gives the folder that holds the source's copy."""
+    def unpack(self, backup, suffix=".tar.zst", command="zstd -dc", source=None):
+        """Restores a backup with stock tools; gives the folder that holds the copy of `source`."""
         subprocess.run(["sha256sum", "--quiet", "-c", "SHA256SUMS"], cwd=backup, check=True)
         restored = self.root / f"restored-{time.monotonic_ns()}"
         restored.mkdir()
@@ -135,7 +135,7 @@ class House:
                         f"cat {backup}/[0-9]*{suffix} | {command} | "
                         f"tar -x -p --xattrs --xattrs-include='*' --acls --numeric-owner -C {restored}"],
                        check=True)
-        return restored / self.rule(self.source, False).lstrip("/")
+        return restored / self.rule(source or self.source, False).lstrip("/")
 
 
 def wait(condition, what, seconds=15):

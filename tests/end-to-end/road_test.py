@@ -100,6 +100,35 @@ class Road(unittest.TestCase):
         self.assertEqual(house.differences(kept, self.home), [])
         self.assertFalse(self.house.source.exists())
 
+    def test_quick_backup_of_a_disk_that_is_plugged_in(self):
+        hand = self.hand
+        system = self.house.volume_name("/")
+        hand.trigger("qbvw")
+        hand.see("lst_volumes")
+        hand.until(lambda: hand.row("lst_volumes", "state", system) == "0", "the first look")
+        before = hand.row("lst_volumes", "rows")
+        stick = self.house.root / "stick"
+        stick.mkdir()
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=8M", "none", stick],
+                          stderr=subprocess.DEVNULL).returncode != 0:
+            self.skipTest("needs the right to mount")
+        self.addCleanup(subprocess.run, ["umount", "-q", "-l", stick], check=False, stderr=subprocess.DEVNULL)
+        (stick / "letters").mkdir()
+        house.write(stick / "letters/one", b"Dear reader")
+        hand.until(lambda: hand.row("lst_volumes", "state", "stick") is not None, "the disk's row")
+        hand.row("lst_volumes", "click", "stick")
+        hand.until(lambda: hand.row("lst_volumes", "state", "stick") == "2", "the mark")
+        self.choose_target()
+        hand.click("btn_start")
+        hand.see("str_title")
+        hand.type("str_title", "The stick")
+        hand.click("btn_ok")
+        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        [backup] = self.house.backups()
+        self.assertEqual(house.differences(stick, self.house.unpack(backup, source=stick)), [])
+        subprocess.run(["umount", stick], check=True)
+        hand.until(lambda: hand.row("lst_volumes", "rows") == before, "the row to go")
+
     def test_start_without_a_mark_or_a_place_is_refused(self):
         hand = self.hand
         hand.trigger("bavw")
