@@ -5,7 +5,6 @@
 
 #include <QPointer>
 #include <QWidget>
-#include <atomic>
 #include <deque>
 #include <filesystem>
 #include <functional>
@@ -136,7 +135,6 @@ public:
     // Looks that begin now see what there is, and answer when they are let go.
     void Hold() { fHeld.lock(); }
     void LetGo() { fHeld.unlock(); }
-    int Looks() const { return fLooks; }
 
     std::vector<Mount> Mounts() override {
         std::vector<Mount> mounts;
@@ -145,7 +143,6 @@ public:
             for (const Entry& entry : fEntries)
                 mounts.push_back({entry.path, "/", entry.type, "/dev/test", entry.device, false});
         }
-        ++fLooks;
         const std::lock_guard held(fHeld);
         return mounts;
     }
@@ -168,7 +165,6 @@ private:
     }
     std::mutex fMutex, fHeld;
     std::vector<Entry> fEntries;
-    std::atomic<int> fLooks = 0;
 };
 
 // The job of a backup tool that goes to the destination of the tests.

@@ -150,17 +150,20 @@ TEST_F(VolumeList, FollowsMountsAndUnmounts) {
 
 TEST_F(VolumeList, LookThatWasOvertakenSaysNothing) {
     Start();
-    mounts->Hold();
-    const int looks = mounts->Looks();
-    Unmounted();
-    ASSERT_TRUE(WaitFor([&] { return mounts->Looks() == looks + 1; }));
-    mounts->Set({{"Disk", "/", 1}});
-    Unmounted();
-    ASSERT_TRUE(WaitFor([&] { return mounts->Looks() == looks + 2; }));
-    mounts->LetGo();
-    ASSERT_TRUE(WaitFor([&] { return view->Rows().Count() == 1; }));
-    Settle();
-    EXPECT_EQ(Names(), "Disk ");
+    mounts->Set({{"Disk", "/", 1}, {"Data", "/mnt/data", 2}, {"New", "/new", 3}});
+    Mounted(3);
+    // What the look before this one saw.
+    BMessage overtaken("SRvl"_code);
+    overtaken.Add("read", int64_t{1});
+    overtaken.Add("name", "Disk");
+    overtaken.Add("path", "/");
+    overtaken.Add("device", int64_t{1});
+    overtaken.Add("persistent", true);
+    view->MessageReceived(overtaken);
+    EXPECT_EQ(Names(), "Disk Data ");
+    ASSERT_TRUE(WaitFor([&] { return view->Rows().Count() == 3; }));
+    view->MessageReceived(overtaken);
+    EXPECT_EQ(Names(), "Disk Data New ");
 }
 
 TEST_F(VolumeList, SaysAndShowsHowFullVolumesAre) {
