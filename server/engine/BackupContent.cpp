@@ -21,11 +21,13 @@ kit::Error Damaged(const std::string& path, const char* detail) {
 
 kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo& info,
                                                                 const EngineConfig& config,
-                                                                const BackupKeys& keys) {
-    std::unique_ptr<BackupContent> content(new BackupContent);
+                                                                const BackupKeys& keys,
+                                                                const VolumeHost& host) {
+    std::unique_ptr<BackupContent> content(new BackupContent(host));
     auto volume = LoadDestination(config.addOnFolder, info.addon);
     if (!volume) return volume.error();
     content->fVolume.emplace(std::move(*volume));
+    content->Volume().SetHost(&content->fHost);
     content->Volume().SetSettings(info.volumeSettings);
     content->fFolder = info.name;
 

@@ -13,6 +13,7 @@
 #include "server/catalogue/CatalogueTypes.h"
 #include "server/engine/AddOns.h"
 #include "server/engine/JobEnvironment.h"
+#include "server/engine/VolumeHost.h"
 
 namespace server {
 
@@ -22,7 +23,8 @@ public:
     // protected, and `keys` has nothing that opens it.
     static kit::Result<std::unique_ptr<BackupContent>> Open(const BackupInfo& info,
                                                             const EngineConfig& config,
-                                                            const BackupKeys& keys);
+                                                            const BackupKeys& keys,
+                                                            const VolumeHost& host);
 
     const archive::Manifest& Manifest() const { return fManifest; }
     KTVolume& Volume() const { return **fVolume; }
@@ -39,8 +41,9 @@ public:
                           Bytes* content) const;
 
 private:
-    BackupContent() = default;
+    explicit BackupContent(const VolumeHost& host) : fHost(host) {}
 
+    VolumeHost fHost;  // goes after the destination
     std::optional<LoadedAddOn<KTVolume>> fVolume;
     std::optional<LoadedAddOn<KTCruncher>> fCompressor;
     std::string fFolder;

@@ -580,7 +580,7 @@ JobEnd RestoreJob::Run() {
     TellSettings();
     fRules = SelectionRules(fOrder, fReport);
     const core::SelectionMatcher matcher(fRules);
-    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport,
+    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport, fControl,
                           [&](const OpenBackup& backup) {
                               Backup(*this, backup, matcher).Run();
                               return !fFull && fControl.MayGoOn();

@@ -8,6 +8,7 @@
 #include "server/engine/JobTotals.h"
 #include "server/engine/RestoreJob.h"
 #include "server/engine/VerifyJob.h"
+#include "server/engine/VolumeHost.h"
 #include "server/queue/JobDescription.h"
 
 namespace server {
@@ -44,6 +45,7 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
         report.Error(text::kNoDestination, {});
         return JobEnd::Errors;
     }
+    VolumeHost host(report, control);  // before the destination, so that it is there to the end
     auto volume = LoadDestination(config.addOnFolder, addOn);
     if (!volume) {
         report.Error(volume.error().kind == kit::ErrorKind::Damaged ? text::kAddOnCorrupt
@@ -59,6 +61,7 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
                           compressor.error().Text());
         return JobEnd::Errors;
     }
+    (*volume)->SetHost(&host);
     (*volume)->SetSettings(job.Get<BMessage>("volume", BMessage()));
     (*compressor)->SetSettings(job.Get<BMessage>("bak_packer", BMessage()));
     return BackupJob(order, config, catalogues, report, control, **volume, **compressor).Run();

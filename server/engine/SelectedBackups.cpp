@@ -31,7 +31,8 @@ std::vector<core::SelectionRule> SelectionRules(const JobOrder& order, JobReport
 
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const std::function<bool(const OpenBackup&)>& visit) {
+                           JobReport& report, const JobControl& control,
+                           const std::function<bool(const OpenBackup&)>& visit) {
     std::vector<std::string> names;
     for (const core::SelectionRule& rule : rules) {
         std::string name(FirstPart(rule.path));
@@ -55,7 +56,7 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
                          "'" + info->title + "' is protected by a password and was left out.");
             continue;
         }
-        const auto content = BackupContent::Open(*info, config, order.keys);
+        const auto content = BackupContent::Open(*info, config, order.keys, {report, control});
         if (!content) {
             report.Error(text::kBackupHeaderUnreadable, {info->title}, content.error().Text());
             continue;

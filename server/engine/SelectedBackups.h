@@ -26,7 +26,8 @@ struct OpenBackup {
 // open them; none of them is deleted meanwhile. `visit` returns false to stop.
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const std::function<bool(const OpenBackup&)>& visit);
+                           JobReport& report, const JobControl& control,
+                           const std::function<bool(const OpenBackup&)>& visit);
 
 // The first component of "/a/b/c".
 std::string_view FirstPart(std::string_view path);

@@ -99,7 +99,7 @@ JobEnd VerifyJob::Run() {
     fReport.Line(LineType::Heading, text::kStartIs,
                  {LocalTimeText(fConfig.now ? fConfig.now() : std::time(nullptr))});
     const auto rules = SelectionRules(fOrder, fReport);
-    ForEachSelectedBackup(rules, fOrder, fConfig, fCatalogues, fReport,
+    ForEachSelectedBackup(rules, fOrder, fConfig, fCatalogues, fReport, fControl,
                           [&](const OpenBackup& backup) {
                               ++fBackups;
                               fReport.AddTotals(backup.info.files, backup.info.bytes);
