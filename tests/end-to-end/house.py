@@ -93,15 +93,17 @@ class House:
                                    text=True).stdout.strip()
         return label or ("System" if mount == "/" else mount.rsplit("/", 1)[1])
 
-    def job(self, title="End to end", rules=None, packer="KTZstd", target=None, **start_info):
+    def job(self, title="End to end", rules=None, packer="KTZstd", target=None, remote=None, **start_info):
         selection = wire.Message("SELE")
         for rule in rules or ["INCLUDE " + self.rule(self.source)]:
             selection.add("SELECTION", rule)
-        volume = wire.Message("VOLU", addon="KTImage", path=str(target or self.target))
+        volume = (wire.Message("VOLU", addon="KTRemote", remote=remote) if remote else
+                  wire.Message("VOLU", addon="KTImage", path=str(target or self.target)))
         start = wire.Message("STRT", title=title)
         for key, value in start_info.items():
             start.add(key, value)
-        return wire.Message("KTJA", client_id=os.getpid(), job_type=1, selection=selection, addon="KTImage",
+        return wire.Message("KTJA", client_id=os.getpid(), job_type=1, selection=selection,
+                            addon=volume.text("addon"),
                             volume=volume, bak_addonpacker=packer, bak_packer=wire.Message("PACK"),
                             start_info=start)
 
