@@ -26,7 +26,7 @@ namespace {
 constexpr auto kNotice = std::chrono::milliseconds(100);
 constexpr size_t kMostSaid = 8192;
 
-std::string Seconds(RcloneLimits::Time time) {
+std::string Duration(RcloneLimits::Time time) {
     return std::to_string(time.count()) + "ms";
 }
 
@@ -89,13 +89,14 @@ kit::Result<std::unique_ptr<Rclone>> Rclone::Start(const RcloneLimits& limits,
     for (const std::string& option :
          {std::string("--ask-password=false"), std::string("--log-level=ERROR"),
           std::string("--stats=0"), std::string("--retries=1"),
-          std::string("--low-level-retries=2"), "--contimeout=" + Seconds(limits.connect),
-          "--timeout=" + Seconds(limits.idle)}) {
+          std::string("--low-level-retries=2"), "--contimeout=" + Duration(limits.connect),
+          "--timeout=" + Duration(limits.idle)}) {
         words.push_back(option);
     }
     words.emplace_back("--");
     words.insert(words.end(), paths.begin(), paths.end());
     std::vector<char*> arguments;
+    arguments.reserve(words.size() + 1);
     for (std::string& word : words)
         arguments.push_back(word.data());
     arguments.push_back(nullptr);
