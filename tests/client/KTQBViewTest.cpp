@@ -65,10 +65,10 @@ protected:
         return desk.server.application.empty() ? BMessage() : desk.server.application.back();
     }
     static std::vector<std::string> Rules(const BMessage& job) {
-        std::vector<std::string> rules;
         const BMessage selection = job.Get("selection", BMessage());
-        for (int32_t i = 0; i < selection.Count("SELECTION"); ++i)
-            rules.emplace_back(*selection.FindString("SELECTION", i));
+        std::vector<std::string> rules(static_cast<size_t>(selection.Count("SELECTION")));
+        for (size_t i = 0; i < rules.size(); ++i)
+            rules[i] = *selection.FindString("SELECTION", static_cast<int32_t>(i));
         return rules;
     }
 
