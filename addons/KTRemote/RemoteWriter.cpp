@@ -20,6 +20,7 @@ namespace {
 
 constexpr size_t kBlock = size_t{256} << 10;
 constexpr int64_t kLookAtDisk = int64_t{64} << 20;  // how often its free space is looked at
+constexpr int64_t kNoRoom = int64_t{4} << 20;       // a remote that has less left is full
 // What the slowest line still takes in a second: by that the end of a file is waited for.
 constexpr int64_t kSlowest = int64_t{16} << 10;
 
@@ -131,9 +132,19 @@ Status RemoteWriter::Insist(const std::function<Status()>& step) {
                                       "(smaller media can be)");
         } else if (!fTryAgain(error, fTries++)) {
             fFailed = fStop() ? Error::Make(ErrorKind::Aborted, fPath, "stopped") : error;
+        } else if (IsFull()) {
+            fFailed = Error::Make(ErrorKind::Full, fPath, "there is no room left on the remote");
         }
         if (fFailed) return *fFailed;
     }
+}
+
+// Some remotes hang up when they are full, without saying why.
+bool RemoteWriter::IsFull() const {
+    const size_t end = fPath.find_last_of(":/");
+    const std::string folder = fPath.substr(0, fPath[end] == ':' ? end + 1 : end);
+    const auto space = remote_files::Space(fLimits, folder, fStop);
+    return space && space->freeBytes >= 0 && space->freeBytes < std::min(fSize, kNoRoom);
 }
 
 Status RemoteWriter::Truncate(int64_t size) {

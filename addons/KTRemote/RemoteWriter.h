@@ -31,6 +31,7 @@ private:
     kit::Status Send(std::span<const uint8_t> fresh);
     kit::Status SendKept(int64_t end);
     kit::Status Complete();
+    bool IsFull() const;
     // Repeats `step` until it does well or nothing is to be hoped for.
     kit::Status Insist(const std::function<kit::Status()>& step);
 
