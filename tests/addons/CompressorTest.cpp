@@ -150,6 +150,7 @@ TEST_P(Compressor, TakesDamagedFramesForDamaged) {
 TEST_P(Compressor, WorksOnSeveralThreadsAtOnce) {
     const Bytes content = Prose(1'000'000);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     std::atomic<int> good = 0;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([&] {

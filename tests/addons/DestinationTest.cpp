@@ -150,6 +150,7 @@ TEST_P(Destination, ReadsManyPiecesFromSeveralThreads) {
     std::atomic<size_t> next = 0;
     std::atomic<int> wrong = 0;
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int i = 0; i < 3; ++i) {
         threads.emplace_back([&] {
             for (size_t at; (at = next.fetch_add(kPiece)) < content.size();) {

@@ -49,6 +49,7 @@ public:
                                        "--pass=" + std::string(kPassword),
                                        fFolder};
         std::vector<char*> arguments;
+        arguments.reserve(words.size() + 1);
         for (std::string& word : words)
             arguments.push_back(word.data());
         arguments.push_back(nullptr);
@@ -90,7 +91,8 @@ private:
         const int fd = Socket();
         sockaddr_in address = Address(0);
         socklen_t size = sizeof(address);
-        ::bind(fd, reinterpret_cast<sockaddr*>(&address), size);
+        if (::bind(fd, reinterpret_cast<sockaddr*>(&address), size) != 0)
+            throw std::runtime_error("no free port");
         ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
         ::close(fd);
         return ntohs(address.sin_port);
