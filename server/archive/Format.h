@@ -15,6 +15,7 @@ inline constexpr int kFormatVersion = 1;
 inline constexpr char kReadmeFile[] = "README.txt";  // beside the backups
 inline constexpr char kManifestFile[] = "backup.json";
 inline constexpr char kCatalogueFile[] = "catalogue.db.zst";
+inline constexpr char kGoneFile[] = "gone.list";  // of one that builds on another
 inline constexpr char kSumsFile[] = "SHA256SUMS";
 inline constexpr char kKeyFile[] = "key.age";              // of a protected backup,
 inline constexpr std::string_view kSealedSuffix = ".age";  // whose media and catalogue have it

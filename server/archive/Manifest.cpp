@@ -90,6 +90,7 @@ Bytes WriteManifest(const Manifest& manifest) {
     json["job_id"] = manifest.jobId;
     json["base_id"] = manifest.baseId;
     json["base_backup"] = manifest.baseBackup;
+    json["builds_on"] = manifest.buildsOn;
     json["start"] = UtcTime(manifest.start);
     json["end"] = UtcTime(manifest.end);
     json["host"] = manifest.host;
@@ -140,6 +141,10 @@ kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
         manifest.baseBackup = json.value("base_backup", "");
         if (!manifest.baseBackup.empty() && !IsBackupName(manifest.baseBackup)) {
             return Damaged("no base backup's name");
+        }
+        for (const ordered_json& name : json.value("builds_on", ordered_json::array())) {
+            manifest.buildsOn.push_back(name.get<std::string>());
+            if (!IsBackupName(manifest.buildsOn.back())) return Damaged("no backup's name");
         }
         manifest.start = SecondsOf(json.value("start", ""));
         manifest.end = SecondsOf(json.value("end", ""));

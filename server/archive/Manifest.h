@@ -31,9 +31,10 @@ struct Manifest {
     std::string title;
     core::JobType type = core::JobType::Full;
     int32_t jobId = 0;
-    int32_t baseId = 0;          // 0: none
-    std::string baseBackup;      // name of the backup it is built on, "" for none
-    int64_t start = 0, end = 0;  // seconds since the epoch
+    int32_t baseId = 0;                 // 0: none
+    std::string baseBackup;             // name of the backup it is built on, "" for none
+    std::vector<std::string> buildsOn;  // all that it needs besides itself, the oldest first
+    int64_t start = 0, end = 0;         // seconds since the epoch
     std::string host;
     std::vector<ManifestVolume> volumes;
     std::string compressor;    // the add-on

@@ -27,16 +27,9 @@ kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup)
     return rest ? rest : removed;
 }
 
-// Whether `other` cannot be restored without `backup`. On the safe side: of the incremental ones of
-// a set each is taken to build on all before it.
+// Whether `other` cannot be restored without `backup`.
 bool BuildsOn(const BackupInfo& other, const BackupInfo& backup) {
-    const auto setOf = [](const BackupInfo& info) {
-        return info.type == core::JobType::Full ? info.jobId : info.baseId;
-    };
-    if (other.name == backup.name || other.type == core::JobType::Full) return false;
-    if (setOf(other) != setOf(backup) || setOf(other) == 0) return false;
-    if (backup.type == core::JobType::Full) return true;
-    return other.type == core::JobType::Incremental && other.start >= backup.start;
+    return std::ranges::find(other.builtOn, backup.name) != other.builtOn.end();
 }
 
 }  // namespace

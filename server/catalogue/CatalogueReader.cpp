@@ -9,7 +9,9 @@ namespace {
 // The columns of an entry in the order in which ReadEntry takes them.
 #define VELMORA_ENTRY_COLUMNS                                                               \
     "e.id, e.name, e.mode, e.uid, e.gid, e.size, e.modified, e.changed, e.frame, e.offset," \
-    " e.link, e.incomplete"
+    " e.link, e.incomplete, e.node"
+
+constexpr int kEntryColumns = 13;
 
 CatalogueEntry ReadEntry(const Statement& row) {
     CatalogueEntry entry;
@@ -25,7 +27,22 @@ CatalogueEntry ReadEntry(const Statement& row) {
     entry.offset = row.Integer(9);
     entry.link = static_cast<int32_t>(row.Integer(10));
     entry.incomplete = row.Integer(11) != 0;
+    entry.node = static_cast<uint64_t>(row.Integer(12));
     return entry;
+}
+
+#define VELMORA_FRAME_COLUMNS "f.id, f.medium, f.offset, f.size, f.content, f.hash, f.source"
+
+CatalogueFrame ReadFrame(const Statement& row, int first = 0) {
+    CatalogueFrame frame;
+    frame.id = row.Integer(first);
+    frame.medium = static_cast<int32_t>(row.Integer(first + 1));
+    frame.offset = row.Integer(first + 2);
+    frame.size = row.Integer(first + 3);
+    frame.content = row.Integer(first + 4);
+    frame.hash = static_cast<uint64_t>(row.Integer(first + 5));
+    frame.source = static_cast<int32_t>(row.Integer(first + 6));
+    return frame;
 }
 
 }  // namespace
@@ -60,8 +77,7 @@ CatalogueReader::CatalogueReader(Database database)
       fEntry(fDatabase->Prepare("SELECT " VELMORA_ENTRY_COLUMNS " FROM entries e WHERE e.id = ?1")),
       fDirectory(fDatabase->Prepare(
           "SELECT id, first, count, frame, offset FROM directories WHERE id = ?1")),
-      fFrame(fDatabase->Prepare(
-          "SELECT id, medium, offset, size, content, hash FROM frames WHERE id = ?1")),
+      fFrame(fDatabase->Prepare("SELECT " VELMORA_FRAME_COLUMNS " FROM frames f WHERE f.id = ?1")),
       fEntries(fDatabase->Prepare("SELECT " VELMORA_ENTRY_COLUMNS
                                   " FROM entries e WHERE e.id >= ?1 AND e.id < ?2 ORDER BY e.id")) {
 }
@@ -86,19 +102,51 @@ std::optional<CatalogueDirectory> CatalogueReader::DirectoryAt(int32_t id) {
 
 std::optional<CatalogueFrame> CatalogueReader::FrameAt(int64_t id) {
     if (!fFrame.Reset().Bind(1, id).Next()) return std::nullopt;
-    CatalogueFrame frame;
-    frame.id = fFrame.Integer(0);
-    frame.medium = static_cast<int32_t>(fFrame.Integer(1));
-    frame.offset = fFrame.Integer(2);
-    frame.size = fFrame.Integer(3);
-    frame.content = fFrame.Integer(4);
-    frame.hash = static_cast<uint64_t>(fFrame.Integer(5));
-    return frame;
+    return ReadFrame(fFrame);
 }
 
 int64_t CatalogueReader::CountFrames() {
     Statement count = fDatabase->Prepare("SELECT count(*) FROM frames");
     return count.Next() ? count.Integer(0) : 0;
+}
+
+int64_t CatalogueReader::FirstFrameOf(int32_t source) {
+    Statement first = fDatabase->Prepare("SELECT min(id) FROM frames WHERE source = ?1");
+    return first.Bind(1, int64_t{source}).Next() ? first.Integer(0) : 0;
+}
+
+kit::Status CatalogueReader::Frames(const std::function<bool(const CatalogueFrame& frame)>& visit) {
+    Statement rows =
+        fDatabase->Prepare("SELECT " VELMORA_FRAME_COLUMNS " FROM frames f ORDER BY f.id");
+    while (rows.Next()) {
+        if (!visit(ReadFrame(rows))) return {};
+    }
+    return rows.Result();
+}
+
+kit::Result<CatalogueOrigin> CatalogueReader::Origin() {
+    const auto texts = [this](const char* query, std::vector<std::string>* into) {
+        Statement rows = fDatabase->Prepare(query);
+        while (rows.Next() && into->size() <= kMostInChain)
+            into->emplace_back(rows.Text(0));
+        return rows.Result();
+    };
+    CatalogueOrigin origin;
+    kit::Status status = texts("SELECT name FROM chain ORDER BY id", &origin.chain);
+    if (status) status = texts("SELECT rule FROM selection ORDER BY id", &origin.rules);
+    if (!status) return status.error();
+    if (origin.chain.empty() || origin.chain.size() > kMostInChain) {
+        return kit::Error::Make(kit::ErrorKind::Damaged, "catalogue", "chain");
+    }
+    return origin;
+}
+
+kit::Status CatalogueReader::Gone(const std::function<bool(std::string_view path)>& visit) {
+    Statement rows = fDatabase->Prepare("SELECT path FROM gone");
+    while (rows.Next()) {
+        if (!visit(rows.Text(0))) return {};
+    }
+    return rows.Result();
 }
 
 std::optional<CatalogueEntry> CatalogueReader::Find(const CatalogueDirectory& directory,
@@ -137,31 +185,33 @@ std::optional<CatalogueEntry> CatalogueReader::Lookup(std::string_view path) {
 
 kit::Status CatalogueReader::Children(const CatalogueDirectory& directory, const Visitor& visit) {
     Statement rows = fDatabase->Prepare(
-        "SELECT " VELMORA_ENTRY_COLUMNS
-        ", f.id, f.medium, f.offset, f.size, f.content, f.hash FROM entries e"
+        "SELECT " VELMORA_ENTRY_COLUMNS ", " VELMORA_FRAME_COLUMNS
+        " FROM entries e"
         " LEFT JOIN frames f ON f.id = e.frame WHERE e.id >= ?1 AND e.id < ?2 ORDER BY e.id");
     rows.Bind(1, int64_t{directory.first}).Bind(2, int64_t{directory.first} + directory.count);
     while (rows.Next()) {
-        CatalogueFrame frame;
-        frame.id = rows.Integer(12);
-        frame.medium = static_cast<int32_t>(rows.Integer(13));
-        frame.offset = rows.Integer(14);
-        frame.size = rows.Integer(15);
-        frame.content = rows.Integer(16);
-        frame.hash = static_cast<uint64_t>(rows.Integer(17));
-        if (!visit(ReadEntry(rows), frame)) return {};
+        if (!visit(ReadEntry(rows), ReadFrame(rows, kEntryColumns))) return {};
     }
     return rows.Result();
+}
+
+void CatalogueReader::List(const CatalogueDirectory& directory) {
+    fEntries.Reset()
+        .Bind(1, int64_t{directory.first})
+        .Bind(2, int64_t{directory.first} + directory.count);
+}
+
+std::optional<CatalogueEntry> CatalogueReader::Next() {
+    if (!fEntries.Next()) return std::nullopt;
+    return ReadEntry(fEntries);
 }
 
 kit::Status CatalogueReader::Entries(
     const CatalogueDirectory& directory,
     const std::function<bool(const CatalogueEntry& entry)>& visit) {
-    fEntries.Reset()
-        .Bind(1, int64_t{directory.first})
-        .Bind(2, int64_t{directory.first} + directory.count);
-    while (fEntries.Next()) {
-        if (!visit(ReadEntry(fEntries))) return {};
+    List(directory);
+    while (const auto entry = Next()) {
+        if (!visit(*entry)) return {};
     }
     return fEntries.Result();
 }

@@ -25,6 +25,13 @@ public:
     std::optional<CatalogueDirectory> DirectoryAt(int32_t id);
     std::optional<CatalogueFrame> FrameAt(int64_t id);
     int64_t CountFrames();
+    int64_t FirstFrameOf(int32_t source);  // 0 where it has none
+    // All of them in their order; `visit` returns false to stop.
+    kit::Status Frames(const std::function<bool(const CatalogueFrame& frame)>& visit);
+    // Damaged where it says what cannot be.
+    kit::Result<CatalogueOrigin> Origin();
+    // Paths that the backup before had; `visit` returns false to stop.
+    kit::Status Gone(const std::function<bool(std::string_view path)>& visit);
 
     // The child of that name, by bisecting.
     std::optional<CatalogueEntry> Find(const CatalogueDirectory& directory, std::string_view name);
@@ -36,7 +43,10 @@ public:
     using Visitor = std::function<bool(const CatalogueEntry& entry, const CatalogueFrame& frame)>;
     kit::Status Children(const CatalogueDirectory& directory, const Visitor& visit);
 
-    // The same without places. Nothing else may be listed meanwhile.
+    // One after the other, without places: List, then Next until there is none. Nothing else may
+    // be listed meanwhile.
+    void List(const CatalogueDirectory& directory);
+    std::optional<CatalogueEntry> Next();
     kit::Status Entries(const CatalogueDirectory& directory,
                         const std::function<bool(const CatalogueEntry& entry)>& visit);
 

@@ -96,6 +96,11 @@ kit::Result<BackupInfo> ReadInfo(const std::string& path) {
     if (type < 1 || type > 3 || !settings) return Error::Make(ErrorKind::Damaged, path, "values");
     info.type = static_cast<core::JobType>(type);
     info.volumeSettings = std::move(*settings);
+    auto origin = reader->Origin();
+    if (!origin || origin->chain.back() != info.name)
+        return Error::Make(ErrorKind::Damaged, path, "chain");
+    origin->chain.pop_back();
+    info.builtOn = std::move(origin->chain);
     if (info.isProtected) {
         Statement key = reader->File().Prepare("SELECT recipient, key_file FROM protection");
         if (!key.Next()) return Error::Make(ErrorKind::Damaged, path, "has no key");

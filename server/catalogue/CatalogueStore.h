@@ -23,8 +23,9 @@ struct BackupInfo {
     std::string title;
     core::JobType type = core::JobType::Full;
     int32_t jobId = 0;
-    int32_t baseId = 0;  // 0: none
-    int64_t start = 0;   // seconds since the epoch
+    int32_t baseId = 0;                // of the set's full backup; 0: it is one itself
+    std::vector<std::string> builtOn;  // all that it needs besides itself, the oldest first
+    int64_t start = 0;                 // seconds since the epoch
     int64_t files = 0, bytes = 0;
     bool isProtected = false;
     archive::Protection protection;  // of a protected one

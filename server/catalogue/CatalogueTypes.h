@@ -3,6 +3,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace server {
 
@@ -20,6 +21,7 @@ struct CatalogueEntry {
     int64_t frame = -1;       // where its header lies; -1 for a directory (see below)
     int64_t offset = 0;       // in the unpacked frame
     int32_t link = 0;         // the entry this one is a hard link to, 0: none
+    uint64_t node = 0;        // its number in its file system when it was saved
     bool incomplete = false;  // could not be read as it should
 };
 
@@ -32,13 +34,24 @@ struct CatalogueDirectory {
     int64_t offset = 0;
 };
 
+// A backup that builds on others has the places of theirs, too: its own frames come after all of
+// those.
 struct CatalogueFrame {
-    int64_t id = 0;       // from 0, in the order of the stream
+    int64_t id = 0;       // from 0, in the order of the streams
     int32_t medium = 0;   // from 1
     int64_t offset = 0;   // on the medium
     int64_t size = 0;     // bytes there
     int64_t content = 0;  // bytes when unpacked
     uint64_t hash = 0;    // XXH3 of the content
+    int32_t source = 0;   // the backup it lies in: its place in the chain
 };
+
+// What a backup is made of besides its tree.
+struct CatalogueOrigin {
+    // The backups that hold its data, the oldest first; it is the last one itself.
+    std::vector<std::string> chain;
+    std::vector<std::string> rules;  // its selection
+};
+inline constexpr size_t kMostInChain = 10'000;
 
 }  // namespace server

@@ -16,15 +16,34 @@ constexpr char kTables[] =
     "CREATE TABLE entries(id INTEGER PRIMARY KEY, name BLOB NOT NULL, mode INTEGER NOT NULL,"
     " uid INTEGER NOT NULL, gid INTEGER NOT NULL, size INTEGER NOT NULL, modified INTEGER NOT NULL,"
     " changed INTEGER NOT NULL, frame INTEGER, offset INTEGER, link INTEGER NOT NULL,"
-    " incomplete INTEGER NOT NULL);"
+    " incomplete INTEGER NOT NULL, node INTEGER NOT NULL);"
     "CREATE TABLE directories(id INTEGER PRIMARY KEY, first INTEGER NOT NULL,"
     " count INTEGER NOT NULL, frame INTEGER, offset INTEGER);"
     "CREATE TABLE frames(id INTEGER PRIMARY KEY, medium INTEGER NOT NULL, offset INTEGER NOT NULL,"
-    " size INTEGER NOT NULL, content INTEGER NOT NULL, hash INTEGER NOT NULL);";
+    " size INTEGER NOT NULL, content INTEGER NOT NULL, hash INTEGER NOT NULL,"
+    " source INTEGER NOT NULL);"
+    "CREATE TABLE chain(id INTEGER PRIMARY KEY, name TEXT NOT NULL);"
+    "CREATE TABLE selection(id INTEGER PRIMARY KEY, rule BLOB NOT NULL);"
+    "CREATE TABLE gone(path BLOB NOT NULL);";
+
+std::span<const uint8_t> BytesOf(std::string_view text) {
+    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
+}
+
+kit::Status WriteList(Database& database, const char* insert,
+                      const std::vector<std::string>& texts) {
+    Statement row = database.Prepare(insert);
+    for (size_t i = 0; i < texts.size(); ++i) {
+        row.Bind(1, static_cast<int64_t>(i)).Bind(2, BytesOf(texts[i]));
+        if (kit::Status status = row.Run(); !status) return status;
+    }
+    return {};
+}
 
 }  // namespace
 
-kit::Result<std::unique_ptr<CatalogueWriter>> CatalogueWriter::Create(const std::string& path) {
+kit::Result<std::unique_ptr<CatalogueWriter>> CatalogueWriter::Create(
+    const std::string& path, const CatalogueOrigin& origin) {
     ::unlink(path.c_str());
     auto database = Database::OpenScratch(path);
     if (!database) return database.error();
@@ -33,6 +52,11 @@ kit::Result<std::unique_ptr<CatalogueWriter>> CatalogueWriter::Create(const std:
         "INSERT INTO catalogue VALUES(" + std::to_string(kCatalogueVersion) + ")";
     if (auto made = database->Execute(version.c_str()); !made) return made.error();
     if (auto begun = database->Execute("BEGIN"); !begun) return begun.error();
+    kit::Status written =
+        WriteList(*database, "INSERT INTO chain VALUES(?1,CAST(?2 AS TEXT))", origin.chain);
+    if (written)
+        written = WriteList(*database, "INSERT INTO selection VALUES(?1,?2)", origin.rules);
+    if (!written) return written.error();
     return std::unique_ptr<CatalogueWriter>(new CatalogueWriter(path, std::move(*database)));
 }
 
@@ -81,6 +105,11 @@ void CatalogueWriter::AddFrame(const CatalogueFrame& frame) {
     fFrames.push_back(frame);
 }
 
+void CatalogueWriter::AddGone(std::string_view path) {
+    fFilling->gone.emplace_back(path);
+    if (fFilling->Rows() >= kBatchRows) HandOver();
+}
+
 bool CatalogueWriter::HasFailed() const {
     std::lock_guard lock(fMutex);
     return !fStatus.ok();
@@ -101,10 +130,13 @@ void CatalogueWriter::HandOver() {
 }
 
 void CatalogueWriter::WriteBatches() {
-    Statement entry =
-        fDatabase->Prepare("INSERT INTO entries VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12)");
-    Statement directory = fDatabase->Prepare("INSERT INTO directories VALUES(?1,?2,?3,?4,?5)");
-    Statement frame = fDatabase->Prepare("INSERT INTO frames VALUES(?1,?2,?3,?4,?5,?6)");
+    Inserts inserts{
+        fDatabase->Prepare(
+            "INSERT INTO entries VALUES(?1,?2,?3,?4,?5,?6,?7,?8,?9,?10,?11,?12,?13)"),
+        fDatabase->Prepare("INSERT INTO directories VALUES(?1,?2,?3,?4,?5)"),
+        fDatabase->Prepare("INSERT INTO frames VALUES(?1,?2,?3,?4,?5,?6,?7)"),
+        fDatabase->Prepare("INSERT INTO gone VALUES(?1)"),
+    };
     std::unique_lock lock(fMutex);
     for (;;) {
         fChanged.wait(lock, [this] { return !fWaiting.empty() || fEnd; });
@@ -113,11 +145,12 @@ void CatalogueWriter::WriteBatches() {
         const bool go = fStatus.ok();  // after a failure batches are only taken away
         lock.unlock();
         kit::Status status;
-        if (go) status = Write(*batch, entry, directory, frame);
+        if (go) status = Write(*batch, inserts);
         batch->entries.clear();
         batch->names.clear();
         batch->directories.clear();
         batch->frames.clear();
+        batch->gone.clear();
         lock.lock();
         if (go && !status) fStatus = std::move(status);
         if (!fWaiting.empty()) fWaiting.pop_front();
@@ -126,8 +159,8 @@ void CatalogueWriter::WriteBatches() {
     }
 }
 
-kit::Status CatalogueWriter::Write(const Batch& batch, Statement& entry, Statement& directory,
-                                   Statement& frame) {
+kit::Status CatalogueWriter::Write(const Batch& batch, Inserts& inserts) {
+    auto& [entry, directory, frame, gone] = inserts;
     size_t nameStart = 0;
     for (const EntryRow& row : batch.entries) {
         const CatalogueEntry& e = row.entry;
@@ -142,7 +175,8 @@ kit::Status CatalogueWriter::Write(const Batch& batch, Statement& entry, Stateme
             .Bind(9, e.frame)
             .Bind(10, e.offset)
             .Bind(11, int64_t{e.link})
-            .Bind(12, int64_t{e.incomplete});
+            .Bind(12, int64_t{e.incomplete})
+            .Bind(13, static_cast<int64_t>(e.node));
         if (kit::Status status = entry.Run(); !status) return status;
         nameStart = row.nameEnd;
     }
@@ -160,8 +194,13 @@ kit::Status CatalogueWriter::Write(const Batch& batch, Statement& entry, Stateme
             .Bind(3, f.offset)
             .Bind(4, f.size)
             .Bind(5, f.content)
-            .Bind(6, static_cast<int64_t>(f.hash));
+            .Bind(6, static_cast<int64_t>(f.hash))
+            .Bind(7, int64_t{f.source});
         if (kit::Status status = frame.Run(); !status) return status;
+    }
+    for (const std::string& path : batch.gone) {
+        gone.Bind(1, BytesOf(path));
+        if (kit::Status status = gone.Run(); !status) return status;
     }
     return {};
 }

@@ -21,7 +21,8 @@ namespace server {
 
 class CatalogueWriter {
 public:
-    static kit::Result<std::unique_ptr<CatalogueWriter>> Create(const std::string& path);
+    static kit::Result<std::unique_ptr<CatalogueWriter>> Create(const std::string& path,
+                                                                const CatalogueOrigin& origin);
     ~CatalogueWriter();  // an unfinished file is removed
 
     // The id that the next entry gets: where a directory's children will begin.
@@ -31,6 +32,9 @@ public:
     int32_t AddEntry(const CatalogueEntry& entry, std::string_view name);
     void AddDirectory(const CatalogueDirectory& directory);
     void AddFrame(const CatalogueFrame& frame);
+    // "Volume/path" of what the backup before had and this one has no more. All that was below it
+    // is gone with it.
+    void AddGone(std::string_view path);
 
     bool HasFailed() const;
     // Waits until all rows are in the file and closes it. Nothing may be added after it.
@@ -48,13 +52,17 @@ private:
         Bytes names;
         std::vector<CatalogueDirectory> directories;
         std::vector<CatalogueFrame> frames;
-        size_t Rows() const { return entries.size() + directories.size(); }
+        std::vector<std::string> gone;
+        size_t Rows() const { return entries.size() + directories.size() + gone.size(); }
     };
 
     CatalogueWriter(std::string path, Database database);
     void HandOver();
     void WriteBatches();
-    kit::Status Write(const Batch& batch, Statement& entry, Statement& directory, Statement& frame);
+    struct Inserts {
+        Statement entry, directory, frame, gone;
+    };
+    kit::Status Write(const Batch& batch, Inserts& inserts);
 
     std::string fPath;
     std::unique_ptr<Database> fDatabase;

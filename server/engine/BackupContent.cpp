@@ -66,6 +66,15 @@ kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo
     return content;
 }
 
+const BackupContent* BackupContent::Source(int32_t source) const {
+    // Without its bases it is the only one there is.
+    const size_t own = fManifest.buildsOn.size();
+    const auto at = static_cast<size_t>(source);
+    if (source < 0 || at > own) return nullptr;
+    if (at == own) return this;
+    return at < fBases.size() ? fBases[at].get() : nullptr;
+}
+
 std::unique_ptr<archive::FileSource> BackupContent::File(const std::string& name) const {
     return archive::OpenOnVolume(Volume(), fFolder, name);
 }

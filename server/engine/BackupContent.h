@@ -1,4 +1,5 @@
-// What a finished backup holds, read from where it lies: its manifest, its media, its frames.
+// What a finished backup holds, read from where it lies: its manifest, its media, its frames. One
+// that builds on others has them with it.
 //
 // Made by one thread; ReadFrame and Medium may be called by several at once, each with a context of
 // its own.
@@ -30,13 +31,19 @@ public:
     KTVolume& Volume() const { return **fVolume; }
     std::unique_ptr<KTCruncherContext> NewContext() const { return (*fCompressor)->NewContext(); }
 
+    // Those that it builds on, the oldest first: all of them, or none, when only its own data is
+    // asked for.
+    void SetBases(std::vector<std::unique_ptr<BackupContent>> bases) { fBases = std::move(bases); }
+    // The one of the chain that CatalogueFrame::source names; null for none.
+    const BackupContent* Source(int32_t source) const;
+
     // A file of the backup by its name in the folder, as it lies there.
     std::unique_ptr<archive::FileSource> File(const std::string& name) const;
     // The plain bytes of a medium; null where the backup has none of that number.
     archive::FileSource* Medium(int number) const;
 
-    // The content of one frame, whole and with the checksum it had when it was written. Damaged
-    // otherwise. `packed` is room that is used again from call to call.
+    // The content of one of its own frames, whole and with the checksum it had when it was written.
+    // Damaged otherwise. `packed` is room that is used again from call to call.
     kit::Status ReadFrame(const CatalogueFrame& frame, KTCruncherContext& context, Bytes* packed,
                           Bytes* content) const;
 
@@ -49,6 +56,7 @@ private:
     std::string fFolder;
     archive::Manifest fManifest;
     std::vector<std::unique_ptr<archive::FileSource>> fMedia;
+    std::vector<std::unique_ptr<BackupContent>> fBases;
 };
 
 }  // namespace server

@@ -45,11 +45,48 @@ std::span<const uint8_t> BytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
+// An incremental or differential backup has the protection of its set.
+std::optional<archive::Protection> ProtectionFor(const JobOrder& order, const BaseBackup* base) {
+    if (!base) return description::ProtectionOf(order.description);
+    if (!base->Info().isProtected) return std::nullopt;
+    return base->Info().protection;
+}
+
 }  // namespace
+
+kit::Result<std::unique_ptr<BaseBackup>> BaseBackup::Find(CatalogueStore& catalogues, int32_t setId,
+                                                          core::JobType type) {
+    const auto missing = [](const std::string& name) {
+        return kit::Error::Make(ErrorKind::NotFound, name);
+    };
+    std::optional<BackupInfo> chosen;
+    for (const BackupInfo& backup : catalogues.Backups()) {  // newest first
+        const bool isFull = backup.type == core::JobType::Full;
+        if ((isFull ? backup.jobId : backup.baseId) != setId || setId == 0) continue;
+        if (!isFull && type == core::JobType::Differential) continue;
+        chosen = backup;
+        break;
+    }
+    if (!chosen) return missing("job " + std::to_string(setId));
+    auto catalogue = CatalogueReader::Open(catalogues.PathOf(chosen->name));
+    if (!catalogue) return catalogue.error();
+    auto origin = catalogue->Origin();
+    if (!origin) return origin.error();
+    if (origin->chain.back() != chosen->name)
+        return kit::Error::Make(ErrorKind::Damaged, chosen->name, "chain");
+    auto base =
+        std::unique_ptr<BaseBackup>(new BaseBackup{{}, std::move(*origin), std::move(*catalogue)});
+    for (const std::string& name : base->origin.chain) {
+        auto info = catalogues.Use(name);
+        if (!info) return missing(name);
+        base->held.push_back(std::move(info));
+    }
+    return base;
+}
 
 BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
                      JobReport& report, JobControl& control, KTVolume& volume,
-                     KTCruncher& compressor)
+                     KTCruncher& compressor, std::unique_ptr<BaseBackup> base)
     : fOrder(order),
       fConfig(config),
       fCatalogues(catalogues),
@@ -60,13 +97,14 @@ BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, Catalogu
       fStart(config.now ? config.now() : std::time(nullptr)),
       fName(archive::BackupName(fStart, order.id)),
       fTitle(order.title),
-      fProtection(description::ProtectionOf(order.description)) {}
+      fBase(std::move(base)),
+      fProtection(ProtectionFor(order, fBase.get())) {}
 
 JobEnd BackupJob::Run() {
     if (!CheckDestination() || !FindSources()) return Ended(false);
     FindOwnFiles();
-    const bool published =
-        WriteData() && WriteCatalogue() && WriteKey() && WriteManifest() && MakeItExist();
+    const bool published = WriteData() && WriteCatalogue() && WriteGone() && WriteKey() &&
+                           WriteManifest() && MakeItExist();
     // What did not come to be is removed before the end is told.
     fWriter.reset();
     fCatalogue.reset();
@@ -113,7 +151,13 @@ bool BackupJob::CheckDestination() {
 }
 
 bool BackupJob::FindSources() {
-    const BMessage selection = fOrder.description.Get<BMessage>("selection", BMessage());
+    BMessage selection;
+    if (fBase) {
+        for (const std::string& rule : fBase->origin.rules)
+            selection.Add(core::kSelectionField, rule);
+    } else {
+        selection = fOrder.description.Get<BMessage>("selection", BMessage());
+    }
     int refused = 0;
     fRules = core::selection::Rules(selection, &refused);
     if (refused > 0) {
@@ -189,13 +233,20 @@ void BackupJob::FindOwnFiles() {
 // --- writing ------------------------------------------------------------------------------------
 
 bool BackupJob::WriteData() {
-    auto catalogue = CatalogueWriter::Create(fCatalogues.PathForNew(fName));
+    CatalogueOrigin origin;
+    if (fBase) origin.chain = fBase->origin.chain;
+    fSource = static_cast<int32_t>(origin.chain.size());
+    origin.chain.push_back(fName);
+    for (const core::SelectionRule& rule : fRules)
+        origin.rules.push_back(rule.Text());
+    auto catalogue = CatalogueWriter::Create(fCatalogues.PathForNew(fName), origin);
     if (!catalogue) {
         fReport.Error(text::kLogNotCreated, {fCatalogues.PathForNew(fName)},
                       catalogue.error().Text());
         return false;
     }
     fCatalogue = std::move(*catalogue);
+    if (fBase && !CopyBaseFrames()) return false;
 
     const bool split = fVolume.MediaSize() > 0;
     fWriter = std::make_unique<BackupWriter>(
@@ -216,23 +267,30 @@ bool BackupJob::WriteData() {
     fReport.Line(LineType::Heading, text::kScanningSources);
     if (!split) fReport.Line(LineType::Heading, text::kBackupData);
     const core::SelectionMatcher matcher(fRules);
-    FrameStream stream([this] { return fCompressor.NewContext(); },
-                       [this](const FrameStream::PackedFrame& frame) -> Status {
-                           auto place = fWriter->WriteFrame(frame.packed);
-                           if (!place) return place.error();
-                           fCatalogue->AddFrame({frame.number, place->medium, place->offset,
-                                                 static_cast<int64_t>(frame.packed.size()),
-                                                 static_cast<int64_t>(frame.content), frame.hash});
-                           return {};
-                       },
-                       fControl, Workers());
-    SourceScan scan(matcher, fOwn, fSources, fReport, fControl);
-    TreePacker packer(stream, *fCatalogue, fReport, fControl);
-    int64_t tag = packer.AddVolumes(fSources);
+    FrameStream stream(
+        [this] { return fCompressor.NewContext(); },
+        [this](const FrameStream::PackedFrame& frame) -> Status {
+            auto place = fWriter->WriteFrame(frame.packed);
+            if (!place) return place.error();
+            fCatalogue->AddFrame({frame.number, place->medium, place->offset,
+                                  static_cast<int64_t>(frame.packed.size()),
+                                  static_cast<int64_t>(frame.content), frame.hash, fSource});
+            return {};
+        },
+        fControl, Workers(), fFirstFrame);
+    // How much has changed only the walk itself finds out.
+    std::optional<SourceScan> scan;
+    if (fBase)
+        fReport.AddTotals(fBase->Info().files, 0);
+    else
+        scan.emplace(matcher, fOwn, fSources, fReport, fControl);
+    TreePacker packer(stream, *fCatalogue, fReport, fControl, fBase ? &fBase->catalogue : nullptr);
+    const std::vector<int64_t> tags = packer.AddVolumes(fSources);
     TreeWalk walk(matcher, fOwn, TreeWalk::Order::Sorted);
-    for (const BVolume& volume : fSources) {
+    for (size_t i = 0; i < fSources.size(); ++i) {
+        const BVolume& volume = fSources[i];
         fReport.Line(LineType::Volume, text::kLine, {volume.name});
-        if (!walk.Run(volume.name, volume.mountPoint, tag++, packer)) break;
+        if (!walk.Run(volume.name, volume.mountPoint, tags[i], packer)) break;
     }
     packer.Finish();
     fTotals = packer.Done();
@@ -240,7 +298,7 @@ bool BackupJob::WriteData() {
     if (written && !fControl.IsAborted()) written = fWriter->FinishMedia();
     if (!written) return DestinationFailed(written.error());
     if (fControl.IsAborted()) return false;
-    scan.Wait();
+    if (scan) scan->Wait();
     fReport.TellProgress("");
     if (fTotals.taken == 0) {
         fReport.Error(text::kNothingToBackUp, {});
@@ -284,6 +342,47 @@ bool BackupJob::WriteCatalogue() {
     return true;
 }
 
+bool BackupJob::CopyBaseFrames() {
+    const Status copied = fBase->catalogue.Frames([this](const CatalogueFrame& frame) {
+        fCatalogue->AddFrame(frame);
+        fFirstFrame = frame.id + 1;
+        return true;
+    });
+    if (!copied) fReport.Error(text::kNoDatabase, {}, copied.error().Text());
+    return copied.ok();
+}
+
+// What is gone since the base, for whoever restores by hand: paths in the archive, each with a zero
+// byte behind it.
+bool BackupJob::WriteGone() {
+    if (!fBase) return true;
+    auto catalogue = CatalogueReader::Open(fCatalogue->Path());
+    if (!catalogue) {
+        fReport.Error(text::kNoDatabase, {}, catalogue.error().Text());
+        return false;
+    }
+    Status status = fWriter->OpenFile(archive::kGoneFile, BackupWriter::Content::Secret);
+    Bytes block;
+    const auto write = [&] {
+        if (status && !block.empty()) status = fWriter->WriteToFile(block);
+        block.clear();
+    };
+    const Status read = catalogue->Gone([&](std::string_view path) {
+        block.insert(block.end(), path.begin(), path.end());
+        block.push_back(0);
+        if (block.size() >= archive::kFrameSize) write();
+        return status.ok();
+    });
+    write();
+    if (!read) {
+        fReport.Error(text::kNoDatabase, {}, read.error().Text());
+        return false;
+    }
+    if (status) status = fWriter->FinishFile();
+    if (!status) return DestinationFailed(status.error());
+    return true;
+}
+
 bool BackupJob::WriteKey() {
     if (!fProtection) return true;
     Status status = fWriter->OpenFile(archive::kKeyFile, BackupWriter::Content::Public);
@@ -299,6 +398,11 @@ bool BackupJob::WriteManifest() {
     manifest.title = fTitle;
     manifest.type = fOrder.type;
     manifest.jobId = fOrder.id;
+    manifest.baseId = SetId();
+    if (fBase) {
+        manifest.baseBackup = fBase->Info().name;
+        manifest.buildsOn = fBase->origin.chain;
+    }
     manifest.start = fStart;
     manifest.end = fConfig.now ? fConfig.now() : std::time(nullptr);
     manifest.host = HostName();
@@ -333,6 +437,8 @@ bool BackupJob::MakeItExist() {
     info.title = fTitle;
     info.type = fOrder.type;
     info.jobId = fOrder.id;
+    info.baseId = SetId();
+    if (fBase) info.builtOn = fBase->origin.chain;
     info.start = fStart;
     info.files = fTotals.files;
     info.bytes = fTotals.bytes;
@@ -346,6 +452,12 @@ bool BackupJob::MakeItExist() {
         fReport.Error(text::kNoDatabase, {}, status.error().Text());
     }
     return true;
+}
+
+int32_t BackupJob::SetId() const {
+    if (!fBase) return 0;
+    const BackupInfo& base = fBase->Info();
+    return base.type == core::JobType::Full ? base.jobId : base.baseId;
 }
 
 void BackupJob::RemoveOldBackups() {
@@ -382,7 +494,7 @@ void BackupJob::RemoveOldBackups() {
 
 JobEnd BackupJob::Ended(bool published) {
     if (!published && fControl.IsAborted()) {
-        TellTotals(fReport, fTotals.files, fTotals.bytes, kBackupTexts);
+        TellTotals(fReport, fTotals.savedFiles, fTotals.savedBytes, kBackupTexts);
         fReport.Line(LineType::Totals, text::kBackupAborted);
         return JobEnd::Aborted;
     }
@@ -390,7 +502,7 @@ JobEnd BackupJob::Ended(bool published) {
         fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup failed, nothing was saved!!!");
         return JobEnd::Errors;
     }
-    TellTotals(fReport, fTotals.files, fTotals.bytes, kBackupTexts);
+    TellTotals(fReport, fTotals.savedFiles, fTotals.savedBytes, kBackupTexts);
     if (fReport.Errors() > 0) {
         fReport.Words(LineType::Totals, "Status:\t\t\t\tBackup ended with errors!");
         return JobEnd::Errors;

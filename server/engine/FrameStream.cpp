@@ -29,8 +29,9 @@ kit::Status Guarded(const Call& call) {
 constexpr auto kAskAgain = std::chrono::milliseconds(100);
 }  // namespace
 
-FrameStream::FrameStream(const Contexts& contexts, Sink sink, JobControl& control, int workers)
-    : fSink(std::move(sink)), fControl(control) {
+FrameStream::FrameStream(const Contexts& contexts, Sink sink, JobControl& control, int workers,
+                         int64_t first)
+    : fSink(std::move(sink)), fControl(control), fNextNumber(first), fWanted(first) {
     // One frame for each compressing thread, one being filled, one ready to be taken; the same for
     // the results, so that a frame that takes long does not stop the others.
     for (int i = 0; i < workers + 2; ++i) {

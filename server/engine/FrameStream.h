@@ -29,7 +29,7 @@ class JobControl;
 class FrameStream {
 public:
     struct PackedFrame {
-        int64_t number = 0;  // from 0
+        int64_t number = 0;
         std::span<const uint8_t> packed;
         size_t content = 0;  // bytes when unpacked
         uint64_t hash = 0;   // XXH3 of the content
@@ -42,7 +42,9 @@ public:
     // Called in the order of the numbers, on the writing thread.
     using Sink = std::function<kit::Status(const PackedFrame&)>;
 
-    FrameStream(const Contexts& contexts, Sink sink, JobControl& control, int workers);
+    // `first`: the number of the first frame.
+    FrameStream(const Contexts& contexts, Sink sink, JobControl& control, int workers,
+                int64_t first = 0);
     ~FrameStream();  // ends everything, whatever is still to do
 
     // Says that an entry of `size` bytes begins, which may end the present frame.
@@ -82,7 +84,7 @@ private:
     Sink fSink;
     JobControl& fControl;
     std::unique_ptr<Frame> fFilling;
-    int64_t fNextNumber = 0;
+    int64_t fNextNumber;
     int64_t fWritten = 0;
     std::atomic<bool> fFailed = false;
 
@@ -92,7 +94,7 @@ private:
     std::deque<std::unique_ptr<Frame>> fFull;
     std::vector<std::unique_ptr<Packed>> fSpare;
     std::map<int64_t, std::unique_ptr<Packed>> fPacked;
-    int64_t fWanted = 0;  // number of the frame to be written next
+    int64_t fWanted;  // number of the frame to be written next
     bool fNoMore = false, fEnd = false;
     kit::Status fStatus;
     std::vector<std::unique_ptr<KTCruncherContext>> fContexts;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -17,7 +18,14 @@ public:
         int32_t entry = 0;  // in the catalogue
     };
 
-    // The first name of the file, when it was saved before.
+    // Whether the file was saved before under another name, and if so, whether that one lies where
+    // the backup before has it.
+    std::optional<bool> IsFirstInBase(uint64_t device, uint64_t node) const {
+        const auto found = fFiles.find({device, node});
+        if (found == fFiles.end()) return std::nullopt;
+        return found->second.inBase;
+    }
+    // That name; asked once for each further one.
     bool Find(uint64_t device, uint64_t node, First* first) {
         auto found = fFiles.find({device, node});
         if (found == fFiles.end()) return false;
@@ -28,7 +36,8 @@ public:
     }
 
     // A file with `names` names was saved under the first of them.
-    void Add(uint64_t device, uint64_t node, uint32_t names, std::string_view path, int32_t entry) {
+    void Add(uint64_t device, uint64_t node, uint32_t names, std::string_view path, int32_t entry,
+             bool inBase = false) {
         const size_t nameAt = path.rfind('/') + 1;
         const std::string_view directory = path.substr(0, nameAt);
         // Files of one directory come together: its path is kept once.
@@ -36,7 +45,7 @@ public:
             fDirectories.emplace_back(directory);
         }
         fFiles[{device, node}] = {static_cast<uint32_t>(fDirectories.size() - 1), entry, names - 1,
-                                  std::string(path.substr(nameAt))};
+                                  std::string(path.substr(nameAt)), inBase};
     }
 
 private:
@@ -54,6 +63,7 @@ private:
         int32_t entry = 0;
         uint32_t left = 0;  // names still to come
         std::string name;
+        bool inBase = false;
     };
     std::vector<std::string> fDirectories;  // with a slash at the end
     std::unordered_map<Key, Seen, Hash> fFiles;

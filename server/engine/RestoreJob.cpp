@@ -27,6 +27,8 @@ namespace {
 constexpr size_t kMostWaiting = 4;
 // A frame holds no more members; a catalogue may claim anything.
 constexpr size_t kMostInBundle = 8192;
+// Of so many streams frames are kept at a time.
+constexpr size_t kMostStreams = 4;
 
 int64_t DataSize(const CatalogueEntry& entry) {
     return entry.link == 0 && S_ISREG(entry.mode) ? entry.size : 0;
@@ -66,6 +68,7 @@ public:
           fMatcher(matcher),
           fPlaces(job.fOrder.description.Get<BMessage>("selection", BMessage()), job.fDivert,
                   job.fCreateRoot, job.fConfig.roster.Volumes()),
+          fMostFilling(std::min(backup.info.builtOn.size() + 1, kMostStreams)),
           fMostThreads(job.fConfig.workers > 0
                            ? static_cast<size_t>(job.fConfig.workers)
                            : std::max(2U, std::thread::hardware_concurrency())) {
@@ -117,7 +120,7 @@ private:
     Directory* DirectoryAt(const std::string& path);
 
     void Add(Task task);
-    void HandOver();
+    void HandOver(Bundle bundle);
     void Work();
     void Count(const RestoreItem& item, EntryRestorer::Outcome outcome);
     void ReadHeaderOf(EntryRestorer& restorer, size_t late);
@@ -137,7 +140,8 @@ private:
     std::vector<RestoreItem> fLinks;
     std::vector<bool> fRestored;  // by the entry's id; guarded by fMutex
 
-    Bundle fFilling;
+    std::deque<Bundle> fFilling;  // the one begun first is handed over first
+    const size_t fMostFilling;
     std::vector<std::thread> fThreads;  // made as work for them comes: one file needs one
     const size_t fMostThreads;
     std::mutex fMutex;
@@ -157,7 +161,8 @@ void RestoreJob::Backup::Run() {
     });
     CatalogueWalk walk(fCatalogue, fMatcher, fJob.fRules);
     const kit::Status walked = walk.Run(fRoot, *this);
-    HandOver();
+    for (Bundle& bundle : fFilling)
+        HandOver(std::move(bundle));
     {
         std::lock_guard lock(fMutex);
         fNoMore = true;
@@ -353,24 +358,36 @@ void RestoreJob::Backup::Entry(const std::string& directory, const CatalogueEntr
     Add({std::move(item)});
 }
 
+// Entries of one frame go together. Of a backup that builds on others a row of entries jumps
+// between the streams, and comes back to the frame it left.
 void RestoreJob::Backup::Add(Task task) {
-    if (!fFilling.empty() && (fFilling.back().item.entry.frame != task.item.entry.frame ||
-                              fFilling.size() >= kMostInBundle)) {
-        HandOver();
+    const int64_t frame = task.item.entry.frame;
+    auto filling = std::ranges::find(
+        fFilling, frame, [](const Bundle& bundle) { return bundle.back().item.entry.frame; });
+    if (filling != fFilling.end() && filling->size() >= kMostInBundle) {
+        HandOver(std::move(*filling));
+        fFilling.erase(filling);
+        filling = fFilling.end();
     }
-    fFilling.push_back(std::move(task));
+    if (filling == fFilling.end()) {
+        if (fFilling.size() >= fMostFilling) {
+            HandOver(std::move(fFilling.front()));
+            fFilling.pop_front();
+        }
+        fFilling.emplace_back();
+        filling = std::prev(fFilling.end());
+    }
+    filling->push_back(std::move(task));
 }
 
-void RestoreJob::Backup::HandOver() {
-    if (fFilling.empty()) return;
+void RestoreJob::Backup::HandOver(Bundle bundle) {
     bool needsThread = false;
     {
         std::unique_lock lock(fMutex);
         fRoom.wait(lock, [this] { return fQueue.size() < kMostWaiting; });
-        fQueue.push_back(std::move(fFilling));
+        fQueue.push_back(std::move(bundle));
         needsThread = fIdle < fQueue.size() && fThreads.size() < fMostThreads;
     }
-    fFilling.clear();
     if (needsThread) fThreads.emplace_back([this] { Work(); });
     fQueued.notify_one();
 }
@@ -580,7 +597,7 @@ JobEnd RestoreJob::Run() {
     TellSettings();
     fRules = SelectionRules(fOrder, fReport);
     const core::SelectionMatcher matcher(fRules);
-    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport, fControl,
+    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport, fControl, Chain::Whole,
                           [&](const OpenBackup& backup) {
                               Backup(*this, backup, matcher).Run();
                               return !fFull && fControl.MayGoOn();

@@ -21,6 +21,17 @@ namespace {
 
 constexpr char kNoCompressor[] = "KTNone";
 
+const char* ModeOf(core::JobType type) {
+    switch (type) {
+        case core::JobType::Incremental:
+            return "Incremental";
+        case core::JobType::Differential:
+            return "Differential";
+        default:
+            return "Full";
+    }
+}
+
 JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueStore& catalogues,
                  JobReport& report, JobControl& control) {
     const BMessage& job = order.description;
@@ -28,9 +39,24 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
     report.Line(LineType::Heading, text::kStartingBackup, {title});
     report.Line(LineType::Heading, text::kStartIs,
                 {LocalTimeText(config.now ? config.now() : std::time(nullptr))});
-    report.Line(LineType::Heading, text::kBackupModeIs, {"Full"});
+    report.Line(LineType::Heading, text::kBackupModeIs, {ModeOf(order.type)});
 
-    if (description::ProtectionOf(job)) {
+    std::unique_ptr<BaseBackup> base;
+    if (order.type != core::JobType::Full) {
+        auto found = BaseBackup::Find(catalogues, job.Get<int32_t>("base_id", 0), order.type);
+        if (!found) {
+            const kit::Error& error = found.error();
+            if (error.kind == kit::ErrorKind::NotFound)
+                report.Error(text::kBackupMissing, {error.path});
+            else
+                report.Error(text::kNoDatabase, {}, error.Text());
+            return JobEnd::Errors;
+        }
+        base = std::move(*found);
+        report.Words(LineType::Heading, "It builds on:\t\t\t\t" + base->Info().name);
+        if (base->Info().isProtected)
+            report.Words(LineType::Heading, "The backup is protected by the password of its set.");
+    } else if (description::ProtectionOf(job)) {
         report.Words(LineType::Heading, "The backup is protected by a password.");
     } else if (description::HasPassword(job)) {
         // The key is made of it when the job is submitted.
@@ -64,7 +90,9 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
     (*volume)->SetHost(&host);
     (*volume)->SetSettings(job.Get<BMessage>("volume", BMessage()));
     (*compressor)->SetSettings(job.Get<BMessage>("bak_packer", BMessage()));
-    return BackupJob(order, config, catalogues, report, control, **volume, **compressor).Run();
+    return BackupJob(order, config, catalogues, report, control, **volume, **compressor,
+                     std::move(base))
+        .Run();
 }
 
 }  // namespace
@@ -73,7 +101,7 @@ JobEnd RunJob(const JobOrder& order, const EngineConfig& config, CatalogueStore&
               JobEvents& events, JobControl& control) {
     JobReport report(events);
     try {
-        if (order.type == core::JobType::Full) {
+        if (core::IsBackup(order.type)) {
             return RunBackup(order, config, catalogues, report, control);
         }
         if (order.type == core::JobType::Restore) {

@@ -29,9 +29,40 @@ std::vector<core::SelectionRule> SelectionRules(const JobOrder& order, JobReport
     return rules;
 }
 
+namespace {
+
+// Opens those that a backup builds on. False: one of them is missing, or cannot be read; told.
+bool OpenBases(const BackupInfo& info, BackupContent& content, const JobOrder& order,
+               const EngineConfig& config, CatalogueStore& catalogues, JobReport& report,
+               const JobControl& control, std::vector<std::shared_ptr<const BackupInfo>>* held) {
+    std::vector<std::unique_ptr<BackupContent>> bases;
+    for (const std::string& name : info.builtOn) {
+        const auto base = catalogues.Use(name);
+        if (!base) {
+            report.Error(text::kBackupMissing, {name}, "'" + info.title + "' is built on it.");
+            return false;
+        }
+        held->push_back(base);
+        // All of a set have one key.
+        BackupKeys keys = order.keys;
+        if (const auto key = order.keys.find(info.name); key != order.keys.end())
+            keys[name] = key->second;
+        auto opened = BackupContent::Open(*base, config, keys, {report, control});
+        if (!opened) {
+            report.Error(text::kBackupHeaderUnreadable, {base->title}, opened.error().Text());
+            return false;
+        }
+        bases.push_back(std::move(*opened));
+    }
+    content.SetBases(std::move(bases));
+    return true;
+}
+
+}  // namespace
+
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const JobControl& control,
+                           JobReport& report, const JobControl& control, Chain chain,
                            const std::function<bool(const OpenBackup&)>& visit) {
     std::vector<std::string> names;
     for (const core::SelectionRule& rule : rules) {
@@ -61,6 +92,15 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
             report.Error(text::kBackupHeaderUnreadable, {info->title}, content.error().Text());
             continue;
         }
+        std::vector<std::shared_ptr<const BackupInfo>> held;
+        if ((*content)->Manifest().buildsOn != info->builtOn) {
+            report.Error(text::kBackupHeaderUnreadable, {info->title},
+                         "It does not say of what it is built what the catalogue says.");
+            continue;
+        }
+        if (chain == Chain::Whole &&
+            !OpenBases(*info, **content, order, config, catalogues, report, control, &held))
+            continue;
         auto catalogue = CatalogueReader::Open(catalogues.PathOf(name));
         if (!catalogue) {
             report.Error(text::kNoDatabase, {}, catalogue.error().Text());

@@ -22,11 +22,13 @@ struct OpenBackup {
     const BackupContent& content;
     CatalogueReader& catalogue;
 };
+// Whether the backups that it builds on are opened with it.
+enum class Chain { Whole, Own };
 // In the order of the rules that take something of them, protected ones with what the order has to
 // open them; none of them is deleted meanwhile. `visit` returns false to stop.
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const JobControl& control,
+                           JobReport& report, const JobControl& control, Chain chain,
                            const std::function<bool(const OpenBackup&)>& visit);
 
 // The first component of "/a/b/c".

@@ -39,6 +39,25 @@ std::string_view MemberPath(std::string_view path) {
     return path.substr(1);
 }
 
+// What a directory's turn needs to know: its id, that of the directory it was in the base (0: it
+// was none), and whether its own header is as it was there.
+struct DirectoryTag {
+    int32_t id = 0;
+    int32_t base = 0;
+    bool same = false;
+
+    int64_t Packed() const {
+        return static_cast<int64_t>(uint64_t{same} << 63 |
+                                    uint64_t{static_cast<uint32_t>(base)} << 32 |
+                                    static_cast<uint32_t>(id));
+    }
+    static DirectoryTag Of(int64_t packed) {
+        const auto bits = static_cast<uint64_t>(packed);
+        return {static_cast<int32_t>(bits & INT32_MAX),
+                static_cast<int32_t>(bits >> 32 & INT32_MAX), bits >> 63 != 0};
+    }
+};
+
 // The target of a link, whatever its length.
 bool ReadTarget(int parent, const char* name, std::string* target) {
     target->resize(1024);
@@ -56,21 +75,36 @@ bool ReadTarget(int parent, const char* name, std::string* target) {
 }  // namespace
 
 TreePacker::TreePacker(FrameStream& stream, CatalogueWriter& catalogue, JobReport& report,
-                       JobControl& control)
-    : fStream(stream), fCatalogue(catalogue), fReport(report), fControl(control) {}
+                       JobControl& control, CatalogueReader* base)
+    : fStream(stream), fCatalogue(catalogue), fReport(report), fControl(control) {
+    if (base) {
+        fBase.emplace(*base, [this](std::string_view path) {
+            fCatalogue.AddGone(MemberPath(path));
+            fReport.Words(LineType::Detail, "Gone: " + std::string(path));
+        });
+    }
+}
 
-int64_t TreePacker::AddVolumes(const std::vector<BVolume>& volumes) {
+std::vector<int64_t> TreePacker::AddVolumes(const std::vector<BVolume>& volumes) {
     const int32_t first = fCatalogue.NextId();
+    std::vector<int64_t> tags;
+    if (fBase) fBase->Open(kCatalogueRoot, {});
     for (const BVolume& volume : volumes) {
         struct stat info {};
         info.st_mode = S_IFDIR;
         ::stat(volume.mountPoint.c_str(), &info);
         WalkNode node;
         node.name = volume.name.c_str();
-        AddRow(node, info, {-1, 0}, 0, false);
+        const CatalogueEntry* before = fBase ? fBase->Find(volume.name) : nullptr;
+        DirectoryTag tag;
+        tag.id = AddRow(node, info, {-1, 0}, 0, false);
+        tag.base = before ? before->id : 0;
+        tag.same = before && BaseTree::IsSame(*before, info);
+        tags.push_back(tag.Packed());
     }
+    if (fBase) fBase->Close();
     fCatalogue.AddDirectory({kCatalogueRoot, first, static_cast<int32_t>(volumes.size()), -1, 0});
-    return first;
+    return tags;
 }
 
 bool TreePacker::Finish() {
@@ -88,37 +122,64 @@ bool TreePacker::MayGoOn() {
 // --- directories --------------------------------------------------------------------------------
 
 std::optional<int64_t> TreePacker::SubDirectory(const WalkNode& node) {
-    const int32_t id = AddRow(node, *node.info, {-1, 0}, 0, false);
-    if (id == 0) return std::nullopt;
-    return id;
+    DirectoryTag tag;
+    if (const CatalogueEntry* before = fBase ? fBase->Find(node.name) : nullptr) {
+        if (S_ISDIR(before->mode)) {
+            tag.base = before->id;
+            tag.same = BaseTree::IsSame(*before, *node.info);
+        } else {
+            fBase->Replaced(*before);
+        }
+    }
+    tag.id = AddRow(node, *node.info, {-1, 0}, 0, false);
+    if (tag.id == 0) return std::nullopt;
+    return tag.Packed();
 }
 
 void TreePacker::Enter(const WalkNode& node, int64_t tag, int fd, int code) {
     if (fCatalogue.HasFailed()) fOnTheWay = false;
-    const auto id = static_cast<int32_t>(tag);
+    const auto [id, base, same] = DirectoryTag::Of(tag);
+    if (fBase) fBase->Open(base, node.path);
     if (code == ENOENT || code == ENOTDIR || node.info->st_mode == 0) {
         fCatalogue.AddDirectory({id, fCatalogue.NextId(), 0, -1, 0});
         Unreadable(node.path, code);
         return;
     }
-    fRecords.Clear();
-    const int lost = fd >= 0 ? fNodes.ReadOpen(fd, fRecords)
-                             : fNodes.ReadEntry(node.parent, node.name, fRecords);
-    TarMember member;
-    member.type = TarType::Directory;
-    const FrameStream::Place place = PackHeader(member, *node.info, node.path, 0);
-    fDirectory = {id, fCatalogue.NextId(), 0, place.frame, place.offset};
+    fDirectory = {id, fCatalogue.NextId(), 0, -1, 0};
+    fDirectoryInfo = *node.info;
+    fDirectoryPath = node.path;
     ++fTotals.entries;
     if (node.included) ++fTotals.taken;
-    fReport.Words(LineType::Directory, node.path);
-    if (lost != 0) AttributesLost(node.path, lost);
+    const auto before = same ? fBase->DirectoryAt(base) : std::nullopt;
+    fIsPacked = !before || before->frame < 0 || fd < 0;
+    if (fIsPacked) {
+        PackDirectory(fd, node.parent, node.name);
+    } else {
+        fDirectory.frame = before->frame;
+        fDirectory.offset = before->offset;
+    }
     if (fd < 0) {
         fCatalogue.AddDirectory(fDirectory);
         Unreadable(node.path, code);
     }
 }
 
+void TreePacker::PackDirectory(int fd, int parent, const char* name) {
+    fIsPacked = true;
+    fRecords.Clear();
+    const int lost =
+        fd >= 0 ? fNodes.ReadOpen(fd, fRecords) : fNodes.ReadEntry(parent, name, fRecords);
+    TarMember member;
+    member.type = TarType::Directory;
+    const FrameStream::Place place = PackHeader(member, fDirectoryInfo, fDirectoryPath, 0);
+    fDirectory.frame = place.frame;
+    fDirectory.offset = place.offset;
+    fReport.Words(LineType::Directory, fDirectoryPath);
+    if (lost != 0) AttributesLost(fDirectoryPath, lost);
+}
+
 void TreePacker::EndOfEntries(int64_t) {
+    if (fBase) fBase->Close();
     fDirectory.count = fCatalogue.NextId() - fDirectory.first;
     fCatalogue.AddDirectory(fDirectory);
 }
@@ -126,6 +187,16 @@ void TreePacker::EndOfEntries(int64_t) {
 // --- entries ------------------------------------------------------------------------------------
 
 void TreePacker::Entry(const WalkNode& node) {
+    if (fBase && TakeFromBase(node)) {
+        ++fTotals.entries;
+        ++fTotals.files;
+        ++fTotals.taken;
+        fReport.AddDone(1, 0);
+        fReport.Tick(node.path);
+        return;
+    }
+    // Unpacking something into it changes the directory's time: its header sets that right.
+    if (!fIsPacked) PackDirectory(node.parent, -1, nullptr);
     if (node.type == DT_REG) {
         PackRegular(node);
     } else {
@@ -133,6 +204,42 @@ void TreePacker::Entry(const WalkNode& node) {
     }
     fReport.AddDone(1, 0);
     fReport.Tick(node.path);
+}
+
+// Whether the entry is as the base has it: then its row is all there is to write.
+bool TreePacker::TakeFromBase(const WalkNode& node) {
+    const CatalogueEntry* before = fBase->Find(node.name);
+    if (!before) return false;
+    struct stat info;
+    if (::fstatat(node.parent, node.name, &info, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    if ((before->mode & S_IFMT) != (info.st_mode & S_IFMT)) {
+        fBase->Replaced(*before);
+        return false;
+    }
+    if (!BaseTree::IsSame(*before, info)) return false;
+    if (info.st_nlink > 1) return TakeLinkFromBase(node, info, *before);
+    AddRow(node, info, {before->frame, before->offset}, 0, false);
+    fTotals.bytes += S_ISREG(info.st_mode) ? info.st_size : 0;
+    return true;
+}
+
+// Of several names one has the data, here as in the base; else they are saved anew.
+bool TreePacker::TakeLinkFromBase(const WalkNode& node, const struct stat& info,
+                                  const CatalogueEntry& entry) {
+    HardLinks::First first;
+    const std::optional<bool> inBase = fLinks.IsFirstInBase(info.st_dev, info.st_ino);
+    if (inBase.has_value() != (entry.link != 0)) return false;
+    if (inBase) {
+        if (!*inBase) return false;  // the first one has moved
+        fLinks.Find(info.st_dev, info.st_ino, &first);
+        AddRow(node, info, {entry.frame, entry.offset}, first.entry, false);
+        return true;
+    }
+    const int32_t id = AddRow(node, info, {entry.frame, entry.offset}, 0, false);
+    fLinks.Add(info.st_dev, info.st_ino, static_cast<uint32_t>(info.st_nlink),
+               MemberPath(node.path), id, true);
+    fTotals.bytes += S_ISREG(info.st_mode) ? info.st_size : 0;
+    return true;
 }
 
 void TreePacker::PackRegular(const WalkNode& node) {
@@ -146,6 +253,8 @@ void TreePacker::PackRegular(const WalkNode& node) {
         }
         return;
     }
+    struct stat toCome;
+    if (fBase && ::fstat(fd.Get(), &toCome) == 0) fReport.AddTotals(0, toCome.st_size);
     for (int left = kTries; left > 0; --left) {
         if (PackOpenFile(node, fd.Get(), left > 1) != Packed::TryAgain) return;
     }
@@ -193,10 +302,7 @@ TreePacker::Packed TreePacker::PackOpenFile(const WalkNode& node, int fd, bool m
         fLinks.Add(info.st_dev, info.st_ino, static_cast<uint32_t>(info.st_nlink),
                    MemberPath(node.path), id);
     }
-    ++fTotals.entries;
-    ++fTotals.files;
-    ++fTotals.taken;
-    fTotals.bytes += info.st_size;
+    CountSaved(info.st_size);
     fReport.Words(LineType::File, node.path);
     if (lost != 0) AttributesLost(node.path, lost);
     return Packed::Done;
@@ -248,9 +354,7 @@ bool TreePacker::PackHardLink(const WalkNode& node, const struct stat& info) {
     member.link = first.path;
     const FrameStream::Place place = PackHeader(member, info, node.path, 0);
     AddRow(node, info, place, first.entry, false);
-    ++fTotals.entries;
-    ++fTotals.files;
-    ++fTotals.taken;
+    CountSaved(0);
     fReport.AddDone(0, info.st_size);
     fReport.Words(LineType::File, node.path);
     return true;
@@ -310,9 +414,7 @@ void TreePacker::PackSpecial(const WalkNode& node) {
         fLinks.Add(info.st_dev, info.st_ino, static_cast<uint32_t>(info.st_nlink),
                    MemberPath(node.path), id);
     }
-    ++fTotals.entries;
-    ++fTotals.files;
-    ++fTotals.taken;
+    CountSaved(0);
     fReport.Words(LineType::File, node.path);
     if (lost != 0) AttributesLost(node.path, lost);
 }
@@ -351,8 +453,18 @@ int32_t TreePacker::AddRow(const WalkNode& node, const struct stat& info,
     entry.frame = place.frame;
     entry.offset = place.offset;
     entry.link = link;
+    entry.node = info.st_ino;
     entry.incomplete = incomplete;
     return fCatalogue.AddEntry(entry, node.name);
+}
+
+void TreePacker::CountSaved(int64_t bytes) {
+    ++fTotals.entries;
+    ++fTotals.files;
+    ++fTotals.taken;
+    fTotals.bytes += bytes;
+    ++fTotals.savedFiles;
+    fTotals.savedBytes += bytes;
 }
 
 void TreePacker::AttributesLost(std::string_view path, int code) {

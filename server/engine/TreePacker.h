@@ -5,11 +5,14 @@
 // One thread.
 #pragma once
 
+#include <optional>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "server/archive/TarMember.h"
 #include "server/catalogue/CatalogueWriter.h"
+#include "server/engine/BaseTree.h"
 #include "server/engine/FileContent.h"
 #include "server/engine/FrameStream.h"
 #include "server/engine/HardLinks.h"
@@ -26,14 +29,17 @@ public:
         int64_t files = 0;    // not directories
         int64_t bytes = 0;    // of file data, each hard-linked file once
         int64_t taken = 0;    // what the selection asked for, without directories on the way to it
+        // Of these, what went into the stream: all, unless the backup builds on another.
+        int64_t savedFiles = 0, savedBytes = 0;
     };
 
+    // With a base, what is as it was there is only noted, with its place there. The base's
+    // catalogue is read in step.
     TreePacker(FrameStream& stream, CatalogueWriter& catalogue, JobReport& report,
-               JobControl& control);
+               JobControl& control, CatalogueReader* base = nullptr);
 
-    // The volumes' own rows, which come before everything else. Gives the tag of the first one; the
-    // others follow.
-    int64_t AddVolumes(const std::vector<BVolume>& volumes);
+    // The volumes' own rows, which come before everything else. Gives their tags.
+    std::vector<int64_t> AddVolumes(const std::vector<BVolume>& volumes);
     // Ends the stream. False when it failed.
     bool Finish();
 
@@ -51,6 +57,10 @@ public:
 private:
     enum class Packed { Done, TryAgain, NotThere, Ended };
 
+    bool TakeFromBase(const WalkNode& node);
+    bool TakeLinkFromBase(const WalkNode& node, const struct stat& info,
+                          const CatalogueEntry& entry);
+    void PackDirectory(int fd, int parent, const char* name);
     void PackRegular(const WalkNode& node);
     Packed PackOpenFile(const WalkNode& node, int fd, bool mayTryAgain);
     Packed PackContent(const WalkNode& node, int fd, const struct stat& info,
@@ -62,6 +72,7 @@ private:
                                   std::string_view path, int64_t dataSize);
     int32_t AddRow(const WalkNode& node, const struct stat& info, const FrameStream::Place& place,
                    int32_t link, bool incomplete);
+    void CountSaved(int64_t bytes);
     void AttributesLost(std::string_view path, int code);
 
     FrameStream& fStream;
@@ -72,6 +83,10 @@ private:
     HardLinks fLinks;
     Totals fTotals;
     CatalogueDirectory fDirectory;  // the one whose entries are being told
+    struct stat fDirectoryInfo {};
+    std::string fDirectoryPath;
+    bool fIsPacked = true;  // else it is as in the base, until something in it is saved
+    std::optional<BaseTree> fBase;
     std::set<const OwnFiles*> fOwnTold;
     archive::PaxRecords fRecords;
     Bytes fHeader;

@@ -23,19 +23,25 @@ namespace {
 constexpr size_t kBlock = size_t{1} << 20;
 constexpr int64_t kMostSums = int64_t{4} << 20;
 
-// Follows the stream through the catalogue and reads every frame of it once.
+// Follows the stream through the catalogue and reads every frame of it once. What lies in backups
+// that this one builds on is theirs.
 class StreamCheck : public CatalogueVisitor {
 public:
-    StreamCheck(const OpenBackup& backup, CatalogueReader& places, JobReport& report,
-                JobControl& control)
-        : fCursor(backup.content, places), fReport(report), fControl(control) {}
+    StreamCheck(const OpenBackup& backup, CatalogueReader& places, int64_t firstFrame,
+                JobReport& report, JobControl& control)
+        : fCursor(backup.content, places),
+          fReport(report),
+          fControl(control),
+          fFirst(firstFrame),
+          fPassed(firstFrame - 1) {}
 
     bool Enter(const std::string& path, const CatalogueEntry&, const CatalogueDirectory& directory,
                bool) override {
-        if (directory.frame >= 0) Check(path, directory.frame, directory.offset);
+        if (directory.frame >= fFirst) Check(path, directory.frame, directory.offset);
         return true;
     }
     void Entry(const std::string& directory, const CatalogueEntry& entry) override {
+        if (entry.frame < fFirst) return;
         ++files;
         if (entry.link == 0) bytes += entry.size;
         Check(directory + "/" + entry.name, entry.frame, entry.offset);
@@ -83,7 +89,8 @@ private:
     FrameCursor fCursor;
     JobReport& fReport;
     JobControl& fControl;
-    int64_t fPassed = -1;
+    const int64_t fFirst;  // of its own frames
+    int64_t fPassed;
     std::string fPath = "/";
     bool fIsTold = false;
 };
@@ -98,16 +105,32 @@ JobEnd VerifyJob::Run() {
     fReport.Words(LineType::Heading, "Checking backups '" + fOrder.title + "':");
     fReport.Line(LineType::Heading, text::kStartIs,
                  {LocalTimeText(fConfig.now ? fConfig.now() : std::time(nullptr))});
-    const auto rules = SelectionRules(fOrder, fReport);
-    ForEachSelectedBackup(rules, fOrder, fConfig, fCatalogues, fReport, fControl,
-                          [&](const OpenBackup& backup) {
-                              ++fBackups;
-                              fReport.AddTotals(backup.info.files, backup.info.bytes);
-                              std::thread sums([&] { CheckSums(backup); });
-                              CheckStream(backup);
-                              sums.join();
-                              return fControl.MayGoOn();
-                          });
+    auto rules = SelectionRules(fOrder, fReport);
+    // One that builds on others is worth what they are: they are checked with it.
+    JobOrder order = fOrder;
+    std::set<std::string> checked;
+    while (!rules.empty() && fControl.MayGoOn()) {
+        std::set<std::string> bases;
+        ForEachSelectedBackup(rules, order, fConfig, fCatalogues, fReport, fControl, Chain::Own,
+                              [&](const OpenBackup& backup) {
+                                  checked.insert(backup.info.name);
+                                  bases.insert(backup.info.builtOn.begin(),
+                                               backup.info.builtOn.end());
+                                  const auto key = order.keys.find(backup.info.name);
+                                  if (key != order.keys.end()) {
+                                      const auto sets = key->second;
+                                      for (const std::string& base : backup.info.builtOn)
+                                          order.keys[base] = sets;
+                                  }
+                                  Check(backup);
+                                  return fControl.MayGoOn();
+                              });
+        for (const core::SelectionRule& rule : rules)
+            checked.emplace(FirstPart(rule.path));  // told, if it was not there
+        rules.clear();
+        for (const std::string& base : bases)
+            if (!checked.contains(base)) rules.push_back({true, true, "/" + base});
+    }
     if (fBackups == 0) fReport.ErrorWords("Error: there is no backup to check");
     fReport.TellProgress("");
     fReport.Words(LineType::Totals, "Files checked:\t\t" + std::to_string(fFiles));
@@ -124,6 +147,14 @@ JobEnd VerifyJob::Run() {
     return JobEnd::Good;
 }
 
+void VerifyJob::Check(const OpenBackup& backup) {
+    ++fBackups;
+    fReport.AddTotals(backup.info.files, backup.info.bytes);
+    std::thread sums([&] { CheckSums(backup); });
+    CheckStream(backup);
+    sums.join();
+}
+
 void VerifyJob::CheckSums(const OpenBackup& backup) {
     const auto wrong = [&](const std::string& why) {
         fReport.ErrorWords("Error: the checksums of '" + backup.info.name + "' cannot be read",
@@ -138,6 +169,9 @@ void VerifyJob::CheckSums(const OpenBackup& backup) {
     // What the manifest names must be there, whatever the list says.
     std::set<std::string> missing{archive::kManifestFile};
     if (backup.info.isProtected) missing.insert(archive::kKeyFile);
+    if (!backup.info.builtOn.empty())
+        missing.insert(archive::kGoneFile +
+                       std::string(backup.info.isProtected ? archive::kSealedSuffix : ""));
     for (const auto& medium : backup.content.Manifest().media)
         missing.insert(medium.file);
     for (size_t at = 0; at < sums.size();) {
@@ -183,7 +217,8 @@ void VerifyJob::CheckStream(const OpenBackup& backup) {
     const auto all = core::SelectionRule::Parse("INCLUDE /" + backup.info.name + "/*");
     const std::vector<core::SelectionRule> rules{*all};
     const core::SelectionMatcher matcher(rules);
-    StreamCheck check(backup, *places, fReport, fControl);
+    const auto source = static_cast<int32_t>(backup.info.builtOn.size());
+    StreamCheck check(backup, *places, places->FirstFrameOf(source), fReport, fControl);
     CatalogueWalk walk(backup.catalogue, matcher, rules);
     const kit::Status walked = walk.Run("/" + backup.info.name, check);
     if (!walked || walk.Refused() > 0) {

@@ -14,6 +14,7 @@ public:
     core::JobEnd Run();
 
 private:
+    void Check(const OpenBackup& backup);
     void CheckSums(const OpenBackup& backup);
     void CheckSum(const OpenBackup& backup, const std::string& file, const std::string& sum);
     void CheckStream(const OpenBackup& backup);

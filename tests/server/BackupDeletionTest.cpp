@@ -72,11 +72,11 @@ protected:
 };
 
 TEST_F(BackupDeletion, WhatOthersAreBuiltOnGoesOnlyWithThem) {
-    const auto full = Add({1, core::JobType::Full, 0, "Base", {"a"}});
-    const auto first = Add({2, kIncremental, 1, "First", {"b"}});
-    const auto second = Add({3, kIncremental, 1, "Second", {"c"}});
-    const auto differential = Add({4, core::JobType::Differential, 1, "Other", {"d"}});
-    const auto stranger = Add({5, core::JobType::Full, 0, "Stranger", {"e"}});
+    const auto full = Add({1, core::JobType::Full, 0, "Base", {"a"}, {}});
+    const auto first = Add({2, kIncremental, 1, "First", {"b"}, {full}});
+    const auto second = Add({3, kIncremental, 1, "Second", {"c"}, {full, first}});
+    const auto differential = Add({4, core::JobType::Differential, 1, "Other", {"d"}, {full}});
+    const auto stranger = Add({5, core::JobType::Full, 0, "Stranger", {"e"}, {}});
     Start();
     Delete({full});
     EXPECT_NE(NextReport("Base", peer->Team()).find("is built on it"), std::string::npos);
@@ -95,8 +95,8 @@ TEST_F(BackupDeletion, WhatOthersAreBuiltOnGoesOnlyWithThem) {
 }
 
 TEST_F(BackupDeletion, WithItsDataAwayTheEntryStays) {
-    const auto base = Add({1, core::JobType::Full, 0, "Base", {"a"}});
-    const auto next = Add({2, kIncremental, 1, "Next", {"b"}});
+    const auto base = Add({1, core::JobType::Full, 0, "Base", {"a"}, {}});
+    const auto next = Add({2, kIncremental, 1, "Next", {"b"}, {base}});
     Start();
     Delete({base, next}, 1);
     // What is built on it could not be deleted, so the base stays as well.
@@ -106,7 +106,7 @@ TEST_F(BackupDeletion, WithItsDataAwayTheEntryStays) {
 }
 
 TEST_F(BackupDeletion, WhatAJobUsesStaysUntilItEnds) {
-    const auto name = Add({1, core::JobType::Full, 0, "Used", {"a"}});
+    const auto name = Add({1, core::JobType::Full, 0, "Used", {"a"}, {}});
     Start();
     peer->SetAnswers([&](const BMessage& question) -> std::optional<BMessage> {
         if (question.what != "KTJS"_code) return std::nullopt;
@@ -137,7 +137,7 @@ TEST_F(BackupDeletion, ADamagedCatalogueIsToldOnceAndTheServerGoesOn) {
     std::vector<std::string> files;
     for (int i = 10'000; i < 30'000; ++i)
         files.push_back("file " + std::to_string(i));
-    const auto name = Add({1, core::JobType::Full, 0, "Scratched", files});
+    const auto name = Add({1, core::JobType::Full, 0, "Scratched", files, {}});
     {
         std::fstream file(house.Data() + "/catalogues/" + name + ".db",
                           std::ios::in | std::ios::out | std::ios::binary);

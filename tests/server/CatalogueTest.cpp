@@ -48,7 +48,7 @@ protected:
 
     // Volume "Data" with a directory, a link, a device, and odd names; "Empty" beside it.
     void WriteSome(const std::string& name) {
-        auto writer = CatalogueWriter::Create(fStore.PathForNew(name));
+        auto writer = CatalogueWriter::Create(fStore.PathForNew(name), {{name}, {}});
         ASSERT_TRUE(writer) << writer.error().Text();
         CatalogueWriter& w = **writer;
         const int32_t data = w.AddEntry(Entry(S_IFDIR | 0755), "Data");
@@ -155,7 +155,7 @@ TEST_F(Catalogue, ReaderFindsEveryEntryByItsPath) {
 
 TEST_F(Catalogue, LargeDirectoryKeepsByteOrderAndStaysQuickBesideIt) {
     constexpr int32_t kMany = 200'000;
-    auto writer = CatalogueWriter::Create(fStore.PathForNew(kName));
+    auto writer = CatalogueWriter::Create(fStore.PathForNew(kName), {{kName}, {}});
     ASSERT_TRUE(writer);
     CatalogueWriter& w = **writer;
     const int32_t volume = w.AddEntry(Entry(S_IFDIR | 0755), "V");
@@ -299,14 +299,14 @@ TEST_F(Catalogue, ListsWhileAnotherIsWritten) {
 
 TEST_F(Catalogue, UnfinishedFileIsGone) {
     {
-        auto writer = CatalogueWriter::Create(fStore.PathForNew(kName));
+        auto writer = CatalogueWriter::Create(fStore.PathForNew(kName), {{kName}, {}});
         ASSERT_TRUE(writer);
         for (int i = 0; i < 100'000; ++i)
             (*writer)->AddEntry(Entry(S_IFREG), "x");
     }
     EXPECT_FALSE(std::filesystem::exists(fStore.PathForNew(kName)));
     EXPECT_FALSE(fStore.Adopt(kName, Info(kName)));
-    EXPECT_FALSE(CatalogueWriter::Create("/nowhere/at/all.new"));
+    EXPECT_FALSE(CatalogueWriter::Create("/nowhere/at/all.new", {}));
 }
 
 }  // namespace

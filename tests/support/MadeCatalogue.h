@@ -19,7 +19,8 @@ struct MadeBackup {
     core::JobType type = core::JobType::Full;
     int32_t base = 0;
     std::string title;
-    std::vector<std::string> files;  // in the folder "Data/folder", in byte order
+    std::vector<std::string> files;    // in the folder "Data/folder", in byte order
+    std::vector<std::string> builtOn = {};  // names, the oldest first
 
     std::string Name() const { return server::archive::BackupName(1795378530 + job, job); }
 };
@@ -39,7 +40,9 @@ inline std::string AddCatalogue(const std::string& dataFolder, const MadeBackup&
     info.addon = "KTImage";
     info.volumeSettings.Add("path", "/nowhere/at/all");
 
-    auto writer = server::CatalogueWriter::Create(store.PathForNew(info.name));
+    std::vector<std::string> chain = backup.builtOn;
+    chain.push_back(info.name);
+    auto writer = server::CatalogueWriter::Create(store.PathForNew(info.name), {chain, {}});
     EXPECT_TRUE(writer);
     server::CatalogueWriter& w = **writer;
     server::CatalogueEntry directory;
