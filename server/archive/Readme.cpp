@@ -21,11 +21,14 @@ In the folder of a backup are
     0001.tar.zst ...   the saved files: the media, numbered, in their order
     catalogue.db.zst   the list of all saved files, an SQLite database
     key.age            only if the backup is protected by a password: see step 2
+    gone.list          only if it builds on other backups: what it has no more
     SHA256SUMS         check sums of all these files
 
 A complete backup of kind "full" (see backup.json) needs nothing but its own
-folder. If media were copied to several discs, copy them back into one folder
-first.
+folder. One of kind "incremental" or "differential" holds only what has changed;
+the backups that it is built on are named in backup.json under "builds_on":
+step 7 puts them together. If media were copied to several discs, copy them back
+into one folder first.
 
 
 1. Is it undamaged?
@@ -153,7 +156,7 @@ sqlite3), which knows where each piece begins. First
 then ask for the pieces in which an entry begins: the number of the medium, the
 position of the piece on it, the position of the entry in the unpacked piece.
 
-    $ sqlite3 ../catalogue.db "SELECT f.medium, f.offset, min(e.offset) FROM entries e JOIN frames f ON f.id = e.frame GROUP BY e.frame ORDER BY e.frame"
+    $ sqlite3 ../catalogue.db "SELECT f.medium, f.offset, min(e.offset) FROM entries e JOIN frames f ON f.id = e.frame WHERE f.source = (SELECT max(id) FROM chain) GROUP BY e.frame ORDER BY e.frame"
 
 Take the first one behind the damage and put its numbers into the first line
 below: medium 1, piece at 0, entry at 0 stand in this example. For media that
@@ -166,6 +169,30 @@ are not .tar.zst replace the ending and "zstd -dc" as in step 3.
 If there is more damage further on, repeat this. Without the list of files, try
 the unpacking tool on the bytes behind the damage: every piece begins with the
 bytes 28 b5 2f fd (zstd), 04 22 4d 18 (lz4) or fd 37 7a 58 5a 00 (xz).
+
+
+7. Restore a backup that builds on others
+-----------------------------------------
+
+Such a backup (kind "incremental" or "differential") is restored by unpacking
+all those that it is built on, in the order in which backup.json names them
+under "builds_on", and at last itself, all into the same directory. So first do
+step 4 in the folder of the first one of them, which is a full backup.
+
+Then, in the folder of each following one, remove what it has no more, and
+unpack what it has anew (step 4, the line that fits the ending):
+
+    $ (cd ../restored && xargs -0r rm -rf --) < gone.list
+    $ cat $(ls -v *.tar.zst) | zstd -dc | tar -xpf - --acls --xattrs --xattrs-include='*' -C ../restored
+
+gone.list names one entry after the other, each with a zero byte behind it. If
+the backups are protected, open each of them as in step 2, gone.list.age with
+the others:
+
+    $ age -d -i key.age -o gone.list gone.list.age
+
+A restore of single files (step 5) works from the last backup of the row that
+lists them in step 3.
 
 
 What exactly lies here

@@ -141,7 +141,7 @@ TEST_F(BackupDeletion, ADamagedCatalogueIsToldOnceAndTheServerGoesOn) {
     {
         std::fstream file(house.Data() + "/catalogues/" + name + ".db",
                           std::ios::in | std::ios::out | std::ios::binary);
-        for (int page = 8; page < 40; ++page) {
+        for (int page = 20; page < 60; ++page) {
             file.seekp(page * 8192);
             file << std::string(8192, '\x5a');
         }
