@@ -1,6 +1,7 @@
 #include <cstdio>
 
 #include "ctl/BackupJob.h"
+#include "ctl/Backups.h"
 #include "ctl/Commands.h"
 #include "ctl/JobWatch.h"
 #include "ctl/Output.h"
@@ -23,28 +24,61 @@ std::string DefaultTitle(const std::vector<std::string>& paths) {
     return core::FormatTextOf(kMoreCtlBackupTitle, names).substr(0, kMost);
 }
 
+// A job for what is named; for what has changed since a backup, when one is named.
+std::optional<BMessage> MakeJob(ServerConnection& server, const BackupOptions& options,
+                                const Compression& compression, ExitCode* problem) {
+    const std::string target = AbsoluteTarget(options.target);
+    const std::string& base =
+        options.incremental.empty() ? options.differential : options.incremental;
+    if (!base.empty()) {
+        const auto found = FindBackup(server, base, problem);
+        if (!found) return std::nullopt;
+        BMessage job =
+            BackupJob({}, target, compression, options.title.empty() ? found->title : options.title,
+                      options.onHold);
+        BuildOn(
+            job,
+            options.incremental.empty() ? core::JobType::Differential : core::JobType::Incremental,
+            found->baseId != 0 ? found->baseId : found->jobId);
+        return job;
+    }
+    const auto sources = MapSources(options.paths, BVolumeRoster().Volumes());
+    if (!sources) {
+        *problem = Fail(sources.error().Text(), ExitCode::Usage);
+        return std::nullopt;
+    }
+    if (!options.json) {
+        for (const auto& note : sources->notes)
+            std::fprintf(stderr, "%s\n", note.c_str());
+    }
+    return BackupJob(*sources, target, compression,
+                     options.title.empty() ? DefaultTitle(options.paths) : options.title,
+                     options.onHold);
+}
+
 }  // namespace
 
 ExitCode Backup(ServerConnection& server, const BackupOptions& options) {
     const auto compression = ParseCompression(options.compress);
     if (!compression) return Fail(compression.error().Text(), ExitCode::Usage);
-    const auto sources = MapSources(options.paths, BVolumeRoster().Volumes());
-    if (!sources) return Fail(sources.error().Text(), ExitCode::Usage);
-    if (!options.json) {
-        for (const auto& note : sources->notes)
-            std::fprintf(stderr, "%s\n", note.c_str());
+    // What has changed is asked of the backup that is built on, not of the command line.
+    const bool onBase = !options.incremental.empty() || !options.differential.empty();
+    if (options.paths.empty() != onBase) {
+        return Fail(core::TextOf(onBase ? kMoreCtlPathsOfBase : kMoreCtlNoPaths), ExitCode::Usage);
     }
+    if (onBase && (options.protect || options.passwordFd))
+        return Fail(core::TextOf(kMoreCtlProtectionOfBase), ExitCode::Usage);
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
-    BMessage job = BackupJob(*sources, AbsoluteTarget(options.target), *compression,
-                             options.title.empty() ? DefaultTitle(options.paths) : options.title,
-                             options.onHold);
+    ExitCode problem = ExitCode::Failed;
+    auto job = MakeJob(server, options, *compression, &problem);
+    if (!job) return problem;
     if (options.protect || options.passwordFd) {
         const auto password = PasswordSource(options.passwordFd).AskNew();
         if (!password) return ExitCode::Failed;
-        Protect(job, password->Text());
+        Protect(*job, password->Text());
     }
     return SubmitAndWatch(
-        server, std::move(job),
+        server, std::move(*job),
         {.onHold = options.onHold, .json = options.json, .verbose = options.verbose});
 }
 

@@ -166,6 +166,12 @@ BMessage BackupJob(const Sources& sources, const std::string& target,
     return job;
 }
 
+void BuildOn(BMessage& job, core::JobType type, int32_t setId) {
+    job.Set("job_type", static_cast<int32_t>(type));
+    job.Remove("selection");
+    job.Set("base_id", setId);
+}
+
 void Protect(BMessage& job, const std::string& password) {
     BMessage info = job.Get("start_info", BMessage());
     info.Set("passonoff", int32_t{1});

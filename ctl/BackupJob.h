@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "core/protocol/Codes.h"
 #include "kit/message/BMessage.h"
 #include "kit/storage/BVolume.h"
 #include "kit/support/Result.h"
@@ -32,6 +33,10 @@ std::string AbsoluteTarget(const std::string& path);
 
 BMessage BackupJob(const Sources& sources, const std::string& target,
                    const Compression& compression, const std::string& title, bool onHold);
+
+// The job saves what has changed since a backup of the set, and takes its selection and protection
+// from there.
+void BuildOn(BMessage& job, core::JobType type, int32_t setId);
 
 // The backup is made unreadable without the password.
 void Protect(BMessage& job, const std::string& password);

@@ -17,6 +17,7 @@ struct BackupOptions {
     std::string target;
     std::string compress = "zstd";
     std::string title;
+    std::string incremental, differential;  // the backup whose set it goes to; one of them at most
     bool onHold = false;
     bool protect = false;
     std::optional<int> passwordFd;

@@ -67,15 +67,19 @@ void AddBackupCommand(CLI::App& app, Options& options, Chosen* chosen) {
     };
     auto* command = Add(app, "backup", kMoreCtlHelpBackup, chosen, {run, kToldOfJobs});
     auto& backup = options.backup;
-    command->add_option("PATH", backup.paths, TextOf(kMoreCtlHelpSources))
-        ->required()
-        ->type_name("");
+    command->add_option("PATH", backup.paths, TextOf(kMoreCtlHelpSources))->type_name("");
     command->add_option("--to", backup.target, TextOf(kMoreCtlHelpTarget))
         ->required()
         ->type_name("DIR");
     command->add_option("--compress", backup.compress, TextOf(kMoreCtlHelpCompress))
         ->type_name("HOW");
     command->add_option("--title", backup.title, TextOf(kMoreCtlHelpTitle))->type_name("TITLE");
+    auto* incremental =
+        command->add_option("--incremental", backup.incremental, TextOf(kMoreCtlHelpIncremental))
+            ->type_name("BACKUP");
+    command->add_option("--differential", backup.differential, TextOf(kMoreCtlHelpDifferential))
+        ->type_name("BACKUP")
+        ->excludes(incremental);
     command->add_flag("--hold", backup.onHold, TextOf(kMoreCtlHelpHold));
     command->add_flag("--protect", backup.protect, TextOf(kMoreCtlHelpProtect));
     AddPasswordFd(command, options);

@@ -191,6 +191,14 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "Exit status: 0 good, 3 done with problems (the report names them), 1 failed, 2 wrong usage.",
     /* kMoreQuickBackup */ "QuickBackup",
     /* kMoreVolumeFullness */ "%s of %s used (%d%%)",
+    /* kMoreCtlHelpIncremental */
+    "Only what has changed since the newest backup of the set of BACKUP",
+    /* kMoreCtlHelpDifferential */
+    "Only what has changed since the full backup of the set of BACKUP",
+    /* kMoreCtlNoPaths */ "Nothing is named that is to be saved.",
+    /* kMoreCtlPathsOfBase */
+    "A backup that builds on another saves what that one saves: name no files and folders.",
+    /* kMoreCtlProtectionOfBase */ "A backup that builds on another has the password of that one.",
 };
 
 }  // namespace core

@@ -154,8 +154,13 @@ enum MoreText : int32_t {
     kMoreCtlHelpReport,
     kMoreCtlHelpWhichReport,
     kMoreCtlHelpExamples,
-    kMoreQuickBackup,     // title of its alerts
-    kMoreVolumeFullness,  // s used, s capacity, d percent
+    kMoreQuickBackup,          // title of its alerts
+    kMoreVolumeFullness,       // s used, s capacity, d percent
+    kMoreCtlHelpIncremental,   // backupctl
+    kMoreCtlHelpDifferential,  // backupctl
+    kMoreCtlNoPaths,           // backupctl
+    kMoreCtlPathsOfBase,       // backupctl
+    kMoreCtlProtectionOfBase,  // backupctl
     kMoreEnd
 };
 

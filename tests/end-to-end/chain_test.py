@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Backups that build on others, from the command line: made, checked, restored, protected like their set."""
+import os
+import subprocess
+import unittest
+
+import house
+from house import House
+
+PASSWORD = "one for the whole set"
+
+
+class Chain(unittest.TestCase):
+    def setUp(self):
+        self.house = House()
+        self.addCleanup(self.house.__exit__)
+        self.house.start_server()
+
+    def ctl(self, *words, password=None, good=(0,)):
+        arguments = [self.house.program / "backupctl", *words]
+        pipe = {}
+        if password:
+            read, write = os.pipe()
+            os.write(write, password.encode() + b"\n")
+            os.close(write)
+            arguments += ["--password-fd", str(read)]
+            pipe = {"pass_fds": (read,)}
+        done = subprocess.run(arguments, env=self.house.environment, capture_output=True, text=True, check=False, **pipe)
+        if password:
+            os.close(read)
+        self.assertIn(done.returncode, good, done.stdout + done.stderr)
+        return done.stdout + done.stderr
+
+    def change(self):
+        source = self.house.source
+        (source / "docs" / "letter").write_text("changed")
+        (source / "new").write_text("new")
+        subprocess.run(["rm", "-rf", source / "empty dir"], check=True)
+        (source / "docs").rename(source / "papers")
+
+    def make(self, password=None):
+        """A full backup and two on top of it; the trees of their times."""
+        source, trees = self.house.source, []
+        house.make_tree(source)
+        (source / "docs" / "letter").write_text("first")
+        self.ctl("backup", source, "--to", self.house.target, "--title", "Home", password=password)
+        trees.append(house.describe(source))
+        self.change()
+        base = self.house.backups()[0].name
+        self.ctl("backup", "--incremental", base, "--to", self.house.target)
+        trees.append(house.describe(source))
+        (source / "new").unlink()
+        (source / "later").write_text("later")
+        self.ctl("backup", "--incremental", base, "--to", self.house.target)
+        trees.append(house.describe(source))
+        return trees
+
+    def test_each_brings_back_its_own_time(self):
+        trees = self.make()
+        backups = self.house.backups()
+        self.assertEqual(len(backups), 3)
+        for tree, backup in zip(trees, backups):
+            to = self.house.root / f"to-{backup.name}"
+            path = self.house.rule(self.house.source, False)
+            self.ctl("restore", backup.name, path, "--to", to)
+            restored = next(p for p in (to / "source", to) if p.exists())
+            self.assertEqual(house.differences(tree, restored), [])
+            self.ctl("verify", backup.name)
+        # What others are built on stays.
+        self.ctl("delete", backups[0].name, "--with-data", "--yes", good=(1, 3))
+        self.assertEqual(self.house.backups(), backups)
+        self.ctl("delete", *[b.name for b in backups], "--with-data", "--yes")
+        self.assertEqual(self.house.backups(), [])
+
+    def test_it_has_the_password_of_its_set(self):
+        trees = self.make(PASSWORD)
+        backups = self.house.backups()
+        for backup in backups:
+            self.assertTrue((backup / "key.age").exists())
+            self.assertFalse((backup / "gone.list").exists())
+        to = self.house.root / "to"
+        path = self.house.rule(self.house.source, False)
+        self.ctl("restore", backups[-1].name, path, "--to", to, password="wrong", good=(1, 3))
+        self.assertFalse(to.exists() and any(to.iterdir()))
+        self.ctl("restore", backups[-1].name, path, "--to", to, password=PASSWORD)
+        restored = next(p for p in (to / "source", to) if p.exists())
+        self.assertEqual(house.differences(trees[-1], restored), [])
+        self.ctl("verify", backups[-1].name, password=PASSWORD)
+
+    def test_what_makes_no_sense_is_refused(self):
+        source = self.house.source
+        house.make_tree(source)
+        self.ctl("backup", "--to", self.house.target, good=(2,))
+        self.ctl("backup", source, "--incremental", "none", "--to", self.house.target, good=(2,))
+        self.ctl("backup", "--incremental", "none", "--to", self.house.target, good=(1, 2))
+        self.ctl("backup", "--incremental", "a", "--differential", "b", "--to", self.house.target,
+                 good=range(2, 128))
+        self.assertEqual(self.house.backups(), [])
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
