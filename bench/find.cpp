@@ -32,7 +32,7 @@ CatalogueEntry Entry(uint32_t mode) {
 }
 
 bool MakeCatalogue(CatalogueStore& store) {
-    auto writer = CatalogueWriter::Create(store.PathForNew(kName));
+    auto writer = CatalogueWriter::Create(store.PathForNew(kName), {{kName}, {}});
     if (!writer) return false;
     CatalogueWriter& w = **writer;
     char name[64];

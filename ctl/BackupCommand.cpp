@@ -24,36 +24,18 @@ std::string DefaultTitle(const std::vector<std::string>& paths) {
     return core::FormatTextOf(kMoreCtlBackupTitle, names).substr(0, kMost);
 }
 
-// A job for what is named; for what has changed since a backup, when one is named.
-std::optional<BMessage> MakeJob(ServerConnection& server, const BackupOptions& options,
-                                const Compression& compression, ExitCode* problem) {
-    const std::string target = AbsoluteTarget(options.target);
-    const std::string& base =
-        options.incremental.empty() ? options.differential : options.incremental;
-    if (!base.empty()) {
-        const auto found = FindBackup(server, base, problem);
-        if (!found) return std::nullopt;
-        BMessage job =
-            BackupJob({}, target, compression, options.title.empty() ? found->title : options.title,
-                      options.onHold);
-        BuildOn(
-            job,
-            options.incremental.empty() ? core::JobType::Differential : core::JobType::Incremental,
-            found->baseId != 0 ? found->baseId : found->jobId);
-        return job;
-    }
-    const auto sources = MapSources(options.paths, BVolumeRoster().Volumes());
-    if (!sources) {
-        *problem = Fail(sources.error().Text(), ExitCode::Usage);
-        return std::nullopt;
-    }
-    if (!options.json) {
-        for (const auto& note : sources->notes)
-            std::fprintf(stderr, "%s\n", note.c_str());
-    }
-    return BackupJob(*sources, target, compression,
-                     options.title.empty() ? DefaultTitle(options.paths) : options.title,
-                     options.onHold);
+// A job for what has changed since the backup that is named.
+std::optional<BMessage> JobOnBase(ServerConnection& server, const BackupOptions& options,
+                                  const Compression& compression, ExitCode* problem) {
+    const bool incremental = !options.incremental.empty();
+    const auto base =
+        FindBackup(server, incremental ? options.incremental : options.differential, problem);
+    if (!base) return std::nullopt;
+    BMessage job = BackupJob({}, AbsoluteTarget(options.target), compression,
+                             options.title.empty() ? base->title : options.title, options.onHold);
+    BuildOn(job, incremental ? core::JobType::Incremental : core::JobType::Differential,
+            base->baseId != 0 ? base->baseId : base->jobId);
+    return job;
 }
 
 }  // namespace
@@ -68,10 +50,24 @@ ExitCode Backup(ServerConnection& server, const BackupOptions& options) {
     }
     if (onBase && (options.protect || options.passwordFd))
         return Fail(core::TextOf(kMoreCtlProtectionOfBase), ExitCode::Usage);
+    std::optional<BMessage> job;
+    if (!onBase) {
+        const auto sources = MapSources(options.paths, BVolumeRoster().Volumes());
+        if (!sources) return Fail(sources.error().Text(), ExitCode::Usage);
+        if (!options.json) {
+            for (const auto& note : sources->notes)
+                std::fprintf(stderr, "%s\n", note.c_str());
+        }
+        job = BackupJob(*sources, AbsoluteTarget(options.target), *compression,
+                        options.title.empty() ? DefaultTitle(options.paths) : options.title,
+                        options.onHold);
+    }
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
-    ExitCode problem = ExitCode::Failed;
-    auto job = MakeJob(server, options, *compression, &problem);
-    if (!job) return problem;
+    if (onBase) {
+        ExitCode problem = ExitCode::Failed;
+        job = JobOnBase(server, options, *compression, &problem);
+        if (!job) return problem;
+    }
     if (options.protect || options.passwordFd) {
         const auto password = PasswordSource(options.passwordFd).AskNew();
         if (!password) return ExitCode::Failed;

@@ -152,7 +152,7 @@ TEST_F(CommandLineTest, BackupsAreListedBrowsedFoundAndDeleted) {
     const auto papers = tests::AddCatalogue(
         house.Data(), {1, core::JobType::Full, 0, "Papers", {"Budget 2026", odd, "letter"}});
     const auto more = tests::AddCatalogue(
-        house.Data(), {2, core::JobType::Incremental, 1, "Papers", {"budget.old"}});
+        house.Data(), {2, core::JobType::Incremental, 1, "Papers", {"budget.old"}, {papers}});
     const json list = RunJson({"list"});
     ASSERT_EQ(list.size(), 2u);
     EXPECT_EQ(list[0]["name"], papers);
