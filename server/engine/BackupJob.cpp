@@ -15,6 +15,7 @@
 #include "server/archive/Format.h"
 #include "server/archive/Readme.h"
 #include "server/engine/JobTotals.h"
+#include "server/engine/OwnFiles.h"
 #include "server/engine/SourceScan.h"
 #include "server/queue/JobDescription.h"
 
@@ -102,7 +103,7 @@ BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, Catalogu
 
 JobEnd BackupJob::Run() {
     if (!CheckDestination() || !FindSources()) return Ended(false);
-    FindOwnFiles();
+    fOwn = OwnFilesOf(fVolume, fConfig, {fCatalogues.PathForNew(fName)});
     const bool published = WriteData() && WriteCatalogue() && WriteGone() && WriteKey() &&
                            WriteManifest() && MakeItExist();
     // What did not come to be is removed before the end is told.
@@ -204,30 +205,6 @@ bool BackupJob::FindSources() {
         return false;
     }
     return true;
-}
-
-void BackupJob::FindOwnFiles() {
-    auto add = [this](const std::string& directory, std::string words, auto covers) {
-        struct stat info;
-        if (directory.empty() || ::stat(directory.c_str(), &info) != 0) return;
-        fOwn.push_back({info.st_dev, info.st_ino, std::move(words), covers});
-    };
-    // Everything else in the directory of the destination is the user's and is saved.
-    const std::string destination = fVolume.LocalDirectory();
-    add(destination, "Left out, the backups in the destination itself: " + destination,
-        [](std::string_view name) {
-            return archive::BackupOfFolder(name).has_value() || name == archive::kReadmeFile;
-        });
-    std::vector<std::string> files = fConfig.ownFiles;
-    files.push_back(fCatalogues.PathForNew(fName));
-    for (const std::string& path : files) {
-        const size_t slash = path.rfind('/');
-        if (slash == std::string::npos) continue;
-        add(path.substr(0, slash), "Left out, in use by the backup itself: " + path,
-            [name = path.substr(slash + 1)](std::string_view found) {
-                return found.starts_with(name);
-            });
-    }
 }
 
 // --- writing ------------------------------------------------------------------------------------

@@ -49,7 +49,6 @@ public:
 private:
     bool CheckDestination();
     bool FindSources();
-    void FindOwnFiles();
     bool WriteData();
     bool WriteCatalogue();
     bool CopyBaseFrames();

@@ -12,7 +12,7 @@
 #include <cstring>
 
 #include "core/protocol/Texts.h"
-#include "server/engine/NodeRecords.h"
+#include "server/engine/MemberHeader.h"
 
 namespace server {
 
@@ -32,25 +32,6 @@ bool IsFull(int code) {
 
 int64_t Nanoseconds(const timespec& time) {
     return int64_t{time.tv_sec} * 1'000'000'000 + time.tv_nsec;
-}
-
-bool Agree(TarType type, uint32_t mode) {
-    switch (type) {
-        case TarType::File:
-        case TarType::HardLink:
-            return S_ISREG(mode);
-        case TarType::SymbolicLink:
-            return S_ISLNK(mode);
-        case TarType::CharacterDevice:
-            return S_ISCHR(mode);
-        case TarType::BlockDevice:
-            return S_ISBLK(mode);
-        case TarType::Directory:
-            return S_ISDIR(mode);
-        case TarType::Fifo:
-            return S_ISFIFO(mode);
-    }
-    return false;
 }
 
 KTReportLine Named(const std::string& path, int64_t number) {
@@ -108,13 +89,7 @@ EntryRestorer::EntryRestorer(const BackupContent& content, CatalogueReader& cata
 
 kit::Result<ReadMember> EntryRestorer::ReadHeader(const CatalogueEntry& entry, int64_t frame,
                                                   int64_t offset) {
-    if (auto status = fCursor.Seek(frame, offset); !status) return status.error();
-    auto member = archive::ReadTarHeader([this](auto into) { return fCursor.Read(into); });
-    if (!member) return member;
-    if (!Agree(member->type, entry.mode)) {
-        return kit::Error::Make(kit::ErrorKind::Damaged, member->path, "something else lies there");
-    }
-    return member;
+    return ReadMemberAt(fCursor, entry.mode, frame, offset);
 }
 
 EntryRestorer::Outcome EntryRestorer::Unreadable(const RestoreItem& item, const kit::Error& error) {

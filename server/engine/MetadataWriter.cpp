@@ -28,9 +28,6 @@ struct MetadataWriter::Calls {
 
 namespace {
 
-constexpr char kAccess[] = "system.posix_acl_access";
-constexpr char kDefault[] = "system.posix_acl_default";
-
 template <class Id, class Lookup, class Record>
 Id IdOf(std::map<std::string, std::optional<Id>>& known, const std::string& name, Id number,
         const Lookup& lookup, Id Record::*member) {
@@ -121,9 +118,9 @@ void MetadataWriter::Apply(const Calls& calls, const ReadMember& member, const s
         Lost(fLosses.rights, path, "the right to run as its owner");
     }
     if (calls.allow(mode) != 0) Lost(fLosses.rights, path, "the rights");
-    if (member.accessList && calls.set(kAccess, TextOf(*member.accessList)) != 0)
+    if (member.accessList && calls.set(kAccessList, TextOf(*member.accessList)) != 0)
         Lost(fLosses.rights, path, "the access list");
-    if (member.defaultList && calls.set(kDefault, TextOf(*member.defaultList)) != 0)
+    if (member.defaultList && calls.set(kDefaultList, TextOf(*member.defaultList)) != 0)
         Lost(fLosses.rights, path, "the default access list");
     timespec times[2] = {{0, UTIME_OMIT}, {}};
     times[1].tv_sec = static_cast<time_t>(member.seconds);

@@ -14,8 +14,6 @@ namespace {
 
 constexpr size_t kFirstNames = 4096, kFirstValue = 4096;
 constexpr size_t kMostNames = size_t{1} << 20, kMostValue = size_t{1} << 20;
-constexpr std::string_view kAccess = "system.posix_acl_access";
-constexpr std::string_view kDefault = "system.posix_acl_default";
 
 // Calls `read(buffer, size)`, with more room as long as it does not suffice. -1 and errno on
 // failure.
@@ -32,6 +30,18 @@ ssize_t WithRoom(std::vector<char>& buffer, size_t first, size_t most, const Rea
 bool IsUnsupported(int code) {
     return code == ENOTSUP || code == ENOSYS;
 }
+
+struct RecordsSink {
+    archive::PaxRecords& records;
+
+    bool operator()(std::string_view name, std::string_view value) const {
+        const std::span bytes(reinterpret_cast<const uint8_t*>(value.data()), value.size());
+        if (name == kAccessList) return records.AddAccessList("SCHILY.acl.access", bytes);
+        if (name == kDefaultList) return records.AddAccessList("SCHILY.acl.default", bytes);
+        records.AddAttribute(name, value);
+        return true;
+    }
+};
 
 template <class Lookup, class Record>
 std::string NameOf(uint32_t id, const Lookup& lookup, char* Record::*member) {
@@ -52,7 +62,7 @@ std::string ThroughProc(int parent, const char* name) {
 }
 
 template <class List, class Get>
-int NodeRecords::Read(const List& list, const Get& get, archive::PaxRecords& records) {
+int NodeRecords::Read(const List& list, const Get& get, const Sink& sink) {
     const ssize_t size = WithRoom(fNames, kFirstNames, kMostNames, list);
     if (size < 0) return IsUnsupported(errno) ? 0 : errno;
     int problem = 0;
@@ -66,17 +76,18 @@ int NodeRecords::Read(const List& list, const Get& get, archive::PaxRecords& rec
             if (errno != ENODATA && !IsUnsupported(errno)) problem = errno;
             continue;
         }
-        const std::string_view value(fValue.data(), static_cast<size_t>(got));
-        const std::span bytes(reinterpret_cast<const uint8_t*>(value.data()), value.size());
-        if (name == kAccess) {
-            if (!records.AddAccessList("SCHILY.acl.access", bytes)) problem = EINVAL;
-        } else if (name == kDefault) {
-            if (!records.AddAccessList("SCHILY.acl.default", bytes)) problem = EINVAL;
-        } else {
-            records.AddAttribute(name, value);
-        }
+        if (!sink(name, {fValue.data(), static_cast<size_t>(got)})) problem = EINVAL;
     }
     return problem;
+}
+
+int NodeRecords::ListEntry(int parent, const char* name, const Sink& sink) {
+    const std::string path = ThroughProc(parent, name);
+    return Read([&](char* into, size_t room) { return ::llistxattr(path.c_str(), into, room); },
+                [&](const char* attribute, char* into, size_t room) {
+                    return ::lgetxattr(path.c_str(), attribute, into, room);
+                },
+                sink);
 }
 
 int NodeRecords::ReadOpen(int fd, archive::PaxRecords& records) {
@@ -84,16 +95,11 @@ int NodeRecords::ReadOpen(int fd, archive::PaxRecords& records) {
                 [fd](const char* name, char* into, size_t room) {
                     return ::fgetxattr(fd, name, into, room);
                 },
-                records);
+                RecordsSink{records});
 }
 
 int NodeRecords::ReadEntry(int parent, const char* name, archive::PaxRecords& records) {
-    const std::string path = ThroughProc(parent, name);
-    return Read([&](char* into, size_t room) { return ::llistxattr(path.c_str(), into, room); },
-                [&](const char* attribute, char* into, size_t room) {
-                    return ::lgetxattr(path.c_str(), attribute, into, room);
-                },
-                records);
+    return ListEntry(parent, name, RecordsSink{records});
 }
 
 const std::string& NodeRecords::UserName(uint32_t uid) {

@@ -6,11 +6,17 @@
 
 #include <algorithm>
 #include <cstring>
+#include <deque>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <set>
+#include <thread>
 #include <tuple>
 
 #include "core/protocol/Texts.h"
+#include "server/engine/CatalogueCount.h"
+#include "server/engine/FrameCrew.h"
 #include "server/engine/JobTotals.h"
 #include "server/engine/SelectedBackups.h"
 
@@ -20,40 +26,6 @@ using archive::ReadMember;
 using core::JobEnd;
 using core::LineType;
 namespace text = core::text;
-
-namespace {
-
-// Bundles wait only for as long as it takes to read a frame.
-constexpr size_t kMostWaiting = 4;
-// A frame holds no more members; a catalogue may claim anything.
-constexpr size_t kMostInBundle = 8192;
-// Of so many streams frames are kept at a time.
-constexpr size_t kMostStreams = 4;
-
-int64_t DataSize(const CatalogueEntry& entry) {
-    return entry.link == 0 && S_ISREG(entry.mode) ? entry.size : 0;
-}
-
-// Tells how much there is to do while it is being done.
-class Counter : public CatalogueVisitor {
-public:
-    Counter(JobReport& report, std::function<bool()> mayGoOn)
-        : fReport(report), fMayGoOn(std::move(mayGoOn)) {}
-    bool Enter(const std::string&, const CatalogueEntry&, const CatalogueDirectory&,
-               bool) override {
-        return true;
-    }
-    void Entry(const std::string&, const CatalogueEntry& entry) override {
-        fReport.AddTotals(1, DataSize(entry));
-    }
-    bool MayGoOn() override { return fMayGoOn(); }
-
-private:
-    JobReport& fReport;
-    const std::function<bool()> fMayGoOn;
-};
-
-}  // namespace
 
 // --- one backup ---------------------------------------------------------------------------------
 
@@ -68,10 +40,9 @@ public:
           fMatcher(matcher),
           fPlaces(job.fOrder.description.Get<BMessage>("selection", BMessage()), job.fDivert,
                   job.fCreateRoot, job.fConfig.roster.Volumes()),
-          fMostFilling(std::min(backup.info.builtOn.size() + 1, kMostStreams)),
-          fMostThreads(job.fConfig.workers > 0
-                           ? static_cast<size_t>(job.fConfig.workers)
-                           : std::max(2U, std::thread::hardware_concurrency())) {
+          fCrew(job.fConfig.workers > 0 ? static_cast<size_t>(job.fConfig.workers)
+                                        : std::max(2U, std::thread::hardware_concurrency()),
+                backup.info.builtOn.size() + 1, [this] { Work(); }) {
         if (fPlaces.Refused() > 0) {
             job.fReport.ErrorWords("Error: " + std::to_string(fPlaces.Refused()) +
                                    " redirections cannot be understood");
@@ -87,7 +58,6 @@ private:
         RestoreItem item;
         size_t late = kNoDirectory;
     };
-    using Bundle = std::vector<Task>;
 
     // A directory on the way down, made when something needs it.
     struct Directory {
@@ -119,8 +89,6 @@ private:
     bool MakePath(const RestoreTarget& target, const std::string& relative, bool* isNew);
     Directory* DirectoryAt(const std::string& path);
 
-    void Add(Task task);
-    void HandOver(Bundle bundle);
     void Work();
     void Count(const RestoreItem& item, EntryRestorer::Outcome outcome);
     void ReadHeaderOf(EntryRestorer& restorer, size_t late);
@@ -140,36 +108,22 @@ private:
     std::vector<RestoreItem> fLinks;
     std::vector<bool> fRestored;  // by the entry's id; guarded by fMutex
 
-    std::deque<Bundle> fFilling;  // the one begun first is handed over first
-    const size_t fMostFilling;
-    std::vector<std::thread> fThreads;  // made as work for them comes: one file needs one
-    const size_t fMostThreads;
     std::mutex fMutex;
-    size_t fIdle = 0;
-    std::condition_variable fQueued, fRoom;
-    std::deque<Bundle> fQueue;
     std::deque<Late> fLate;
-    bool fNoMore = false;
+    FrameCrew<Task> fCrew;
 };
 
 void RestoreJob::Backup::Run() {
     std::thread counting([this] {
         auto catalogue = CatalogueReader::Open(fPath);
         if (!catalogue) return;
-        Counter counter(fJob.fReport, [this] { return !fJob.fFull && !fJob.fControl.IsAborted(); });
+        CatalogueCount counter(fJob.fReport,
+                               [this] { return !fJob.fFull && !fJob.fControl.IsAborted(); });
         std::ignore = CatalogueWalk(*catalogue, fMatcher, fJob.fRules).Run(fRoot, counter);
     });
     CatalogueWalk walk(fCatalogue, fMatcher, fJob.fRules);
     const kit::Status walked = walk.Run(fRoot, *this);
-    for (Bundle& bundle : fFilling)
-        HandOver(std::move(bundle));
-    {
-        std::lock_guard lock(fMutex);
-        fNoMore = true;
-    }
-    fQueued.notify_all();
-    for (std::thread& thread : fThreads)
-        thread.join();
+    fCrew.Finish();
     counting.join();
     if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
     if (walk.Refused() > 0) {
@@ -272,7 +226,9 @@ bool RestoreJob::Backup::Make(Directory& directory) {
         task.late = fLate.size();
         fLate.push_back(std::move(late));
     }
-    if (task.item.entry.frame >= 0) Add(std::move(task));  // the stream has nothing of a volume
+    // The stream has nothing of a volume.
+    const int64_t frame = task.item.entry.frame;
+    if (frame >= 0) fCrew.Add(frame, std::move(task));
     return true;
 }
 
@@ -355,41 +311,7 @@ void RestoreJob::Backup::Entry(const std::string& directory, const CatalogueEntr
         fLinks.push_back(std::move(item));
         return;
     }
-    Add({std::move(item)});
-}
-
-// Entries of one frame go together. Of a backup that builds on others a row of entries jumps
-// between the streams, and comes back to the frame it left.
-void RestoreJob::Backup::Add(Task task) {
-    const int64_t frame = task.item.entry.frame;
-    auto filling = std::ranges::find(
-        fFilling, frame, [](const Bundle& bundle) { return bundle.back().item.entry.frame; });
-    if (filling != fFilling.end() && filling->size() >= kMostInBundle) {
-        HandOver(std::move(*filling));
-        fFilling.erase(filling);
-        filling = fFilling.end();
-    }
-    if (filling == fFilling.end()) {
-        if (fFilling.size() >= fMostFilling) {
-            HandOver(std::move(fFilling.front()));
-            fFilling.pop_front();
-        }
-        fFilling.emplace_back();
-        filling = std::prev(fFilling.end());
-    }
-    filling->push_back(std::move(task));
-}
-
-void RestoreJob::Backup::HandOver(Bundle bundle) {
-    bool needsThread = false;
-    {
-        std::unique_lock lock(fMutex);
-        fRoom.wait(lock, [this] { return fQueue.size() < kMostWaiting; });
-        fQueue.push_back(std::move(bundle));
-        needsThread = fIdle < fQueue.size() && fThreads.size() < fMostThreads;
-    }
-    if (needsThread) fThreads.emplace_back([this] { Work(); });
-    fQueued.notify_one();
+    fCrew.Add(entry.frame, {std::move(item)});
 }
 
 void RestoreJob::Backup::Work() {
@@ -401,19 +323,8 @@ void RestoreJob::Backup::Work() {
     } else {
         fJob.fReport.Error(text::kNoDatabase, {}, catalogue.error().Text());
     }
-    for (;;) {
-        Bundle bundle;
-        {
-            std::unique_lock lock(fMutex);
-            ++fIdle;
-            fQueued.wait(lock, [this] { return fNoMore || !fQueue.empty(); });
-            --fIdle;
-            if (fQueue.empty()) return;
-            bundle = std::move(fQueue.front());
-            fQueue.pop_front();
-        }
-        fRoom.notify_one();
-        for (const Task& task : bundle) {
+    while (const auto bundle = fCrew.Next()) {
+        for (const Task& task : *bundle) {
             if (!restorer || !MayGoOn()) break;
             if (task.late != kNoDirectory) {
                 ReadHeaderOf(*restorer, task.late);
