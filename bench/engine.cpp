@@ -4,6 +4,7 @@
 //   engine backup SOURCE FOLDER [COMPRESSOR [LEVEL]]
 //   engine restore FOLDER TARGET [PATH]   the newest backup, or of it only /PATH
 //   engine verify FOLDER
+//   engine compare FOLDER SOURCE [ITEM...]   the newest backup with what is there
 // Prints wall seconds, bytes on the destination, peak memory in MB, processor seconds.
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -99,12 +100,14 @@ std::string Absolute(const std::string& path) {
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
     const std::string verb = argc > 1 ? argv[1] : "";
-    const bool saves = verb == "backup", restores = verb == "restore";
-    if ((!saves && !restores && verb != "verify") || words.size() < (verb == "verify" ? 1 : 2)) {
+    const bool saves = verb == "backup", restores = verb == "restore", compares = verb == "compare";
+    if ((!saves && !restores && !compares && verb != "verify") ||
+        words.size() < (verb == "verify" ? 1 : 2)) {
         std::fprintf(stderr,
                      "usage: engine backup SOURCE FOLDER [COMPRESSOR [LEVEL]]\n"
                      "       engine restore FOLDER TARGET [PATH]\n"
-                     "       engine verify FOLDER\n");
+                     "       engine verify FOLDER\n"
+                     "       engine compare FOLDER SOURCE [ITEM...]\n");
         return 2;
     }
     const std::string folder = Absolute(words[saves ? 1 : 0]);
@@ -114,16 +117,25 @@ int main(int argc, char** argv) {
     if (!catalogues.Open()) return 1;
     EngineConfig config;
     config.addOnFolder = std::string(VELMORA_PROGRAM_DIR "/Backup_Server/add-ons");
-    if (saves) config.roster = BVolumeRoster(std::make_shared<OneMount>(Absolute(words[0])));
+    if (saves || compares) {
+        config.roster = BVolumeRoster(std::make_shared<OneMount>(Absolute(words[saves ? 0 : 1])));
+    }
     JobOrder order;
     if (saves) {
         order = BackupOrder(words, folder);
     } else {
         const auto backups = catalogues.Backups();
         if (backups.empty()) return 1;
-        order = ReadingOrder(restores ? core::JobType::Restore : core::JobType::Verify,
-                             backups.front().name, words.size() > 2 ? words[2] : "",
-                             restores ? Absolute(words[1]) : "");
+        const auto type = restores   ? core::JobType::Restore
+                          : compares ? core::JobType::Compare
+                                     : core::JobType::Verify;
+        order =
+            ReadingOrder(type, backups.front().name, restores && words.size() > 2 ? words[2] : "",
+                         restores ? Absolute(words[1]) : "");
+        BMessage items;
+        for (size_t i = 2; compares && i < words.size(); ++i)
+            items.Add(words[i].c_str(), int32_t{1});
+        if (!items.IsEmpty()) order.description.Add("compare", items);
     }
     Events events;
     Control control;

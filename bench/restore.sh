@@ -66,4 +66,11 @@ run_tar_zstd() { zstd -q -t "$kept/backup.tar.zst"; }
 run_restic() { restic -q check --read-data -r "$kept/restic"; }
 run_borg() { borg check "$kept/borg"; }
 take_turns "$rounds"
+
+echo "Comparison with what was saved, $kind, median of $rounds rounds"
+find_peers velmora tar_zstd
+titles[tar_zstd]="zstd -d | tar --compare"
+run_velmora() { "$engine" compare "$kept/velmora" "$input"; }
+run_tar_zstd() { zstd -q -d -c "$kept/backup.tar.zst" | tar --compare -f - -C "$input"; }
+take_turns "$rounds"
 close_folder

@@ -43,6 +43,8 @@ const TotalsTexts kBackupTexts{text::kFilesSaved, text::kMegabytesSaved, text::k
                                text::kBytesSaved};
 const TotalsTexts kRestoreTexts{text::kFilesRestored, text::kMegabytesRestored,
                                 text::kKilobytesRestored, text::kBytesRestored};
+const TotalsTexts kCompareTexts{text::kFilesCompared, text::kMegabytesCompared,
+                                text::kKilobytesCompared, text::kBytesCompared};
 
 KTReportLine Number(int64_t value) {
     KTReportLine line;

@@ -3,6 +3,7 @@
 #include "core/protocol/Texts.h"
 #include "server/engine/AddOns.h"
 #include "server/engine/BackupJob.h"
+#include "server/engine/CompareJob.h"
 #include "server/engine/JobEnvironment.h"
 #include "server/engine/JobReport.h"
 #include "server/engine/JobTotals.h"
@@ -106,6 +107,9 @@ JobEnd RunJob(const JobOrder& order, const EngineConfig& config, CatalogueStore&
         }
         if (order.type == core::JobType::Restore) {
             return RestoreJob(order, config, catalogues, report, control).Run();
+        }
+        if (order.type == core::JobType::Compare) {
+            return CompareJob(order, config, catalogues, report, control).Run();
         }
         if (order.type == core::JobType::Verify) {
             return VerifyJob(order, config, catalogues, report, control).Run();

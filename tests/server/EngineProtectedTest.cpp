@@ -158,6 +158,12 @@ TEST_P(EngineProtected, WithoutItsPasswordItIsLeftOutAndTheOthersGoOn) {
     EXPECT_EQ(Read(core::JobType::Verify, {locked, open}, {}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kPasswordProblem));
     EXPECT_TRUE(fHouse.events.HasText(LineType::Totals, "Files checked:\t\t1"));
+    WriteWhole(fHouse.source + "/secret", "SECRET");
+    EXPECT_EQ(Read(core::JobType::Compare, {locked}, {}), JobEnd::Errors);
+    EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kPasswordProblem));
+    EXPECT_FALSE(fHouse.events.Has(LineType::Error, text::kFileDataDiffers));
+    EXPECT_EQ(Read(core::JobType::Compare, {locked}, {locked}), JobEnd::Errors);
+    EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kFileDataDiffers)) << fHouse.events.All();
     // Another backup's key.
     fIdentity = std::make_shared<archive::AgeIdentity>(archive::AgeIdentity::Generate());
     EXPECT_EQ(Read(core::JobType::Restore, {locked}, {locked}), JobEnd::Errors);
