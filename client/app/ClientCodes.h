@@ -71,7 +71,7 @@ inline constexpr auto kInternalCodes = [] {
         "RSID"_code, "RSQR"_code, "RSRD"_code, "inqy"_code, kRestoreLanding, "KTDD"_code,
         "KTSD"_code, " CER"_code, "DATA"_code, "ldan"_code, "rsul"_code, "rsvl"_code,
         // compare
-        "cmpq"_code, "cmsc"_code, "cmse"_code, "cmsq"_code, "cmst"_code, "cmal"_code,
+        "cmpq"_code, "cmsc"_code, "cmse"_code, "cmsq"_code, "cmst"_code, "cmal"_code, "cmpw"_code,
         // reports
         "RCLR"_code, "RPRN"_code, "RSAV"_code, "RSET"_code, "RWQT"_code, "RFLT"_code, "RFON"_code,
         "RFSZ"_code, "drqt"_code, "decn"_code, "dedy"_code, "denb"_code, "denv"_code, "deol"_code,

@@ -5,6 +5,7 @@
 #include "client/app/ClientCodes.h"
 #include "client/backup/KTBackupView.h"
 #include "client/backup/KTQBView.h"
+#include "client/compare/KTCompareView.h"
 #include "client/mainwindow/KTLaterView.h"
 #include "client/restore/KTRestoreView.h"
 #include "client/uikit/KTControl.h"
@@ -29,12 +30,16 @@ KTToolView* MakeRestore(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTRestoreView(std::move(context), parent);
 }
 
+KTToolView* MakeCompare(const Tool&, KTToolContext context, QWidget* parent) {
+    return new KTCompareView(std::move(context), parent);
+}
+
 constexpr Tool kTools[] = {
     {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup",
      MakeQuickBackup},
     {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeBackup},
     {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeRestore},
-    {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeLater},
+    {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeCompare},
     {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeLater},
     {code::kReportTool, 4, "report", core::text::kReports, "reports", MakeLater},
 };

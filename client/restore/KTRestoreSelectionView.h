@@ -2,7 +2,7 @@
 // does to the row it was opened on. What concerns the whole tool goes to the tool. Main thread.
 #pragma once
 
-#include "client/restore/KTLogDataView.h"
+#include "client/catalogue/KTLogDataView.h"
 
 class QMenu;
 

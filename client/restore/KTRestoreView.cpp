@@ -9,12 +9,11 @@
 
 #include "client/app/ClientCodes.h"
 #include "client/app/ServerLink.h"
+#include "client/catalogue/KTRestoreStartWin.h"
 #include "client/restore/KTFolderView.h"
 #include "client/restore/KTResDeleteWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreSelectionView.h"
-#include "client/restore/KTRestoreStartWin.h"
-#include "client/restore/KTUnlockWindow.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
@@ -26,15 +25,11 @@
 
 namespace {
 
-constexpr char kStartKey[] = "win_resstart";
 constexpr char kSettingsKey[] = "win_ressettings";
 constexpr char kDeleteKey[] = "win_delete";
 constexpr char kInsertKey[] = "win_insert";
-constexpr char kUnlockKey[] = "win_unlock";
-constexpr uint32_t kStartAnswer = "resq"_code;
 constexpr uint32_t kSettingsAnswer = "rssq"_code;
 constexpr uint32_t kDeleteAnswer = "rdcl"_code;
-constexpr uint32_t kUnlockAnswer = "rsul"_code;
 constexpr uint32_t kVolumesKnown = "rsvl"_code;
 constexpr int kLeastTreeWidth = 200;
 
@@ -42,7 +37,10 @@ constexpr int kLeastTreeWidth = 200;
 
 KTRestoreView::KTRestoreView(KTToolContext context, QWidget* parent, const char* name,
                              std::shared_ptr<kit::MountSource> mounts)
-    : KTJobTool(name, std::move(context), parent) {
+    : KTCatalogueTool(name,
+                      {"rsST"_code, "resq"_code, "win_resstart", core::text::kStartRestore,
+                       core::text::kNothingSelectedToRestore},
+                      std::move(context), parent) {
     fVolumes = std::async(std::launch::async, [mounts = std::move(mounts), to = BMessenger(this)] {
                    auto volumes = BVolumeRoster(mounts).Volumes();
                    to.SendMessage(BMessage(kVolumesKnown));
@@ -59,7 +57,7 @@ void KTRestoreView::MakeControls() {
     fCatalogue = new KTRestoreSelectionView(Context().server, Context().preferences, this, nullptr);
     fCatalogue->SetSelectionMessage(BMessage("slch"_code), this);
     fCatalogue->setMinimumWidth(kLeastTreeWidth);
-    connect(fCatalogue, &KTLogDataView::Locked, this, &KTRestoreView::Unlock);
+    SetCatalogue(fCatalogue);
     connect(fCatalogue, &KTLogDataView::RedirectionsChanged, this, &KTRestoreView::TellLanding);
 
     fRedirect = new QScrollArea;
@@ -126,23 +124,15 @@ void KTRestoreView::MessageReceived(BMessage& message) {
         {"rsIN"_code, &KTRestoreView::OpenInsert},
         {"RSDE"_code, &KTRestoreView::DeleteRequest},
         {"rsSE"_code, &KTRestoreView::OpenSettings},
-        {"rsST"_code, &KTRestoreView::RestoreStart},
         {"rsDV"_code, &KTRestoreView::Divert},
-        {kStartAnswer, &KTRestoreView::StartAnswered},
         {kSettingsAnswer, &KTRestoreView::SettingsAnswered},
         {kDeleteAnswer, &KTRestoreView::DeleteAnswered},
-        {kUnlockAnswer, &KTRestoreView::Unlocked},
-        {"sall"_code, &KTRestoreView::SelectAll},
-        {"sclr"_code, &KTRestoreView::ClearAll},
         {"slch"_code, &KTRestoreView::SelectionChanged},
         {kVolumesKnown, &KTRestoreView::SelectionChanged},
         {"RSRD"_code, &KTRestoreView::ToCatalogue},
-        {core::code::kCatalogue, &KTRestoreView::ToCatalogue},
-        {core::code::kBackupRemoved, &KTRestoreView::ToCatalogue},
-        {client::code::kServerBack, &KTRestoreView::ToCatalogue},
-        {client::code::kServerGone, &KTRestoreView::ToCatalogue},
     };
-    if (!KTDispatch<KTRestoreView>(this, kTable, message)) KTJobTool::MessageReceived(message);
+    if (!KTDispatch<KTRestoreView>(this, kTable, message))
+        KTCatalogueTool::MessageReceived(message);
 }
 
 void KTRestoreView::ToCatalogue(BMessage& message) {
@@ -161,55 +151,10 @@ void KTRestoreView::InitControls() {
 
 // --- the selection ------------------------------------------------------------------------------
 
-void KTRestoreView::SaveSelection() {
-    BMessage selection;
-    fCatalogue->GetSelectionList(&selection);
-    fJob.SetSelection(selection);
-}
-
-void KTRestoreView::InitSelection() {
-    fCatalogue->MultiSelectAll(false);
-    fCatalogue->SetSelection(fJob.Selection(), true);
-}
-
-void KTRestoreView::SelectAll(BMessage&) {
-    fCatalogue->MultiSelectAll(true);
-    SaveSelection();
-}
-
-void KTRestoreView::ClearAll(BMessage&) {
-    fCatalogue->MultiSelectAll(false);
-    SaveSelection();
-}
-
 void KTRestoreView::SelectionChanged(BMessage& message) {
     if (OpenWindow(kDeleteKey)) DeleteRequest(message);
-    if (!OpenWindow(kStartKey)) return;
     // What is being typed goes on: the dialog is brought up to date, and not to the front.
-    SetPWList();
-    TellLanding();
-}
-
-void KTRestoreView::Unlock(KTRow backup) {
-    if (RaiseIfOpen(kUnlockKey)) return;
-    BMessage settings;
-    settings.Add("name", fCatalogue->NameOfBackup(backup));
-    settings.Add("title", fCatalogue->TitleOf(backup));
-    settings.Add("date", KTControl::ToBytes(fCatalogue->DateOf(backup)));
-    settings.Add("row", static_cast<int64_t>(backup));
-    Present(kUnlockKey,
-            new KTUnlockWindow(Context(), window(), settings, kUnlockAnswer, BMessenger(this)));
-}
-
-void KTRestoreView::Unlocked(BMessage& message) {
-    Forget(kUnlockKey);
-    if (!message.Get("result", false)) return;
-    const BMessage settings = message.Get("settings", BMessage());
-    const auto row = static_cast<KTRow>(settings.Get<int64_t>("row", kNoRow));
-    // The row may be gone, and its number be another's.
-    const auto name = settings.FindString("name");
-    if (!fCatalogue->Rows().Has(row) || fCatalogue->NameOfBackup(row) != name) return;
-    fCatalogue->Expand(row);
+    if (StartWindow()) StartShown();
 }
 
 // --- settings -----------------------------------------------------------------------------------
@@ -293,25 +238,13 @@ void KTRestoreView::OpenInsert(BMessage&) {
 
 // --- starting -----------------------------------------------------------------------------------
 
-bool KTRestoreView::CheckStart(bool quiet) {
-    const bool chosen = fCatalogue->HasSelection();
-    if (!chosen && !quiet) Alert(core::text::kNothingSelectedToRestore);
-    return chosen;
-}
-
-void KTRestoreView::RestoreStart(BMessage&) {
-    if (!CheckStart()) return;
-    if (!RaiseIfOpen(kStartKey)) {
-        Present(kStartKey,
-                new KTRestoreStartWin(Context(), KTControl::Text(core::text::kStartRestore),
-                                      window(), fJob.StartInfo(), kStartAnswer, BMessenger(this)));
-    }
+void KTRestoreView::StartShown() {
     SetPWList();
     TellLanding();
 }
 
 void KTRestoreView::SetPWList() {
-    auto* dialog = static_cast<KTRestoreStartWin*>(OpenWindow(kStartKey));
+    auto* dialog = StartWindow();
     if (!dialog) return;
     BMessage list("rssl"_code);
     for (const KTRow backup : fCatalogue->MarkedBackups()) {
@@ -325,7 +258,7 @@ void KTRestoreView::SetPWList() {
 
 // Where the first marked item will be.
 void KTRestoreView::TellLanding() {
-    auto* dialog = static_cast<KTRestoreStartWin*>(OpenWindow(kStartKey));
+    auto* dialog = StartWindow();
     if (!dialog || fVolumes.wait_for(std::chrono::seconds(0)) != std::future_status::ready) return;
     BMessage selection;
     fCatalogue->GetSelectionList(&selection);
@@ -343,17 +276,6 @@ void KTRestoreView::TellLanding() {
     BMessenger(dialog).SendMessage(std::move(landing));
 }
 
-void KTRestoreView::StartAnswered(BMessage& message) {
-    Forget(kStartKey);
-    if (!message.Get("result", false)) return;
-    fJob.SetStartInfo(message.Get("settings", BMessage()));
-    // The dialog did not hold up the tool behind it: what was marked then may not be so any more.
-    if (CheckStart()) Restore();
-}
-
-void KTRestoreView::Restore() {
-    SaveSelection();
-    SaveScheduler();
-    InitScheduler();
+void KTRestoreView::Submit() {
     Context().server->PostApplication(fJob.ForSending());
 }

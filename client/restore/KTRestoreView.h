@@ -1,16 +1,12 @@
 // KTRestoreView: the restore tool: the catalogue in which the user marks what to restore, beside it
 // a browser of directories to send it to, and the controls. Its dialogs are not modal and follow
 // the marks while they are open. Main thread.
-//
-// Starting goes: 'rsST' checks that something is marked and opens the start dialog; its answer
-// 'resq' brings "start_info"; the job is posted to the application.
 #pragma once
 
 #include <future>
 
-#include "client/job/KTJobTool.h"
+#include "client/catalogue/KTCatalogueTool.h"
 #include "client/restore/KTRestoreJob.h"
-#include "client/uikit/KTColumnListView.h"
 #include "kit/storage/BVolume.h"
 
 class KTFolderView;
@@ -19,7 +15,7 @@ class QPushButton;
 class QScrollArea;
 class QSplitter;
 
-class KTRestoreView : public KTJobTool {
+class KTRestoreView : public KTCatalogueTool {
     Q_OBJECT
 public:
     explicit KTRestoreView(KTToolContext context, QWidget* parent = nullptr,
@@ -27,8 +23,6 @@ public:
                            std::shared_ptr<kit::MountSource> mounts = kit::MountSource::System());
     ~KTRestoreView() override;
 
-    // Something is marked; unless `quiet` the user is told when nothing is.
-    bool CheckStart(bool quiet = false);
     void MessageReceived(BMessage& message) override;
 
     // In a window that edits a waiting job: nothing is started from here.
@@ -40,14 +34,11 @@ protected:
     KTJob& OwnJob() override { return fJob; }
     QString AlertTitle() const override;
     void InitControls() override;
-    void SaveSelection() override;
-    void InitSelection() override;
+    void StartShown() override;
+    void Submit() override;
 
 private:
     void MakeControls();
-    void RestoreStart(BMessage&);
-    void StartAnswered(BMessage& message);
-    void Restore();
     void SetPWList();
     void TellLanding();
 
@@ -61,11 +52,7 @@ private:
     void Delete();
 
     void OpenInsert(BMessage&);
-    void SelectAll(BMessage&);
-    void ClearAll(BMessage&);
     void SelectionChanged(BMessage&);
-    void Unlock(KTRow backup);
-    void Unlocked(BMessage& message);
     void ToCatalogue(BMessage& message);
 
     KTRestoreJob fJob;

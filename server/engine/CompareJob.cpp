@@ -120,6 +120,7 @@ void CompareJob::Backup::EnterVolume(const std::string& path) {
     }
     auto opened = RestoreTarget::Open(volume->mountPoint, false);
     if (opened) {
+        fJob.fReport.Line(LineType::Volume, text::kLine, {volume->name});
         fVolume = std::make_shared<const RestoreTarget>(std::move(*opened));
     } else {
         ++fJob.fUnreadable;

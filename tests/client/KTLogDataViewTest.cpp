@@ -1,4 +1,4 @@
-#include "client/restore/KTLogDataView.h"
+#include "client/catalogue/KTLogDataView.h"
 
 #include <gtest/gtest.h>
 

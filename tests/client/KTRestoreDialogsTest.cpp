@@ -14,7 +14,7 @@
 #include "client/restore/KTResDeleteWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreGetInfoWindow.h"
-#include "client/restore/KTUnlockWindow.h"
+#include "client/catalogue/KTUnlockWindow.h"
 #include "tests/client/BackupTesting.h"
 
 using namespace backup_testing;

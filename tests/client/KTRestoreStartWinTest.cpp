@@ -1,5 +1,5 @@
 // The restore start dialog with its real widgets, in front of a server that answers by script.
-#include "client/restore/KTRestoreStartWin.h"
+#include "client/catalogue/KTRestoreStartWin.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <QPushButton>
 #include <QTest>
 
-#include "client/restore/KTPasswordListView.h"
+#include "client/catalogue/KTPasswordListView.h"
 #include "tests/client/BackupTesting.h"
 
 using namespace backup_testing;

@@ -23,14 +23,6 @@ using namespace restore_testing;
 
 namespace {
 
-template <class T>
-T* FindWindow(const char* child) {
-    for (QWidget* top : QApplication::topLevelWidgets())
-        if (top->isVisible() && top->isWindow())
-            if (T* found = top->findChild<T*>(child); found && found->isVisible()) return found;
-    return nullptr;
-}
-
 class RestoreTool : public ::testing::Test {
 protected:
     RestoreTool() {

@@ -1,9 +1,10 @@
-// A server that shows a catalogue by script, for the tests of the restore tool.
+// A server that shows a catalogue by script, for the tests of the tools that read it.
 #pragma once
 
+#include <QApplication>
 #include <map>
 
-#include "client/restore/KTLogDataView.h"
+#include "client/catalogue/KTLogDataView.h"
 #include "tests/client/BackupTesting.h"
 
 namespace restore_testing {
@@ -83,6 +84,15 @@ inline Texts Strings(const BMessage& message, const char* field) {
     for (int32_t i = 0; i < message.Count(field); ++i)
         all.push_back(message.Get(field, std::string(), i));
     return all;
+}
+
+// In a window that is on screen; null when there is none.
+template <class T>
+T* FindWindow(const char* child) {
+    for (QWidget* top : QApplication::topLevelWidgets())
+        if (top->isVisible() && top->isWindow())
+            if (T* found = top->findChild<T*>(child); found && found->isVisible()) return found;
+    return nullptr;
 }
 
 // The row of "Mon/Disk/home"; kNoRow when it is not there.

@@ -5,7 +5,7 @@
 #pragma once
 
 #include "client/app/Inquiry.h"
-#include "client/restore/KTPasswordList.h"
+#include "client/catalogue/KTPasswordList.h"
 #include "client/uikit/KTSetWindow.h"
 #include "client/uikit/KTToolView.h"
 

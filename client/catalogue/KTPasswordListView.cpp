@@ -1,10 +1,10 @@
-#include "client/restore/KTPasswordListView.h"
+#include "client/catalogue/KTPasswordListView.h"
 
 #include <QHeaderView>
 #include <QKeyEvent>
 #include <array>
 
-#include "client/restore/KTPasswordList.h"
+#include "client/catalogue/KTPasswordList.h"
 #include "client/settings/Preferences.h"
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Texts.h"

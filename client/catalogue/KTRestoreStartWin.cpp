@@ -1,4 +1,4 @@
-#include "client/restore/KTRestoreStartWin.h"
+#include "client/catalogue/KTRestoreStartWin.h"
 
 #include <QCheckBox>
 #include <QFormLayout>
@@ -8,7 +8,7 @@
 #include <QPushButton>
 
 #include "client/app/ClientCodes.h"
-#include "client/restore/KTPasswordListView.h"
+#include "client/catalogue/KTPasswordListView.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTElidedLabel.h"

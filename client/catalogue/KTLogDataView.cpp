@@ -1,4 +1,4 @@
-#include "client/restore/KTLogDataView.h"
+#include "client/catalogue/KTLogDataView.h"
 
 #include <QDragEnterEvent>
 #include <QFileInfo>
@@ -308,6 +308,12 @@ void KTLogDataView::RedirectionsAreNew() {
 const core::Redirections& KTLogDataView::Redirected() const {
     if (!fParsed) fParsed.emplace(fRedirections);
     return *fParsed;
+}
+
+void KTLogDataView::HideRedirections() {
+    setColumnHidden(kRedirect, true);
+    setAcceptDrops(false);
+    viewport()->setAcceptDrops(false);
 }
 
 // --- drops --------------------------------------------------------------------------------------

@@ -44,6 +44,8 @@ public:
     // null: the default widths and colours.
     KTLogDataView(ServerLink* server, Preferences* preferences, QWidget* parent);
     ~KTLogDataView() override;
+    // Where nothing is sent anywhere: no column for it, and no drops.
+    void HideRedirections();
 
     // --- the selection --------------------------------------------------------------------------
     void MultiSelectAll(bool select) override;  // false: also forgets the redirections

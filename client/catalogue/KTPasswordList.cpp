@@ -1,4 +1,4 @@
-#include "client/restore/KTPasswordList.h"
+#include "client/catalogue/KTPasswordList.h"
 
 #include <string.h>
 

@@ -1,4 +1,4 @@
-#include "client/restore/KTUnlockWindow.h"
+#include "client/catalogue/KTUnlockWindow.h"
 
 #include <QBoxLayout>
 #include <QLabel>
