@@ -62,6 +62,16 @@ struct RestoreOptions {
 };
 ExitCode Restore(ServerConnection& server, const RestoreOptions& options);
 
+struct CompareOptions {
+    std::string backup;
+    std::vector<std::string> paths;  // none: all of it
+    std::vector<std::string> items;  // words of IsCompareItem; none: all of them
+    std::optional<int> passwordFd;
+    bool json = false;
+    bool verbose = false;
+};
+ExitCode Compare(ServerConnection& server, const CompareOptions& options);
+
 struct VerifyOptions {
     std::string backup;
     std::optional<int> passwordFd;

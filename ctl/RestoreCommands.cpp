@@ -82,6 +82,27 @@ ExitCode Restore(ServerConnection& server, const RestoreOptions& options) {
         {.type = core::JobType::Restore, .json = options.json, .verbose = options.verbose});
 }
 
+ExitCode Compare(ServerConnection& server, const CompareOptions& options) {
+    for (const auto& item : options.items)
+        if (!IsCompareItem(item)) return WrongUse(kMoreCtlBadCompareItem, item);
+    if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
+    ExitCode problem = ExitCode::Failed;
+    const auto backup = FindBackup(server, options.backup, &problem);
+    if (!backup) return problem;
+    const PasswordSource passwords(options.passwordFd);
+    if (!Unlock(server, *backup, passwords)) return ExitCode::Failed;
+    BackupTree tree(server, *backup, passwords);
+    const auto entries =
+        EntriesOf(tree, options.paths.empty() ? std::vector<std::string>{"/"} : options.paths);
+    if (!entries) return ExitCode::Failed;
+    if (entries->empty()) return Fail(kMoreCtlEmptyBackup, backup->name);
+    return SubmitAndWatch(
+        server,
+        CompareJob(*backup, *entries, options.items,
+                   core::FormatTextOf(kMoreCtlCompareTitle, TitleOf(*backup))),
+        {.type = core::JobType::Compare, .json = options.json, .verbose = options.verbose});
+}
+
 ExitCode Verify(ServerConnection& server, const VerifyOptions& options) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
     ExitCode problem = ExitCode::Failed;

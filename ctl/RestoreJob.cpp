@@ -21,6 +21,26 @@ BMessage Job(core::JobType type, const BMessage& selection, const std::string& t
     return job;
 }
 
+// What covers an entry, with all that is in it.
+std::string PlaceOf(const ListedBackup& backup, const TreeEntry& entry) {
+    return "/" + backup.name + entry.path + (entry.HoldsOthers() ? "/*" : "");
+}
+
+struct CompareItem {
+    const char *word, *key;
+};
+constexpr CompareItem kCompareItems[] = {
+    {"data", "filedata"},  {"attributes", "attribute"},    {"size", "size"},
+    {"modified", "mdate"}, {"created", "cdate"},           {"link", "symlinkdata"},
+    {"user", "uid"},       {"permissions", "permissions"}, {"group", "gid"},
+};
+
+const CompareItem* FindCompareItem(const std::string& word) {
+    const auto* found = std::find_if(std::begin(kCompareItems), std::end(kCompareItems),
+                                     [&](const CompareItem& item) { return item.word == word; });
+    return found == std::end(kCompareItems) ? nullptr : found;
+}
+
 }  // namespace
 
 std::optional<int32_t> ParseOverwrite(const std::string& text) {
@@ -35,8 +55,7 @@ BMessage RestoreJob(const ListedBackup& backup, const std::vector<TreeEntry>& en
                     const std::string& title) {
     BMessage selection;
     for (const auto& entry : entries) {
-        const std::string place =
-            "/" + backup.name + entry.path + (entry.HoldsOthers() ? "/*" : "");
+        const std::string place = PlaceOf(backup, entry);
         selection.Add(core::kSelectionField, "INCLUDE " + place);
         if (!target) continue;
         selection.Add("source", "REDIREC " + place);
@@ -49,6 +68,25 @@ BMessage RestoreJob(const ListedBackup& backup, const std::vector<TreeEntry>& en
     settings.Add("overwrite", overwrite);
     BMessage job = Job(core::JobType::Restore, selection, title);
     job.Add("restore", settings);
+    return job;
+}
+
+bool IsCompareItem(const std::string& word) {
+    return FindCompareItem(word) != nullptr;
+}
+
+BMessage CompareJob(const ListedBackup& backup, const std::vector<TreeEntry>& entries,
+                    const std::vector<std::string>& items, const std::string& title) {
+    BMessage selection;
+    for (const auto& entry : entries)
+        selection.Add(core::kSelectionField, "INCLUDE " + PlaceOf(backup, entry));
+    BMessage settings;
+    settings.Add("compareall", int32_t{items.empty()});
+    for (const auto& word : items) {
+        if (const auto* item = FindCompareItem(word)) settings.Set(item->key, int32_t{1});
+    }
+    BMessage job = Job(core::JobType::Compare, selection, title);
+    job.Add("compare", settings);
     return job;
 }
 

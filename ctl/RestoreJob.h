@@ -1,4 +1,4 @@
-// Makes the jobs for `backupctl restore` and `backupctl verify`.
+// Makes the jobs for `backupctl restore`, `backupctl compare` and `backupctl verify`.
 #pragma once
 
 #include <optional>
@@ -18,6 +18,12 @@ std::optional<int32_t> ParseOverwrite(const std::string& text);
 BMessage RestoreJob(const ListedBackup& backup, const std::vector<TreeEntry>& entries,
                     const std::optional<std::string>& target, int32_t overwrite,
                     const std::string& title);
+// Words for what a comparison can look at: "data", "attributes", "size", "modified", "created",
+// "link", "permissions", "user", "group".
+bool IsCompareItem(const std::string& word);
+// `items` of them; none: all.
+BMessage CompareJob(const ListedBackup& backup, const std::vector<TreeEntry>& entries,
+                    const std::vector<std::string>& items, const std::string& title);
 BMessage VerifyJob(const ListedBackup& backup, const std::string& title);
 
 }  // namespace ctl

@@ -34,6 +34,7 @@ struct Options {
     ctl::BrowseOptions browse;
     ctl::FindOptions find;
     ctl::RestoreOptions restore;
+    ctl::CompareOptions compare;
     ctl::VerifyOptions verify;
     ctl::DeleteOptions remove;
     std::string job;
@@ -139,6 +140,25 @@ void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
     AddPasswordFd(restore, options);
     AddVerbose(restore, options);
     restore->footer(TextOf(kMoreCtlHelpRestoreNotes));
+
+    auto* compare = Add(app, "compare", kMoreCtlHelpCompare, chosen,
+                        {[&](ctl::ServerConnection& server) {
+                             options.compare.json = options.json;
+                             options.compare.verbose = options.verbose;
+                             options.compare.passwordFd = options.passwordFd;
+                             return ctl::Compare(server, options.compare);
+                         },
+                         kToldOfJobs});
+    AddBackupArgument(compare, options.compare.backup);
+    compare->add_option("PATH", options.compare.paths, TextOf(kMoreCtlHelpComparePath))
+        ->type_name("");
+    compare->add_option("--only", options.compare.items, TextOf(kMoreCtlHelpCompareOnly))
+        ->delimiter(',')
+        ->expected(1)
+        ->take_all()
+        ->type_name("ITEM,…");
+    AddPasswordFd(compare, options);
+    AddVerbose(compare, options);
 
     auto* verify = Add(app, "verify", kMoreCtlHelpVerify, chosen,
                        {[&](ctl::ServerConnection& server) {

@@ -199,6 +199,13 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreCtlPathsOfBase */
     "A backup that builds on another saves what that one saves: name no files and folders.",
     /* kMoreCtlProtectionOfBase */ "A backup that builds on another has the password of that one.",
+    /* kMoreCtlCompareTitle */ "Comparison of %s",
+    /* kMoreCtlBadCompareItem */ "'%s' is nothing that can be compared.",
+    /* kMoreCtlHelpCompare */ "Compare a backup with what is on disk; writes nothing",
+    /* kMoreCtlHelpComparePath */ "What of it; default: all",
+    /* kMoreCtlHelpCompareOnly */
+    "Only these of data, attributes, size, modified, created, link, permissions, user, group; "
+    "default: all",
 };
 
 }  // namespace core

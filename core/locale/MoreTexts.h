@@ -161,6 +161,11 @@ enum MoreText : int32_t {
     kMoreCtlNoPaths,           // backupctl
     kMoreCtlPathsOfBase,       // backupctl
     kMoreCtlProtectionOfBase,  // backupctl
+    kMoreCtlCompareTitle,      // s the backup's title
+    kMoreCtlBadCompareItem,    // s the word
+    kMoreCtlHelpCompare,       // backupctl
+    kMoreCtlHelpComparePath,   // backupctl
+    kMoreCtlHelpCompareOnly,   // backupctl
     kMoreEnd
 };
 

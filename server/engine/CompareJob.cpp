@@ -237,7 +237,7 @@ JobEnd CompareJob::Run() {
     fItems.Tell(fReport);
     fRules = SelectionRules(fOrder, fReport);
     const core::SelectionMatcher matcher(fRules);
-    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport, Chain::Whole,
+    ForEachSelectedBackup(fRules, fOrder, fConfig, fCatalogues, fReport, fControl, Chain::Whole,
                           [&](const OpenBackup& backup) {
                               Backup(*this, backup, matcher).Run();
                               return fControl.MayGoOn();

@@ -101,6 +101,8 @@ TEST_F(CommandLineTest, WrongUse) {
              {"restore", "1"},
              {"restore", "1", "/", "--overwrite", "perhaps"},
              {"verify", "1", "--password", "secret"},
+             {"compare"},
+             {"compare", "1", "--only", "size,colour"},
              {"browse", "1", "--password-fd", "-1"},
              {"find", ""},
              {"find", "folder/file"},

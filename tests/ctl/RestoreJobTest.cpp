@@ -92,6 +92,20 @@ TEST(RestoreJob, RulesAndRedirectionsByTheKindOfEntry) {
     EXPECT_EQ(settings.Get<int32_t>("createroot", -1), 1);
     EXPECT_FALSE(ParseOverwrite("No"));
 
+    job = CompareJob(backup, {entries[0], entries[1]}, {}, "");
+    EXPECT_EQ(job.Get<int32_t>("job_type", 0), 5);
+    EXPECT_THAT(
+        strings(job.Get("selection", BMessage()), "SELECTION"),
+        ElementsAre("INCLUDE " + name + "/System/home/*", "INCLUDE " + name + "/System/file"));
+    EXPECT_EQ(job.Get("compare", BMessage()).Get<int32_t>("compareall", 0), 1);
+    job = CompareJob(backup, entries, {"data", "user", "data"}, "");
+    const BMessage items = job.Get("compare", BMessage());
+    EXPECT_EQ(items.Get<int32_t>("compareall", -1), 0);
+    EXPECT_EQ(items.Get<int32_t>("filedata", 0), 1);
+    EXPECT_EQ(items.Get<int32_t>("uid", 0), 1);
+    EXPECT_FALSE(items.Has("size"));
+    EXPECT_FALSE(IsCompareItem("Data"));
+
     job = VerifyJob(backup, "");
     EXPECT_EQ(job.Get<int32_t>("job_type", 0), 1000);
     EXPECT_THAT(strings(job.Get("selection", BMessage()), "SELECTION"),
