@@ -18,6 +18,7 @@
 #include "server/engine/JobTotals.h"
 #include "server/engine/NewOnDisk.h"
 #include "server/engine/OwnFiles.h"
+#include "server/engine/SavedSelection.h"
 
 namespace server {
 
@@ -36,6 +37,7 @@ public:
           fContent(backup.content),
           fCatalogue(backup.catalogue),
           fMatcher(matcher),
+          fSaved(backup.catalogue),
           fVolumes(job.fConfig.roster.Volumes()),
           fCrew(job.fConfig.workers > 0 ? static_cast<size_t>(job.fConfig.workers)
                                         : std::max(2U, std::thread::hardware_concurrency()),
@@ -61,6 +63,7 @@ private:
     const BackupContent& fContent;
     CatalogueReader& fCatalogue;
     const core::SelectionMatcher& fMatcher;
+    const SavedSelection fSaved;
     const std::vector<BVolume> fVolumes;
 
     std::shared_ptr<const RestoreTarget> fVolume;  // the one that the walk is in; null: not there
@@ -77,7 +80,7 @@ void CompareJob::Backup::Run() {
         if (!catalogue) return;
         CatalogueCount counter(fJob.fReport, mayGoOn);
         std::ignore = CatalogueWalk(*catalogue, fMatcher, fJob.fRules).Run(fRoot, counter);
-        NewOnDisk found(*catalogue, fRoot, fJob.fRules, fJob.fReport, fJob.fControl);
+        NewOnDisk found(*catalogue, fSaved, fRoot, fJob.fRules, fJob.fReport, fJob.fControl);
         found.Look(fVolumes, OwnFilesOf(fContent.Volume(), fJob.fConfig));
         fJob.fDifferent += found.Count();
         fJob.fUnreadable += found.Unread();
@@ -142,7 +145,8 @@ bool CompareJob::Backup::Enter(const std::string& path, const CatalogueEntry& en
     const std::string below = item.directory + (item.directory.empty() ? "" : "/") + item.name;
     // One that is only on the way is told where it bars the way.
     const bool isThere = fVolume->OpenDirectory(below).ok();
-    if (taken || !isThere) fCrew.Add(place.frame, std::move(item));
+    const bool counts = taken && fSaved.Includes(item.path);
+    if (counts || !isThere) fCrew.Add(place.frame, std::move(item));
     return isThere;
 }
 

@@ -10,28 +10,14 @@
 
 namespace server {
 
-namespace {
-
-core::SelectionMatcher SavedBy(CatalogueReader& catalogue) {
-    std::vector<core::SelectionRule> rules;
-    if (const auto origin = catalogue.Origin()) {
-        for (const std::string& words : origin->rules) {
-            if (auto rule = core::SelectionRule::Parse(words)) rules.push_back(std::move(*rule));
-        }
-    }
-    return core::SelectionMatcher(std::move(rules));
-}
-
-}  // namespace
-
-NewOnDisk::NewOnDisk(CatalogueReader& catalogue, const std::string& root,
-                     const std::vector<core::SelectionRule>& rules, JobReport& report,
-                     JobControl& control)
+NewOnDisk::NewOnDisk(CatalogueReader& catalogue, const SavedSelection& saved,
+                     const std::string& root, const std::vector<core::SelectionRule>& rules,
+                     JobReport& report, JobControl& control)
     : fCatalogue(catalogue),
       fReport(report),
       fControl(control),
       fTree(catalogue, [](std::string_view) {}),
-      fSaved(SavedBy(catalogue)) {
+      fSaved(saved) {
     for (const core::SelectionRule& rule : rules) {
         if (rule.path != root && !rule.path.starts_with(root + "/")) continue;
         core::SelectionRule onDisk = rule;

@@ -13,6 +13,7 @@
 #include "server/catalogue/CatalogueReader.h"
 #include "server/engine/BaseTree.h"
 #include "server/engine/JobReport.h"
+#include "server/engine/SavedSelection.h"
 #include "server/engine/TreeWalk.h"
 
 namespace server {
@@ -20,7 +21,7 @@ namespace server {
 class NewOnDisk : private TreeVisitor {
 public:
     // `root` is "/Backup", `rules` are those of the job. All must outlive it.
-    NewOnDisk(CatalogueReader& catalogue, const std::string& root,
+    NewOnDisk(CatalogueReader& catalogue, const SavedSelection& saved, const std::string& root,
               const std::vector<core::SelectionRule>& rules, JobReport& report,
               JobControl& control);
 
@@ -46,7 +47,7 @@ private:
     JobControl& fControl;
     BaseTree fTree;
     std::vector<core::SelectionRule> fRules;  // of the job, as paths on disk
-    core::SelectionMatcher fSaved;            // what the backup was to have
+    const SavedSelection& fSaved;
     int64_t fCount = 0, fUnread = 0;
 };
 

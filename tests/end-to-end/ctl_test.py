@@ -63,6 +63,35 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(result["status"], "good")
         self.assertEqual(house.differences(was, self.house.source), [])
 
+    def test_what_has_changed_since(self):
+        house.make_tree(self.house.source)
+        name = self.save()
+        self.assertEqual(self.json("compare", name)["status"], "good")
+        letter = self.house.source / "docs/letter.txt"
+        was = letter.stat()
+        letter.write_bytes(b"dEAR reader\n" * 50)
+        os.utime(letter, ns=(was.st_atime_ns, was.st_mtime_ns))
+        (self.house.source / "docs/written since").touch()
+        os.chmod(self.house.source / "empty", 0o604)
+        shutil.rmtree(self.house.source / "docs/deep")
+
+        def told(*arguments, status=3):
+            lines = self.json("compare", name, *arguments, status=status)["lines"]
+            place = self.house.rule(self.house.source, False)
+            return sorted(line["text"].replace(place, "") for line in lines if line["linetype"] == 3)
+        self.assertEqual(told("--only", "data,permissions"), [
+            "/docs/letter.txt: file data different",
+            "/docs/written since: is not in the backup",
+            "/empty: permissions different (backup: 'rw-r--r--', source: 'rw----r--')",
+            "Error: can't access source '/docs/deep'"])
+        self.assertEqual(told(letter, "--only", "size", "--only", "modified", status=0), [])
+        self.assertEqual(told(letter, "--only", "data"), ["/docs/letter.txt: file data different"])
+        # Brought back it is the same again, but for the time at which it was made.
+        self.ctl("restore", name, self.house.source / "docs", "--overwrite", "yes")
+        self.assertEqual(told(letter, self.house.source / "docs/deep", status=0), [])
+        shutil.rmtree(self.house.source)
+        self.assertEqual(told(self.house.source), ["Error: can't access source ''"])
+
     def test_overwriting_only_as_it_was_said(self):
         letter = self.house.source / "letter"
         letter.write_text("old")
@@ -133,6 +162,8 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(self.with_password(SECRET, *restore), 0)
         self.assertEqual(house.differences(self.house.source, target / "source"), [])
         self.assertEqual(self.with_password(SECRET, "verify", backup.name), 0)
+        self.assertEqual(self.with_password(SECRET, "compare", backup.name), 0)
+        self.assertEqual(self.with_password("wrong", "compare", backup.name), 1)
 
     def test_deleting_asks_and_takes_the_data_along(self):
         (self.house.source / "a").write_text("a")

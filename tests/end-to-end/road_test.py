@@ -69,6 +69,19 @@ class Road(unittest.TestCase):
         self.assertEqual(self.client.wait(20), 0)
         self.assertTrue((self.house.program / "Backup.prefs").exists())
 
+    def mark_in_catalogue(self, title):
+        """The source, in the full backup of that title."""
+        hand = self.hand
+        parts = [title, "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/")]
+        for depth in range(1, len(parts)):
+            path = hand.path(*parts[:depth])
+            hand.until(lambda path=path: hand.row("lst_catalogue", "state", path) is not None, f"row {path!r}")
+            hand.row("lst_catalogue", "expand", path)
+        path = hand.path(*parts)
+        hand.until(lambda: hand.row("lst_catalogue", "state", path) is not None, "the directory's row")
+        hand.row("lst_catalogue", "click", path)
+        hand.until(lambda: hand.row("lst_catalogue", "state", path) == "2", "the mark")
+
     def test_there_and_back(self):
         """A directory is saved with backupctl, destroyed, found in the catalogue and sent elsewhere."""
         house.make_tree(self.house.source)
@@ -79,15 +92,7 @@ class Road(unittest.TestCase):
         hand = self.hand
         hand.trigger("rsvw")
         hand.see("btn_resstart")
-        parts = ["Home & more", "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/")]
-        for depth in range(1, len(parts)):
-            path = hand.path(*parts[:depth])
-            hand.until(lambda path=path: hand.row("lst_catalogue", "state", path) is not None, f"row {path!r}")
-            hand.row("lst_catalogue", "expand", path)
-        path = hand.path(*parts)
-        hand.until(lambda: hand.row("lst_catalogue", "state", path) is not None, "the directory's row")
-        hand.row("lst_catalogue", "click", path)
-        hand.until(lambda: hand.row("lst_catalogue", "state", path) == "2", "the mark")
+        self.mark_in_catalogue("Home & more")
         # The browser of directories stands at home; Return sends the row there.
         hand.see("RestoreFolderView")
         hand.key("RestoreFolderView", "Return")
@@ -99,6 +104,25 @@ class Road(unittest.TestCase):
         hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
         self.assertEqual(house.differences(kept, self.home), [])
         self.assertFalse(self.house.source.exists())
+
+    def test_holding_a_backup_against_the_disk(self):
+        house.make_tree(self.house.source)
+        subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
+                        "--title", "Then"], env=self.house.environment, check=True, stdout=subprocess.DEVNULL)
+        hand = self.hand
+        hand.trigger("cpvw")
+        hand.see("btn_cmpsettings")
+        self.mark_in_catalogue("Then")
+
+        def compare(end):
+            hand.click("btn_resstart")
+            hand.see("chk_submitonhold")
+            hand.click("btn_ok")
+            hand.gone("chk_submitonhold")
+            hand.until(lambda: end in hand.run("names"), end, 60)
+        compare("Job successful")
+        (self.house.source / "empty").write_text("not any more")
+        compare("Job ended with errors")
 
     def test_quick_backup_of_a_disk_that_is_plugged_in(self):
         hand = self.hand

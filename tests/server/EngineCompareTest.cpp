@@ -241,8 +241,8 @@ TEST_F(EngineCompare, MissingNewAndOtherThingsAreToldAndTheRestGoesOn) {
                   "/Source/c/new directory: is not in the backup, nor what is below it",
                   "/Source/c/new\xff: is not in the backup",
                   "/Source/d/last: file data different",
-                  "/Source/d/was directory: type different (backup: directory, source: symbolic "
-                  "link)",
+                  std::string("/Source/d/was directory: type different (backup: directory, ") +
+                      "source: symbolic link)",
                   "Error: can't access source '/Source/a/gone'",
                   "Error: can't access source '/Source/b'",
               }));
@@ -310,7 +310,7 @@ TEST_F(EngineCompare, HolesAndFurtherNamesAreComparedForWhatTheyHold) {
 TEST_F(EngineCompare, DamageIsToldAndFactsNeedNoData) {
     for (int i = 0; i < 12; ++i) {
         WriteWhole(fHouse.source + "/" + std::to_string(100 + i),
-                   NoiseBytes(1'500'000, static_cast<uint64_t>(7 + i)));
+                   NoiseBytes(1'500'000, 7 + static_cast<uint64_t>(i)));
     }
     fHouse.packer = "KTZstd";
     Save();
@@ -337,6 +337,18 @@ TEST_F(EngineCompare, DamageIsToldAndFactsNeedNoData) {
     fHouse.control.asked = 0;
     EXPECT_EQ(Compare({"size"}), JobEnd::Aborted);
     EXPECT_TRUE(fHouse.events.Has(LineType::Totals, text::kCompareAborted));
+}
+
+// On the way to what was saved they are in the backup, but nobody asked for them.
+TEST_F(EngineCompare, DirectoriesOnTheWayAreNotCompared) {
+    fs::create_directories(fHouse.source + "/way/saved");
+    ASSERT_EQ(fHouse.Run(fHouse.Order({"INCLUDE /Source/way/saved/*"})), JobEnd::Good);
+    fBackup = fHouse.Folders().back();
+    WriteWhole(fHouse.source + "/way/beside", "new, and the directory's time");
+    EXPECT_EQ(Compare(), JobEnd::Good) << fHouse.events.All();
+    fs::permissions(fHouse.source + "/way/saved", fs::perms::owner_all);
+    EXPECT_EQ(Compare(), JobEnd::Errors);
+    EXPECT_EQ(Errors().size(), 1u) << fHouse.events.All();
 }
 
 // What an incremental backup shows is the whole tree of its time.
