@@ -2,6 +2,7 @@
 // One job by the engine, as the server runs it, on a destination folder whose catalogues lie beside
 // it in FOLDER.catalogues:
 //   engine backup SOURCE FOLDER [COMPRESSOR [LEVEL]]
+//   engine incremental SOURCE FOLDER [COMPRESSOR [LEVEL]]   on what `backup` made there
 //   engine restore FOLDER TARGET [PATH]   the newest backup, or of it only /PATH
 //   engine verify FOLDER
 //   engine compare FOLDER SOURCE [ITEM...]   the newest backup with what is there
@@ -100,11 +101,14 @@ std::string Absolute(const std::string& path) {
 int main(int argc, char** argv) {
     const std::vector<std::string> words(argv + std::min(argc, 2), argv + argc);
     const std::string verb = argc > 1 ? argv[1] : "";
-    const bool saves = verb == "backup", restores = verb == "restore", compares = verb == "compare";
+    const bool builds = verb == "incremental";
+    const bool saves = verb == "backup" || builds;
+    const bool restores = verb == "restore", compares = verb == "compare";
     if ((!saves && !restores && !compares && verb != "verify") ||
         words.size() < (verb == "verify" ? 1 : 2)) {
         std::fprintf(stderr,
                      "usage: engine backup SOURCE FOLDER [COMPRESSOR [LEVEL]]\n"
+                     "       engine incremental SOURCE FOLDER [COMPRESSOR [LEVEL]]\n"
                      "       engine restore FOLDER TARGET [PATH]\n"
                      "       engine verify FOLDER\n"
                      "       engine compare FOLDER SOURCE [ITEM...]\n");
@@ -123,6 +127,12 @@ int main(int argc, char** argv) {
     JobOrder order;
     if (saves) {
         order = BackupOrder(words, folder);
+        if (builds) {
+            order.type = core::JobType::Incremental;
+            order.id = 2 + static_cast<int32_t>(catalogues.Backups().size());
+            order.description.Remove("selection");
+            order.description.Add("base_id", int32_t{1});
+        }
     } else {
         const auto backups = catalogues.Backups();
         if (backups.empty()) return 1;
