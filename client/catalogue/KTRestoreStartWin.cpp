@@ -144,6 +144,7 @@ void KTRestoreStartWin::ShowInquiry() {
 
 void KTRestoreStartWin::SetPWList(const BMessage& backups) {
     fConfirmWhenListed = false;
+    fIsListed = true;
     if (backups.Has("name")) {
         fUnlisted = backups;
         return AskProtection();
@@ -167,11 +168,12 @@ void KTRestoreStartWin::ShowPWList() {
     fList->FinishEditing();  // what is being typed finds its backup by name
     fList->ShowPWList(fPasswords);
     const bool some = !fPasswords.IsEmpty();
-    if (fList->isVisibleTo(this) == some && fNoneProtected->isVisibleTo(this) == !some) return;
+    const bool none = fIsListed && !some;
+    if (fList->isVisibleTo(this) == some && fNoneProtected->isVisibleTo(this) == none) return;
     fPrompt->setVisible(some);
     fList->setVisible(some);
     fHint->setVisible(some);  // its place is kept while it says nothing
-    fNoneProtected->setVisible(!some);
+    fNoneProtected->setVisible(none);
     if (!isVisible()) return;
     layout()->activate();
     if (some)

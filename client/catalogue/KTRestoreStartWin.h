@@ -55,6 +55,7 @@ private:
     client::Inquiry fInquiry;
     KTPasswordList fPasswords;
     std::optional<BMessage> fUnlisted;  // backups of which the server has not said yet
+    bool fIsListed = false;             // else nothing is said about passwords
     bool fConfirmWhenListed = false;
     bool fChecking = false;
 

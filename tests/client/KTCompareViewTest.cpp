@@ -94,7 +94,12 @@ TEST_F(CompareTool, SendsWhatIsMarkedAndAddsAnEntryWithEachStart) {
     EXPECT_EQ(chosen.Get<int32_t>("compareall", -1), 0);
     for (const int32_t i : {1, 2})
         EXPECT_EQ(job.Get("compare", BMessage(), i).Get<int32_t>("compareall", 0), 1);
-    // The dialog asks for no passwords, and so the server for none.
+    // The dialog asks for no passwords and says nothing about them; the server is not asked.
+    Press("btn_resstart");
+    EXPECT_TRUE(FindWindow<QLineEdit>("str_title"));
+    EXPECT_FALSE(FindWindow<QWidget>("str_noneprotected"));
+    EXPECT_FALSE(FindWindow<QWidget>("lst_passwords"));
+    PressIn("str_title", "btn_cancel");
     EXPECT_TRUE(checked.empty());
     // What is changed later is still the first of them.
     Press("btn_cmpsettings");
