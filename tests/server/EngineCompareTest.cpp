@@ -78,6 +78,10 @@ protected:
 
 TEST_F(EngineCompare, WhatWasSavedOrRestoredIsTheSame) {
     MakeNastyTree(fHouse.source);
+    ASSERT_EQ(::linkat(AT_FDCWD, (fHouse.source + "/dangling").c_str(), AT_FDCWD,
+                       (fHouse.source + "/also dangling").c_str(), 0),
+              0);
+    const auto before = DescribeTree(fHouse.source);
     fHouse.Run();  // a socket is left out, and not missed afterwards
     fBackup = fHouse.Folders().back();
     EXPECT_EQ(Compare(), JobEnd::Good) << fHouse.events.All();
@@ -99,6 +103,7 @@ TEST_F(EngineCompare, WhatWasSavedOrRestoredIsTheSame) {
     settings.Add("createemptydirs", int32_t{1});
     restore.description.Add("restore", settings);
     ASSERT_EQ(fHouse.Run(restore), JobEnd::Good) << fHouse.events.All();
+    EXPECT_EQ(Differences(before, DescribeTree(fHouse.source)), "");
     EXPECT_EQ(Compare({"compareall"}), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(fHouse.events.Has(LineType::Detail, text::kCreatedDiffers));
     EXPECT_EQ(Compare({"cdate"}), JobEnd::Errors);
