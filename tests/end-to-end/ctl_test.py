@@ -162,7 +162,7 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(self.with_password(SECRET, *restore), 0)
         self.assertEqual(house.differences(self.house.source, target / "source"), [])
         self.assertEqual(self.with_password(SECRET, "verify", backup.name), 0)
-        self.assertEqual(self.with_password(SECRET, "compare", backup.name), 0)
+        self.assertEqual(self.with_password(SECRET, "compare", backup.name, self.house.source), 0)
         self.assertEqual(self.with_password("wrong", "compare", backup.name), 1)
 
     def test_deleting_asks_and_takes_the_data_along(self):
