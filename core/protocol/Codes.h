@@ -50,7 +50,7 @@ inline constexpr uint32_t kUnusedCr = "ktcr"_code;
 inline constexpr uint32_t kUnusedAr = "ktar"_code;
 
 // --- answers ------------------------------------------------------------------------------------
-inline constexpr uint32_t kNone = "NONE"_code;      // no data; not an error
+inline constexpr uint32_t kNone = "NONE"_code;  // no data; not an error
 inline constexpr uint32_t kFoundEntries = "KTfe"_code;
 inline constexpr uint32_t kAreaRead = "xxxx"_code;  // a shared area was read
 

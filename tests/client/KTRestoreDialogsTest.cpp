@@ -11,10 +11,10 @@
 #include <QTextEdit>
 #include <QTextTable>
 
+#include "client/catalogue/KTUnlockWindow.h"
 #include "client/restore/KTResDeleteWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreGetInfoWindow.h"
-#include "client/catalogue/KTUnlockWindow.h"
 #include "tests/client/BackupTesting.h"
 
 using namespace backup_testing;

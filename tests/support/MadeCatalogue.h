@@ -19,7 +19,7 @@ struct MadeBackup {
     core::JobType type = core::JobType::Full;
     int32_t base = 0;
     std::string title;
-    std::vector<std::string> files;    // in the folder "Data/folder", in byte order
+    std::vector<std::string> files;         // in the folder "Data/folder", in byte order
     std::vector<std::string> builtOn = {};  // names, the oldest first
 
     std::string Name() const { return server::archive::BackupName(1795378530 + job, job); }
