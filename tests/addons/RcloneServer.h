@@ -44,7 +44,7 @@ public:
                                        "serve",
                                        fProtocol,
                                        "--config=/dev/null",
-                                       "--addr=127.0.0.1:" + std::to_string(fPort),
+                                       "--addr=" + Host() + ":" + std::to_string(fPort),
                                        "--user=anna",
                                        "--pass=" + std::string(kPassword),
                                        fFolder};
@@ -79,12 +79,21 @@ public:
     std::string Configuration() const { return fOwn / "rclone.conf"; }
 
 private:
+    // An address of this process's own: while a server is away, no other test's takes its place.
+    static uint32_t Loopback() {
+        return uint32_t{127} << 24 | ((static_cast<uint32_t>(::getpid()) + 0x10000) & 0x7fffff);
+    }
+    static std::string Host() {
+        const uint32_t address = Loopback();
+        return "127." + std::to_string(address >> 16 & 0xff) + "." +
+               std::to_string(address >> 8 & 0xff) + "." + std::to_string(address & 0xff);
+    }
     static int Socket() { return ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0); }
     static sockaddr_in Address(uint16_t port) {
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_port = htons(port);
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        address.sin_addr.s_addr = htonl(Loopback());
         return address;
     }
     static uint16_t FreePort() {
@@ -110,8 +119,8 @@ private:
              {std::pair{"test", kPassword}, std::pair{"wrong", "mistaken"}}) {
             const std::string where =
                 fProtocol == "sftp"
-                    ? "host=127.0.0.1 port=" + std::to_string(fPort)
-                    : "url=http://127.0.0.1:" + std::to_string(fPort) + " vendor=other";
+                    ? "host=" + Host() + " port=" + std::to_string(fPort)
+                    : "url=http://" + Host() + ":" + std::to_string(fPort) + " vendor=other";
             const std::string command = "rclone --config=" + Configuration() + " config create " +
                                         name + " " + fProtocol + " " + where +
                                         " user=anna pass=" + password + " >/dev/null 2>&1";

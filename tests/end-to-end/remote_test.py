@@ -13,6 +13,8 @@ import wire
 from house import House
 
 PASSWORD = "correct-horse-4711"
+# An address of this process's own: while a server is away, no other test's takes its place.
+HOST = "127." + ".".join(str(byte) for byte in ((os.getpid() + 0x10000) & 0x7fffff).to_bytes(3, "big"))
 
 
 @unittest.skipUnless(shutil.which("rclone"), "rclone is not installed")
@@ -22,11 +24,11 @@ class Remote(unittest.TestCase):
     def setUp(self):
         self.house = House()
         self.addCleanup(self.house.__exit__)
-        with socket.create_server(("127.0.0.1", 0)) as free:
+        with socket.create_server((HOST, 0)) as free:
             self.port = free.getsockname()[1]
         configuration = self.house.root / "rclone.conf"
-        where = ["host=127.0.0.1", f"port={self.port}"] if self.protocol == "sftp" else [
-            f"url=http://127.0.0.1:{self.port}", "vendor=other"]
+        where = [f"host={HOST}", f"port={self.port}"] if self.protocol == "sftp" else [
+            f"url=http://{HOST}:{self.port}", "vendor=other"]
         for name, password in (("nas", PASSWORD), ("wrong", "mistaken-0815")):
             subprocess.run(["rclone", f"--config={configuration}", "config", "create", name, self.protocol, *where,
                             "user=anna", f"pass={password}"], check=True, capture_output=True)
@@ -39,13 +41,13 @@ class Remote(unittest.TestCase):
 
     def serve(self):
         self.remote = subprocess.Popen(
-            ["rclone", "serve", self.protocol, "--config=/dev/null", f"--addr=127.0.0.1:{self.port}", "--user=anna",
+            ["rclone", "serve", self.protocol, "--config=/dev/null", f"--addr={HOST}:{self.port}", "--user=anna",
              f"--pass={PASSWORD}", self.house.target], stderr=subprocess.DEVNULL)
         house.wait(self.listens, "the remote's port")
 
     def listens(self):
         with socket.socket() as attempt:
-            return attempt.connect_ex(("127.0.0.1", self.port)) == 0
+            return attempt.connect_ex((HOST, self.port)) == 0
 
     def words(self, job_id):
         return self.house.report(self.peer, job_id)[1].flatten()
