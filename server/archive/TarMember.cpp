@@ -28,7 +28,7 @@ constexpr char kPaxHeaderName[] = "././@PaxHeader";
 using Block = std::array<char, kTarBlock>;
 
 void PutText(Block& block, Place place, std::string_view text) {
-    std::memcpy(block.data() + place.offset, text.data(), std::min(text.size(), place.size));
+    std::ranges::copy(text.substr(0, place.size), block.begin() + place.offset);
 }
 
 // Octal digits, ended by a NUL.
