@@ -113,6 +113,16 @@ protected:
     void dropEvent(QDropEvent* event) override;
 
 private:
+    // Rows hold them as numbers; the view gives them a colour.
+    enum RowColor : uint8_t {
+        kNormalColor,
+        kBackupColor,
+        kDirectoryColor,
+        kLinkColor,
+        kVolumeColor
+    };
+    static RowColor ColorOf(Target target);
+    // Fetching, inserting and removing rows (KTLogDataTree.cpp)
     void Ask(KTRow row, BMessage question);
     void Answered(const BMessage& message);
     void TopAnswered(const std::optional<BMessage>& answer);

@@ -2,7 +2,6 @@
 
 #include <QBoxLayout>
 #include <QComboBox>
-#include <QLabel>
 #include <QMenu>
 #include <QPushButton>
 
@@ -51,14 +50,6 @@ void KTCompareView::MakeControls() {
     const ScheduleControls schedule =
         MakeSchedule({"mnu_resscheduler", "btn_resscheduler", "str_cmpscheduler", "cmsc"_code,
                       QStringLiteral("--")});
-    auto* label = new QLabel(KTControl::LabelText(text::kScheduler));
-    label->setBuddy(schedule.menu);
-
-    auto* times = new QHBoxLayout;
-    times->addWidget(label);
-    times->addWidget(schedule.menu);
-    times->addWidget(schedule.button);
-    times->addWidget(schedule.words, 1);
     auto* bottom = new QHBoxLayout;
     bottom->addWidget(fSettings);
     bottom->addWidget(fPassword);
@@ -66,7 +57,7 @@ void KTCompareView::MakeControls() {
     bottom->addWidget(fStart);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(fCatalogue, 1);
-    layout->addLayout(times);
+    layout->addLayout(RowOf(schedule));
     layout->addLayout(bottom);
     QWidget* before = fCatalogue;
     for (QWidget* next : std::initializer_list<QWidget*>{schedule.menu, schedule.button, fSettings,

@@ -1,8 +1,10 @@
 #include "client/job/KTJobTool.h"
 
+#include <QBoxLayout>
 #include <QComboBox>
 #include <QDragEnterEvent>
 #include <QFile>
+#include <QLabel>
 #include <QMimeData>
 #include <QPushButton>
 #include <QUrl>
@@ -178,6 +180,17 @@ KTJobTool::ScheduleControls KTJobTool::MakeSchedule(const ScheduleNames& names) 
     fScheduleCode = names.buttonCode;
     fNoTime = names.noTime;
     return fSchedule;
+}
+
+QHBoxLayout* KTJobTool::RowOf(const ScheduleControls& schedule) {
+    auto* label = new QLabel(KTControl::LabelText(core::text::kScheduler));
+    label->setBuddy(schedule.menu);
+    auto* row = new QHBoxLayout;
+    row->addWidget(label);
+    row->addWidget(schedule.menu);
+    row->addWidget(schedule.button);
+    row->addWidget(schedule.words, 1);
+    return row;
 }
 
 void KTJobTool::InitScheduler() {

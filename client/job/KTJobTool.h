@@ -7,6 +7,7 @@
 
 class KTElidedLabel;
 class QComboBox;
+class QHBoxLayout;
 class QMimeData;
 class QPushButton;
 
@@ -49,6 +50,8 @@ protected:
     };
     // A tool that has no use for it does not make it.
     ScheduleControls MakeSchedule(const ScheduleNames& names);
+    // The controls in one row behind their label.
+    static QHBoxLayout* RowOf(const ScheduleControls& schedule);
     void InitScheduler();
     void SaveScheduler();
 

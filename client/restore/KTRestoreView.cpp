@@ -2,7 +2,6 @@
 
 #include <QBoxLayout>
 #include <QComboBox>
-#include <QLabel>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSplitter>
@@ -88,14 +87,6 @@ void KTRestoreView::MakeControls() {
     const ScheduleControls schedule =
         MakeSchedule({"mnu_resscheduler", "btn_resscheduler", "str_resscheduler", "rssc"_code,
                       QStringLiteral("--")});
-    auto* label = new QLabel(KTControl::LabelText(text::kScheduler));
-    label->setBuddy(schedule.menu);
-
-    auto* times = new QHBoxLayout;
-    times->addWidget(label);
-    times->addWidget(schedule.menu);
-    times->addWidget(schedule.button);
-    times->addWidget(schedule.words, 1);
     auto* bottom = new QHBoxLayout;
     for (QPushButton* one : {fInsert, fDelete, fSettings})
         bottom->addWidget(one);
@@ -103,7 +94,7 @@ void KTRestoreView::MakeControls() {
     bottom->addWidget(fStart);
     auto* layout = new QVBoxLayout(this);
     layout->addWidget(fSplitter, 1);
-    layout->addLayout(times);
+    layout->addLayout(RowOf(schedule));
     layout->addLayout(bottom);
     QWidget* before = fCatalogue;
     for (QWidget* next :

@@ -3,8 +3,11 @@
 #include <gtest/gtest.h>
 
 #include <QAbstractItemModelTester>
+#include <QDragEnterEvent>
 #include <QElapsedTimer>
+#include <QMimeData>
 #include <QSignalSpy>
+#include <QUrl>
 
 #include "client/app/ClientCodes.h"
 #include "tests/client/RestoreTesting.h"
@@ -186,6 +189,37 @@ TEST_F(LogData, RedirectsWhatIsMarkedAndTakesItBack) {
     EXPECT_EQ(Cell("Mon/Disk/home/docs/c", KTLogDataView::kRedirect), "");
     view->MultiSelectAll(false);
     EXPECT_TRUE(Recorded().IsEmpty());
+}
+
+TEST_F(LogData, ADroppedDirectoryRedirectsTheMarkedRowUnderIt) {
+    Make();
+    ExpandTo(*view, "Mon/Disk/home");
+    view->MultiSelect(Row("Mon/Disk/home/docs"));
+    const std::string target = desk.program / "with blank";
+    std::filesystem::create_directories(target);
+    desk.program.Write("file", "no directory");
+    const auto drop = [&](const std::string& path, const std::string& onto) {
+        QMimeData data;
+        data.setUrls({QUrl::fromLocalFile(QString::fromStdString(path))});
+        view->ScrollTo(Row(onto));
+        view->viewport()->repaint();
+        const QPoint at = view->visualRect(view->IndexOf(Row(onto), view->NameColumn())).center();
+        EXPECT_EQ(view->RowAt(at), Row(onto));
+        QDragEnterEvent enter(at, Qt::LinkAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(view->viewport(), &enter);
+        QDragMoveEvent move(at, Qt::LinkAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(view->viewport(), &move);
+        if (!enter.isAccepted() || !move.isAccepted()) return false;
+        QDropEvent dropped(at, Qt::LinkAction | Qt::CopyAction, &data, Qt::LeftButton, {});
+        QCoreApplication::sendEvent(view->viewport(), &dropped);
+        return dropped.isAccepted();
+    };
+    EXPECT_FALSE(drop(desk.program / "file", "Mon/Disk/home/docs"));
+    EXPECT_FALSE(drop(target, "Mon/Disk/home/f"));  // it is not marked
+    EXPECT_EQ(Sources(), Texts{});
+    EXPECT_TRUE(drop(target, "Mon/Disk/home/docs"));
+    EXPECT_EQ(Sources(), (Texts{"REDIREC /Mon/Disk/home/docs/*"}));
+    EXPECT_EQ(Targets(), (Texts{target}));
 }
 
 TEST_F(LogData, ARemovedBackupGoesWithItsRulesAndItsEmptySet) {
