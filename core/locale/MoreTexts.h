@@ -166,6 +166,36 @@ enum MoreText : int32_t {
     kMoreCtlHelpCompare,       // backupctl
     kMoreCtlHelpComparePath,   // backupctl
     kMoreCtlHelpCompareOnly,   // backupctl
+    kMoreRunsSoon,             // when a job runs next
+    kMoreRunsNever,            // when a job runs next
+    kMoreRunsNext,             // s "in 3 hours", s "today, 18:00"
+    kMoreInAMinute,            // when a job runs next, to kMoreInDays
+    kMoreInMinutes,
+    kMoreInHours,
+    kMoreInDays,
+    kMoreToday,  // days beside a time of day
+    kMoreTomorrow,
+    kMoreDayAt,        // s the day, s the time
+    kMoreNotRepeated,  // how often a job runs, to kMoreNotOn
+    kMoreEveryMonth,
+    kMoreEveryWeek,
+    kMoreEveryDay,
+    kMoreEveryHour,
+    kMoreEveryMinute,
+    kMoreEvery,  // s "2 days, 12 hours"
+    kMoreOneMonth,
+    kMoreMonths,
+    kMoreOneDay,
+    kMoreDays,
+    kMoreOneHour,
+    kMoreHours,
+    kMoreOneMinute,
+    kMoreMinutes,
+    kMoreNotOn,         // s weekdays
+    kMoreNeverRuns,     // line of a report
+    kMoreOverdueSince,  // line of a report: s the job, s when
+    kMoreOverdueEver,   // line of a report: s the job, s when
+    kMoreKeptAwake,     // line of a report
     kMoreEnd
 };
 

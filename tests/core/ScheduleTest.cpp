@@ -4,9 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <chrono>
 #include <random>
+
+#include "core/locale/KTLocale.h"
+#include "core/locale/MoreTexts.h"
+#include "core/schedule/ScheduleWords.h"
 
 namespace {
 
@@ -235,6 +238,32 @@ TEST(Schedule, RecordsOfAnyOrigin) {
         EXPECT_EQ(core::DueAfter(read, Wall(2026, 1, 1, 0), instant, kEurope).has_value(),
                   instant == 0);
     }
+}
+
+TEST(Schedule, InWords) {
+    auto* locale = KTLocale::GetInstance();
+    locale->SetDefaultText(core::kTextTable.data(), core::kTextCount, "English");
+    locale->SetMoreText(core::kMoreTextTable.data(), core::kMoreTextCount);
+    const int64_t now = kEurope.InstantOf(Wall(2026, 3, 27, 18));  // a Friday
+    const auto next = [&](int64_t wall) {
+        return core::RunsNextText(kEurope.InstantOf(wall), now, kEurope);
+    };
+    EXPECT_EQ(core::RunsNextText(0, now, kEurope), "as soon as there is room");
+    EXPECT_EQ(core::RunsNextText(now, now, kEurope), "as soon as there is room");
+    EXPECT_EQ(next(Wall(2026, 3, 27, 18, 1)), "in a minute (today, 18:01)");
+    EXPECT_EQ(next(Wall(2026, 3, 27, 19, 30)), "in 90 minutes (today, 19:30)");
+    EXPECT_EQ(next(Wall(2026, 3, 27, 21)), "in 3 hours (today, 21:00)");
+    EXPECT_EQ(next(Wall(2026, 3, 28, 2, 30)), "in 9 hours (tomorrow, 02:30)");
+    EXPECT_EQ(next(Wall(2026, 3, 29, 18)), "in 2 days (Sunday, 18:00)");
+    EXPECT_EQ(next(Wall(2026, 4, 3, 18)), "in 7 days (2026-04-03, 18:00)");
+
+    EXPECT_EQ(core::RepeatText(Every(0, 0)), "once");
+    EXPECT_EQ(core::RepeatText(Every(1, 0)), "every month");
+    EXPECT_EQ(core::RepeatText(Every(0, 7, 0, 0, On({0, 6}))),
+              "every week, not on Sunday, Saturday");
+    EXPECT_EQ(core::RepeatText(Every(2, 1, 12)), "every 2 months, 1 day, 12 hours");
+    EXPECT_EQ(core::RepeatText(Every(0, 1, 0, 0, Schedule::kAllDays)),
+              "never: all days are excluded");
 }
 
 }  // namespace
