@@ -3,12 +3,14 @@
 #include "server/queue/Records.h"
 
 int main() {
-    return server::ServerMain([](const server::ServerFolders& folders) -> server::EngineFunction {
+    return server::ServerMain([](const server::ServerFolders& folders,
+                                 server::BackupServer::Configuration& configuration) {
         server::EngineConfig config;
         config.addOnFolder = folders.program + "/add-ons";
         config.ownFiles = {folders.data + '/' + server::Records::kFileName};
-        return [config](const server::JobOrder& order, server::CatalogueStore& catalogues,
-                        server::JobEvents& events, server::JobControl& control) {
+        configuration.engine = [config](const server::JobOrder& order,
+                                        server::CatalogueStore& catalogues,
+                                        server::JobEvents& events, server::JobControl& control) {
             return server::RunJob(order, config, catalogues, events, control);
         };
     });

@@ -1,7 +1,6 @@
 #include "server/app/BackupServer.h"
 
 #include <algorithm>
-#include <ctime>
 
 #include "core/protocol/Codes.h"
 
@@ -12,11 +11,8 @@ namespace {
 // Internal codes; they are only heeded when they come from this process.
 constexpr uint32_t kLater = "slat"_code;
 constexpr uint32_t kPanelPulse = "spul"_code;
-constexpr uint32_t kDue = "sdue"_code;
+constexpr uint32_t kWake = "swak"_code;
 constexpr uint32_t kDay = "sday"_code;
-
-// Clocks are set and machines sleep: nothing is waited for in one go for longer than this.
-constexpr int64_t kLongestWait = 60;
 
 constexpr std::chrono::milliseconds kPanelPeriod{100};
 constexpr std::chrono::hours kDayPeriod{24};
@@ -61,7 +57,6 @@ BackupServer::BackupServer() : BApplication(core::kServerSignature) {}
 
 BackupServer::~BackupServer() {
     fPanelPulse.reset();
-    fDuePulse.reset();
     fDayPulse.reset();
     // What runs still writes its report; what writes still uses the desks.
     if (fJobs) fJobs->Stop();
@@ -70,6 +65,9 @@ BackupServer::~BackupServer() {
 }
 
 kit::Status BackupServer::Open(Configuration configuration) {
+    const auto wake = [this] { PostMessage(kWake); };
+    fClock =
+        configuration.clock ? configuration.clock(wake) : std::make_unique<kit::SystemClock>(wake);
     auto records = Records::Open(configuration.dataFolder);
     if (!records) return records.error();
     fRecords.emplace(std::move(*records));
@@ -111,7 +109,7 @@ kit::Status BackupServer::Open(Configuration configuration) {
     fJobs->Recover();
     fReports->ApplyDeletion();
     fDayPulse = std::make_unique<KTPulseUtil>(kDayPeriod, kDay, BMessenger(this));
-    Later([this] { fJobs->Schedule(); });
+    Later([this] { fJobs->TimePassed(); });
     return {};
 }
 
@@ -149,9 +147,8 @@ bool BackupServer::HandleOwn(uint32_t code) {
         case kPanelPulse:
             fPanels->Pulse();
             return true;
-        case kDue:
-            fDue.reset();
-            fJobs->Schedule();
+        case kWake:
+            fJobs->TimePassed();
             return true;
         case kDay:
             fReports->ApplyDeletion();
@@ -206,7 +203,7 @@ void BackupServer::DoLater() {
 }
 
 int64_t BackupServer::Now() const {
-    return ::time(nullptr);
+    return fClock->Now();
 }
 
 void BackupServer::NotifyAll(const BMessage& notice) {
@@ -238,14 +235,7 @@ void BackupServer::SetTimers() {
     } else if (!fPanelPulse) {
         fPanelPulse = std::make_unique<KTPulseUtil>(kPanelPeriod, kPanelPulse, BMessenger(this));
     }
-    const auto due = fJobs->NextDue();
-    if (due == fDue) return;
-    fDue = due;
-    fDuePulse.reset();
-    if (!due) return;
-    const int64_t wait = std::clamp<int64_t>(*due - Now(), 1, kLongestWait);
-    fDuePulse = std::make_unique<KTPulseUtil>(std::chrono::seconds(wait), kDue, BMessenger(this),
-                                              KTPulseUtil::Mode::Once);
+    fClock->SetAlarm(fJobs->NextWake());
 }
 
 }  // namespace server

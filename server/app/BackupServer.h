@@ -12,6 +12,7 @@
 
 #include "kit/app/BApplication.h"
 #include "kit/support/KTPulseUtil.h"
+#include "kit/support/WallClock.h"
 #include "server/app/Client.h"
 #include "server/app/JobDesk.h"
 #include "server/app/KeyRing.h"
@@ -27,6 +28,8 @@ public:
         // Runs one job, with the catalogues of this server.
         std::function<core::JobEnd(const JobOrder&, CatalogueStore&, JobEvents&, JobControl&)>
             engine;
+        // Another clock than the machine's; it calls `wake` as kit::SystemClock does.
+        std::function<std::unique_ptr<kit::WallClock>(std::function<void()> wake)> clock;
     };
 
     BackupServer();  // InitCheck tells whether it is the one
@@ -57,6 +60,7 @@ private:
     // ServerHost
     void Later(std::function<void()> function) override;
     int64_t Now() const override;
+    core::Zone LocalZone() const override { return core::Zone::OfSystem(); }
     void NotifyAll(const BMessage& notice) override;
     bool IsClient(int32_t team) const override { return fClients.contains(team); }
     std::vector<int32_t> Clients() const override;
@@ -69,6 +73,7 @@ private:
     std::map<int32_t, Client> fClients;
     bool fQuitting = false;
 
+    std::unique_ptr<kit::WallClock> fClock;
     std::optional<Records> fRecords;
     std::unique_ptr<CatalogueStore> fCatalogues;
     std::unique_ptr<Worker> fWriting;
@@ -79,8 +84,6 @@ private:
     std::unique_ptr<JobDesk> fJobs;
 
     std::unique_ptr<KTPulseUtil> fPanelPulse;  // while jobs run
-    std::unique_ptr<KTPulseUtil> fDuePulse;    // once, for the next due job
-    std::optional<int64_t> fDue;               // what fDuePulse waits for
     std::unique_ptr<KTPulseUtil> fDayPulse;
 };
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <limits>
 
+#include "core/locale/MoreTexts.h"
 #include "core/protocol/Codes.h"
 #include "core/protocol/Texts.h"
+#include "core/report/Format.h"
 #include "server/queue/JobDescription.h"
 #include "server/queue/JobList.h"
 
@@ -73,10 +75,25 @@ void JobDesk::Recover() {
             fParts.reports.AppendStored(report.id, crash.Message());
             fParts.reports.FinishStored(report.id);
         }
+    });
+    std::vector<QueuedJob> next;
+    for (const auto& [job, started] : stored) {
+        if (started == 0) continue;
+        if (auto run = NextRun(job, started, core::JobEnd::Abnormal)) next.push_back(*run);
+    }
+    fParts.writing.Do([&] {
+        // In one go: a crash in between must not take a repeating job away.
+        Database::Transaction transaction(fParts.records.File());
+        auto queue = fParts.records.Queue();
         for (const auto& [job, started] : stored) {
             if (started != 0) (void)queue.Remove(job.id);
         }
+        for (const auto& job : next)
+            (void)queue.Insert(job);
+        (void)transaction.Commit();
     });
+    for (auto& job : next)
+        fQueue.Insert(std::move(job));
 
     std::set<int32_t> told;
     for (const auto& report : unfinished) {
@@ -119,6 +136,7 @@ void JobDesk::Submit(BMessage& message) {
         return;
     }
     const int32_t id = ++fLastId;
+    description::Plan(description, fParts.host.Now(), fParts.host.LocalZone());
     const core::JobType type = *description::TypeOf(message);
     // The password ends here: what it opened goes with the job that reads, of one that writes only
     // the key that it locks is kept.
@@ -164,16 +182,25 @@ void JobDesk::Record(QueuedJob job, int32_t client) {
 void JobDesk::Refuse(const BMessage& description, int32_t client, const std::string& words) {
     fParts.reports.Write(
         {0, 0, description::RawTypeOf(description), description::TitleOf(description), 0},
-        Words(core::LineType::Error, words), client);
+        Words(core::LineType::Error, words), {.client = client});
 }
 
 void JobDesk::Inserted(QueuedJob job, int32_t client) {
     BMessage notice(core::code::kJobInserted);
     AddToJobList(notice, job);
     notice.Add("client_id", client);
+    TellIfNeverRuns(job);
     fQueue.Insert(std::move(job));
     fParts.host.NotifyAll(notice);
     Schedule();
+}
+
+void JobDesk::TellIfNeverRuns(const QueuedJob& job) {
+    if (!job.schedule.NeverRuns()) return;
+    LineChunk lines;
+    lines.Add(core::LineType::Error, core::kMoreNeverRuns, {});
+    fParts.reports.Write({0, job.id, static_cast<int32_t>(job.type), job.title, 0},
+                         std::move(lines));
 }
 
 // --- running ------------------------------------------------------------------------------------
@@ -184,7 +211,46 @@ void JobDesk::Schedule() {
         if (!id) break;
         Start(*id);
     }
+    if (!fStopping) TellOverdue();
     fParts.scheduleChanged();
+}
+
+void JobDesk::TimePassed() {
+    for (const int32_t id : fQueue.MendDues(fParts.host.Now(), fParts.host.LocalZone())) {
+        const QueuedJob& job = *fQueue.Find(id);
+        Store(job);
+        BMessage notice(core::code::kJobChanged);
+        notice.Add("job_id", id);
+        notice.Add("date", BTime::FromSeconds(job.Date()));
+        fParts.host.NotifyAll(notice);
+    }
+    Schedule();
+}
+
+std::optional<int64_t> JobDesk::NextWake() const {
+    if (fStopping) return std::nullopt;
+    const int64_t now = fParts.host.Now();
+    const auto due = fQueue.NextDue(now);
+    const auto overdue = fQueue.NextOverdue(now, fParts.host.LocalZone());
+    return due && overdue ? std::min(*due, *overdue) : due ? due : overdue;
+}
+
+void JobDesk::TellOverdue() {
+    const int64_t now = fParts.host.Now();
+    for (const int32_t id : fQueue.TakeOverdue(now, fParts.host.LocalZone())) {
+        const QueuedJob& job = *fQueue.Find(id);
+        const bool ever = job.series.good != 0;
+        KTReportLine arguments;
+        arguments.AddString(job.title);
+        arguments.AddString(core::DateText(ever ? job.series.good : job.series.since));
+        LineChunk lines;
+        lines.Add(core::LineType::Error, ever ? core::kMoreOverdueSince : core::kMoreOverdueEver,
+                  arguments);
+        // First the report: rather told twice than never.
+        fParts.reports.Write({0, id, static_cast<int32_t>(job.type), job.title, 0},
+                             std::move(lines), {.overdue = true});
+        Store(job);
+    }
 }
 
 void JobDesk::Start(int32_t id) {
@@ -227,27 +293,51 @@ core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& 
 void JobDesk::Ended(int32_t id, core::JobEnd end) {
     fRunner.Collect(id);
     auto output = fOutputs.at(id);
-    fParts.writing.Post([this, id, end, output, rest = output->writer.TakeRest()] {
+    auto next = NextRun(*fQueue.Find(id), output->report.date, end);
+    fParts.writing.Post([this, id, end, output, next, rest = output->writer.TakeRest()] {
         Database::Transaction transaction(fParts.records.File());
         const bool stored = fParts.reports.AppendStored(output->report.id, rest);
         fParts.reports.FinishStored(output->report.id);
         (void)fParts.records.Queue().Remove(id);
+        if (next) (void)fParts.records.Queue().Insert(*next);
         if (!transaction.Commit() && stored) {
             fParts.reports.KeepInMemory(output->report.id, rest);
         }
-        fParts.host.Later([this, id, end] { Finish(id, end); });
+        fParts.host.Later([this, id, end, next] { Finish(id, end, next); });
     });
 }
 
+std::optional<QueuedJob> JobDesk::NextRun(const QueuedJob& job, int64_t started, core::JobEnd end) {
+    if (fLastId == std::numeric_limits<int32_t>::max()) return std::nullopt;
+    // A file that could not be read does not make a backup a bad one.
+    const bool good =
+        end == core::JobEnd::Good || (end == core::JobEnd::Errors && core::IsBackup(job.type) &&
+                                      fParts.catalogues.FindByJob(job.id).has_value());
+    auto next = job.Next(fLastId + 1, started, good, fParts.host.Now(), fParts.host.LocalZone());
+    if (next) ++fLastId;
+    return next;
+}
+
 // Whoever hears of the end finds the report and the backup in their lists.
-void JobDesk::Finish(int32_t id, core::JobEnd end) {
+void JobDesk::Finish(int32_t id, core::JobEnd end, std::optional<QueuedJob> next) {
     fParts.reports.Announce(fOutputs.at(id)->report);
     fOutputs.erase(id);
     fParts.reports.ApplyDeletion();
+    if (next && !fQueue.Find(id)->schedule.Repeats()) {
+        // It was deleted in its last moment.
+        fParts.writing.Post([this, gone = next->id] { (void)fParts.records.Queue().Remove(gone); });
+        next.reset();
+    }
     fQueue.Ended(id);
-    BMessage removed(core::code::kJobRemoved);
-    removed.Add("job_id", id);
-    fParts.host.NotifyAll(removed);
+    BMessage notice(next ? core::code::kJobChanged : core::code::kJobRemoved);
+    notice.Add("job_id", id);
+    if (next) {
+        notice.Add("new_id", next->id);
+        notice.Add("jobstatus", static_cast<int32_t>(next->Status()));
+        notice.Add("date", BTime::FromSeconds(next->Date()));
+        fQueue.Insert(std::move(*next));
+    }
+    fParts.host.NotifyAll(notice);
     fParts.catalogueChanged();
     fParts.panels.JobEnded(id, end);
     Schedule();
@@ -309,6 +399,7 @@ void JobDesk::Delete(BMessage& message) {
         case JobQueue::Deletion::Unfit:
             return;
         case JobQueue::Deletion::MustAbort:
+            if (!abort) Store(*fQueue.Find(id));
             fRunner.Abort(id);
             return;
         case JobQueue::Deletion::Removed:
@@ -336,6 +427,7 @@ void JobDesk::Get(BMessage& message) {
     reply.what = core::code::kSubmitJob;
     reply.Remove("client_id");
     description::RemoveProtection(reply);
+    description::RemoveSeries(reply);
     reply.Add("job_id", job->id);
     message.SendReply(std::move(reply));
 }
@@ -346,8 +438,11 @@ void JobDesk::Set(BMessage& message) {
     const auto edited = message.Find<BMessage>("job_data");
     if (!job || job->running || !edited || !description::TypeOf(*edited)) return;
     const QueuedJob former = *job;
-    fQueue.Change(id, description::Edited(former.description, *edited));
+    BMessage changed = description::Edited(former.description, *edited);
+    description::Plan(changed, fParts.host.Now(), fParts.host.LocalZone(), &former.description);
+    fQueue.Change(id, std::move(changed));
     Store(*job);
+    if (!former.schedule.NeverRuns()) TellIfNeverRuns(*job);
 
     BMessage notice(core::code::kJobChanged);
     notice.Add("job_id", id);

@@ -38,15 +38,16 @@ public:
         KeyRing& keys;
         JobRunner::Engine engine;
         std::function<void()> catalogueChanged;  // backups came or went while a job ran
-        std::function<void()> scheduleChanged;   // NextDue or IsIdle may answer otherwise now
+        std::function<void()> scheduleChanged;   // NextWake or IsIdle may answer otherwise now
     };
     explicit JobDesk(Parts parts);
 
     // Takes over the queue of the last run: jobs that were running then end as abnormal, with a
-    // report.
+    // report; those that repeat keep their next run.
     void Recover();
-    void Schedule();  // starts what may start now
-    std::optional<int64_t> NextDue() const { return fQueue.NextDue(fParts.host.Now()); }
+    void Schedule();    // starts what may start now, tells what has to be told
+    void TimePassed();  // NextWake has come, or the clock was set
+    std::optional<int64_t> NextWake() const;
     bool IsIdle() const { return fOutputs.empty(); }
     // Nothing is started any more; what runs is aborted. IsIdle tells when all have ended and were
     // reported.
@@ -73,11 +74,14 @@ private:
     void Inserted(QueuedJob job, int32_t client);
     void Start(int32_t id);
     void Ended(int32_t id, core::JobEnd end);
-    void Finish(int32_t id, core::JobEnd end);
+    void Finish(int32_t id, core::JobEnd end, std::optional<QueuedJob> next);
+    std::optional<QueuedJob> NextRun(const QueuedJob& job, int64_t started, core::JobEnd end);
     core::JobEnd Run(const JobOrder& order, JobEvents& events, JobControl& control);
 
     void Changed(int32_t id);
     void NotifyStatus(int32_t id);
+    void TellIfNeverRuns(const QueuedJob& job);
+    void TellOverdue();
     void Store(const QueuedJob& job);
 
     Parts fParts;

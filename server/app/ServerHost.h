@@ -6,6 +6,7 @@
 #include <functional>
 #include <vector>
 
+#include "core/schedule/Zone.h"
 #include "kit/message/BMessage.h"
 
 namespace server {
@@ -16,6 +17,7 @@ public:
     // ends are let go.
     virtual void Later(std::function<void()> function) = 0;
     virtual int64_t Now() const = 0;  // seconds since the epoch
+    virtual core::Zone LocalZone() const = 0;
 
     virtual void NotifyAll(const BMessage& notice) = 0;  // all registered clients
     virtual bool IsClient(int32_t team) const = 0;

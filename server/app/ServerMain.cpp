@@ -19,7 +19,7 @@ constexpr unsigned kMostSecondsToEnd = 15;
 
 }  // namespace
 
-int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>& makeEngine) {
+int ServerMain(const Configure& configure) {
     ::umask(077);
     ::setsid();  // fails where it leads its group already, which is as good
     ::signal(SIGHUP, SIG_IGN);
@@ -42,8 +42,11 @@ int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>
         std::fprintf(stderr, "BackupServer: %s\n", data.error().Text().c_str());
         return 1;
     }
-    if (auto opened = server.Open({*data, folder + "/add-ons", makeEngine({folder, *data})});
-        !opened) {
+    BackupServer::Configuration configuration;
+    configuration.dataFolder = *data;
+    configuration.addOnFolder = folder + "/add-ons";
+    configure({folder, *data}, configuration);
+    if (auto opened = server.Open(std::move(configuration)); !opened) {
         std::fprintf(stderr, "BackupServer: %s\n", opened.error().Text().c_str());
         return 1;
     }

@@ -5,15 +5,18 @@
 
 namespace server {
 
-using EngineFunction = decltype(BackupServer::Configuration::engine);
-
 struct ServerFolders {
     std::string program;  // add-ons lie below it
     std::string data;
 };
 
+// Completes the configuration: the engine, and where they are not the machine's the clock and the
+// rest.
+using Configure =
+    std::function<void(const ServerFolders& folders, BackupServer::Configuration& configuration)>;
+
 // Runs the server until it is asked to end (SIGTERM, SIGINT). 0: it ended cleanly, or another copy
 // runs already; 1: it could not start, and said why on standard error.
-int ServerMain(const std::function<EngineFunction(const ServerFolders& folders)>& makeEngine);
+int ServerMain(const Configure& configure);
 
 }  // namespace server

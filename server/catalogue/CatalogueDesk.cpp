@@ -95,7 +95,7 @@ void CatalogueDesk::Report(const BackupInfo& backup, const std::string& words, i
     LineChunk lines;
     lines.AddWords(core::LineType::Error, words);
     fReports.Write({0, 0, static_cast<int32_t>(backup.type), backup.title, 0}, std::move(lines),
-                   client);
+                   {.client = client});
 }
 
 void CatalogueDesk::Scan(BMessage& message) {

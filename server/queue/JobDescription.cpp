@@ -14,6 +14,9 @@ constexpr char kProtection[] = "protection";
 constexpr char kRecipient[] = "recipient";
 constexpr char kKeyFile[] = "key_file";
 constexpr type_code kKeyType = "ktky"_code;
+constexpr char kScheduler[] = "scheduler";
+constexpr char kTime[] = "TIME";
+constexpr char kSeries[] = "series";
 
 void KeepFirst(BMessage& message, std::string_view name) {
     while (message.Count(name) > 1)
@@ -33,7 +36,7 @@ BMessage Cleaned(const BMessage& submitted) {
         kept.RemoveAt("client_id", 0);
     for (const char* name : {"addon", "bak_addonpacker", "compare"})
         KeepFirst(kept, name);
-    for (const char* name : {"job_id", "winpos", "selectionpath", kProtection})
+    for (const char* name : {"job_id", "winpos", "selectionpath", kProtection, kSeries})
         kept.Remove(name);
     if (auto info = kept.Find<BMessage>("start_info"); info && info->Remove("winpos")) {
         kept.Set("start_info", *info);
@@ -54,11 +57,6 @@ int32_t RawTypeOf(const BMessage& description) {
 
 std::string TitleOf(const BMessage& description) {
     return StartInfo(description).Get("title", description.Get("title", std::string()));
-}
-
-int64_t DueOf(const BMessage& description) {
-    const auto schedule = description.Find<BMessage>("scheduler");
-    return schedule ? schedule->Get("TIME", BTime()).seconds : 0;
 }
 
 bool IsOnHold(const BMessage& description) {
@@ -99,6 +97,61 @@ std::optional<archive::Protection> ProtectionOf(const BMessage& description) {
         protection.keyFile.assign(key->begin(), key->end());
     }
     return protection;
+}
+
+core::Schedule ScheduleOf(const BMessage& description) {
+    return core::Schedule::FromRecord(description.Get(kScheduler, BMessage()));
+}
+
+Series SeriesOf(const BMessage& description) {
+    return Series::FromMessage(description.Get(kSeries, BMessage()));
+}
+
+void SetSeries(BMessage& description, const Series& series) {
+    description.Set(kSeries, series.ToMessage());
+}
+
+void RemoveSeries(BMessage& description) {
+    description.Remove(kSeries);
+}
+
+void SetDue(BMessage& description, int64_t due) {
+    BMessage record = description.Get(kScheduler, BMessage());
+    record.Remove(kTime);  // whatever type it had
+    record.Add(kTime, BTime::FromSeconds(due));
+    description.Remove(kScheduler);
+    description.Add(kScheduler, record);
+}
+
+void Plan(BMessage& description, int64_t now, const core::Zone& zone, const BMessage* former) {
+    RemoveSeries(description);
+    core::Schedule schedule = ScheduleOf(description);
+    if (former) {
+        // Editors show times to the minute.
+        const core::Schedule before = ScheduleOf(*former);
+        if (schedule.time / 60 == before.time / 60) schedule.time = before.time;
+        if (schedule == before) {
+            if (schedule.time != 0) SetDue(description, schedule.time);
+            if (schedule.Repeats()) SetSeries(description, SeriesOf(*former));
+            return;
+        }
+    }
+    Series series = former ? SeriesOf(*former) : Series();
+    series.first = zone.WallAt(schedule.time != 0 ? schedule.time : now);
+    if (schedule.time > now) {
+        schedule.time = core::Allowed(schedule, schedule.time, zone).value_or(schedule.time);
+        SetDue(description, schedule.time);
+    }
+    series.since = std::max(schedule.time, now);
+    if (schedule.Repeats()) SetSeries(description, series);
+}
+
+void EndSeries(BMessage& description) {
+    core::Schedule schedule = ScheduleOf(description);
+    schedule.months = schedule.days = schedule.hours = schedule.minutes = 0;
+    description.Remove(kScheduler);
+    description.Add(kScheduler, schedule.ToRecord());
+    RemoveSeries(description);
 }
 
 std::string DestinationOf(const BMessage& description) {

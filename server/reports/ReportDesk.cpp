@@ -142,16 +142,16 @@ void ReportDesk::SetDeletion(BMessage& message) {
 
 // --- for the rest of the server -----------------------------------------------------------------
 
-void ReportDesk::Write(ReportInfo report, LineChunk lines, int32_t client) {
+void ReportDesk::Write(ReportInfo report, LineChunk lines, ReportCause cause) {
     if (report.id == 0) report.id = NewId();
     if (report.date == 0) report.date = fHost.Now();
-    fWriting.Post([this, report = std::move(report), lines = lines.Take(), client] {
+    fWriting.Post([this, report = std::move(report), lines = lines.Take(), cause] {
         Database::Transaction transaction(fRecords.File());
         BeginStored(report);
         const bool stored = AppendStored(report.id, lines);
         FinishStored(report.id);
         if (!transaction.Commit() && stored) KeepInMemory(report.id, lines);
-        fHost.Later([this, report, client] { Announce(report, client); });
+        fHost.Later([this, report, cause] { Announce(report, cause); });
     });
 }
 
@@ -173,14 +173,15 @@ void ReportDesk::FinishStored(int32_t id) {
     (void)fRecords.Reports().Finish(id);
 }
 
-void ReportDesk::Announce(const ReportInfo& report, int32_t client) {
+void ReportDesk::Announce(const ReportInfo& report, ReportCause cause) {
     const auto before =
         std::upper_bound(fReports.begin(), fReports.end(), report,
                          [](const ReportInfo& a, const ReportInfo& b) { return a.id < b.id; });
     fReports.insert(before, report);
     BMessage notice(core::code::kReportInserted);
     AddTo(notice, report);
-    if (client != 0) notice.Add("client_id", client);
+    if (cause.client != 0) notice.Add("client_id", cause.client);
+    if (cause.overdue) notice.Add("overdue", true);
     fHost.NotifyAll(notice);
 }
 

@@ -18,6 +18,12 @@
 
 namespace server {
 
+// What the clients are told of a new report besides.
+struct ReportCause {
+    int32_t client = 0;    // whose wish was refused; 0: nobody's
+    bool overdue = false;  // a job's good runs are missing: worth a notice of its own
+};
+
 class ReportDesk {
 public:
     static constexpr size_t kMostDirect = 1024 * 1024;  // larger reports go through a shared area
@@ -38,8 +44,8 @@ public:
     // --- what the rest of the server wants
     // --------------------------------------------------------
     int32_t NewId() { return ++fLastId; }
-    // A report that is complete as it is. `client`: who caused it, 0 for nobody.
-    void Write(ReportInfo report, LineChunk lines, int32_t client = 0);
+    // A report that is complete as it is.
+    void Write(ReportInfo report, LineChunk lines, ReportCause cause = {});
     // The parts of a report that grows. Writing thread, in one go with what else must be on the
     // disk. Lines that cannot be stored stay in memory.
     void BeginStored(const ReportInfo& report);
@@ -47,7 +53,7 @@ public:
     void FinishStored(int32_t id);
     void KeepInMemory(int32_t id, const BMessage& lines);  // what was stored, but not committed
     // A stored report is listed and told to the clients.
-    void Announce(const ReportInfo& report, int32_t client = 0);
+    void Announce(const ReportInfo& report, ReportCause cause = {});
 
     void ApplyDeletion();               // after each job, and once a day
     void BackupDeleted(int32_t jobId);  // its reports go too, if so set

@@ -52,6 +52,7 @@ public:
     std::string RunDirectory() const { return fRoot + "/r/velmora-backup"; }
     int32_t Team() const { return fServer; }
     std::string language = "C";  // of what is started, as in LC_ALL
+    std::string zone;            // the same, as in TZ; "": this process's
 
     // Starts a program with the house's environment; its process id.
     pid_t Spawn(const std::string& program, const std::vector<std::string>& arguments = {},
@@ -67,6 +68,7 @@ public:
         ::putenv(const_cast<char*>(runtime.c_str()));
         ::putenv(const_cast<char*>(data.c_str()));
         ::setenv("LC_ALL", language.c_str(), 1);
+        if (!zone.empty()) ::setenv("TZ", zone.c_str(), 1);
         if (output >= 0) {
             ::dup2(output, STDOUT_FILENO);
             ::dup2(output, STDERR_FILENO);

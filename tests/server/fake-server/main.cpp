@@ -8,15 +8,20 @@
 //   crash               the process ends at once
 //   end STATUS          the job's end; without one it is good
 // A title "script: STEP; STEP" plays as well, for those who only have a title to give.
+// Its clock is the machine's, unless a file "clock" beside the program says what time it is.
 // "MayGoOn" is asked before every step and in every block of a wait, as an engine does.
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
+#include <fstream>
+#include <memory>
 #include <sstream>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "server/app/ServerMain.h"
@@ -89,12 +94,58 @@ JobEnd Play(const server::JobOrder& order, const server::CatalogueStore& catalog
     return JobEnd::Good;
 }
 
+// Shows the number that is in a file, which a test writes. It wakes the server for every change, be
+// there an alarm or not, as a clock does that is set. "clock-seen" tells the test that it did.
+class FileClock : public kit::WallClock {
+public:
+    FileClock(std::string file, std::function<void()> wake)
+        : fFile(std::move(file)), fNow(Read()), fThread([this, wake = std::move(wake)] {
+              while (!fEnd) {
+                  const int64_t now = Read();
+                  if (fNow.exchange(now) != now || now >= fAlarm) {
+                      fAlarm = kNever;
+                      wake();
+                  }
+                  if (std::exchange(fSeen, now) != now)
+                      std::ofstream(fFile + "-seen") << now << ".";
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          }) {}
+    ~FileClock() override {
+        fEnd = true;
+        fThread.join();
+    }
+    int64_t Now() const override { return fNow; }
+    void SetAlarm(std::optional<int64_t> at) override { fAlarm = at.value_or(kNever); }
+
+private:
+    static constexpr int64_t kNever = INT64_MAX;
+    int64_t Read() const {
+        int64_t now = 0;
+        std::ifstream(fFile) >> now;
+        return now;
+    }
+
+    const std::string fFile;
+    int64_t fSeen = 0;  // told to the test
+    std::atomic<int64_t> fNow, fAlarm = kNever;
+    std::atomic<bool> fEnd = false;
+    std::thread fThread;
+};
+
 }  // namespace
 
 int main() {
-    return server::ServerMain([](const server::ServerFolders&) -> server::EngineFunction {
-        return [](const server::JobOrder& order, server::CatalogueStore& catalogues,
-                  server::JobEvents& events,
-                  server::JobControl& control) { return Play(order, catalogues, events, control); };
+    return server::ServerMain([](const server::ServerFolders& folders,
+                                 server::BackupServer::Configuration& configuration) {
+        configuration.engine = [](const server::JobOrder& order, server::CatalogueStore& catalogues,
+                                  server::JobEvents& events, server::JobControl& control) {
+            return Play(order, catalogues, events, control);
+        };
+        const std::string clock = folders.program + "/clock";
+        if (::access(clock.c_str(), F_OK) != 0) return;
+        configuration.clock = [clock](std::function<void()> wake) {
+            return std::make_unique<FileClock>(clock, std::move(wake));
+        };
     });
 }
