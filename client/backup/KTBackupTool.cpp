@@ -161,7 +161,14 @@ void KTBackupTool::StartAnswered(BMessage& message) {
         if (alive) fJob.ForgetPassword();
         return;
     }
-    Backup();
+    Context().server->PostApplication(FinishedJob());
+    fJob.ForgetPassword();
+}
+
+bool KTBackupTool::ConfirmEdit() {
+    QPointer<KTBackupTool> alive(this);
+    if (!CheckStart() || !alive) return false;
+    return !fTargets->IsOverwrite() || (AskOverwrite() && alive);
 }
 
 bool KTBackupTool::AskOverwrite() {
@@ -184,10 +191,8 @@ bool KTBackupTool::AskOverwrite() {
     return true;
 }
 
-void KTBackupTool::Backup() {
+BMessage KTBackupTool::FinishedJob() {
     BeforeSending();
     fJob.KeepWhatTheTypeUses();
-    Context().server->PostApplication(
-        fJob.ForSending(fTargets->Destination(), fTargets->Packer(), fBootVolume.get()));
-    fJob.ForgetPassword();
+    return fJob.ForSending(fTargets->Destination(), fTargets->Packer(), fBootVolume.get());
 }

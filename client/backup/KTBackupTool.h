@@ -22,14 +22,10 @@ class KTBackupTool : public KTJobTool {
 public:
     ~KTBackupTool() override;
 
-    // Whether the job is complete and valid; tells the user what is missing, and stores what is
-    // marked in the job.
-    virtual bool CheckStart() = 0;
-
+    BMessage FinishedJob() override;
+    bool ConfirmEdit() override;
+    void HideStart() override;
     void MessageReceived(BMessage& message) override;
-
-    // In a window that edits a waiting job: nothing is started from here.
-    void HideStart();
 
 protected:
     KTBackupTool(const char* name, KTToolContext context, QWidget* parent,
@@ -65,7 +61,6 @@ private:
     void BootVolume(BMessage& message);
     // False: the user takes the start back.
     bool AskOverwrite();
-    void Backup();
 
     std::unique_ptr<KTBackupTargets> fTargets;
     // Looking at the volumes may take a while: a worker does it when the tool opens.

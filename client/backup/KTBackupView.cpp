@@ -210,22 +210,26 @@ void KTBackupView::showEvent(QShowEvent* event) {
 
 // --- starting ------------------------------------------------------------------------------------
 
-bool KTBackupView::CheckStart() {
+void KTBackupView::HideStart() {
+    KTBackupTool::HideStart();
+    fSources->KeepMissing();
+}
+
+bool KTBackupView::CheckStart(bool quiet) {
     const bool chosen =
         fJob.IsFull() ? fSources->HasSelection() : fBaseJobs->CurrentSelection() != kNoRow;
     if (!chosen) {
-        Alert(fJob.IsFull() ? core::text::kNothingSelectedToBackUp
-                            : core::text::kNoBaseJobSelected);
+        if (!quiet)
+            Alert(fJob.IsFull() ? core::text::kNothingSelectedToBackUp
+                                : core::text::kNoBaseJobSelected);
         return false;
     }
     fJob.IsFull() ? SaveMarks() : SaveJobListSelection();
     fJob.KeepWhatTheTypeUses();
     if (!fJob.IsFull() && Targets().IsOverwrite()) Targets().SaveDestination();
-    if (!Targets().HasMedium()) {
-        Alert(core::text::kNoDestination);
-        return false;
-    }
-    return true;
+    const bool medium = Targets().HasMedium();
+    if (!medium && !quiet) Alert(core::text::kNoDestination);
+    return medium;
 }
 
 void KTBackupView::BeforeSending() {

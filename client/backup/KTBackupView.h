@@ -17,7 +17,8 @@ public:
                           std::shared_ptr<kit::MountSource> mounts = kit::MountSource::System());
     ~KTBackupView() override;
 
-    bool CheckStart() override;
+    bool CheckStart(bool quiet = false) override;
+    void HideStart() override;
     void MessageReceived(BMessage& message) override;
 
     KTSourceSelectionView* Sources() const { return fSources; }

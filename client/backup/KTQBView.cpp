@@ -82,9 +82,9 @@ void KTQBView::ClearAll(BMessage&) {
 
 // --- starting ------------------------------------------------------------------------------------
 
-bool KTQBView::CheckStart() {
+bool KTQBView::CheckStart(bool quiet) {
     if (!fVolumes->HasSelection()) {
-        Alert(core::text::kNothingSelectedToBackUp);
+        if (!quiet) Alert(core::text::kNothingSelectedToBackUp);
         return false;
     }
     SaveSelection();

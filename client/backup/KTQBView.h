@@ -13,7 +13,7 @@ public:
                       const char* name = "quickbackup",
                       std::shared_ptr<kit::MountSource> mounts = kit::MountSource::System());
 
-    bool CheckStart() override;
+    bool CheckStart(bool quiet = false) override;
     void MessageReceived(BMessage& message) override;
 
     KTVolumeSelectionView* Volumes() const { return fVolumes; }

@@ -1,6 +1,7 @@
 #include "client/catalogue/KTCatalogueTool.h"
 
 #include "client/app/ClientCodes.h"
+#include "client/app/ServerLink.h"
 #include "client/catalogue/KTRestoreStartWin.h"
 #include "client/catalogue/KTUnlockWindow.h"
 #include "client/uikit/KTControl.h"
@@ -118,8 +119,13 @@ void KTCatalogueTool::StartAnswered(BMessage& message) {
     OwnJob().SetStartInfo(message.Get("settings", BMessage()));
     // The dialog did not hold up the tool behind it: what was marked then may not be so any more.
     if (!CheckStart()) return;
+    BeforeSending();
+    Context().server->PostApplication(FinishedJob());
+}
+
+BMessage KTCatalogueTool::FinishedJob() {
     SaveSelection();
     SaveScheduler();
     InitScheduler();
-    Submit();
+    return OwnJob().Data();
 }

@@ -13,8 +13,8 @@ class KTRestoreStartWin;
 class KTCatalogueTool : public KTJobTool {
     Q_OBJECT
 public:
-    // Something is marked; unless `quiet` the user is told when nothing is.
-    bool CheckStart(bool quiet = false);
+    bool CheckStart(bool quiet = false) override;  // something is marked
+    BMessage FinishedJob() override;
     void MessageReceived(BMessage& message) override;
 
 protected:
@@ -33,7 +33,7 @@ protected:
 
     KTRestoreStartWin* StartWindow() const;
     virtual void StartShown() {}  // the start dialog was opened, or asked for again
-    virtual void Submit() = 0;    // what is started was confirmed
+    virtual void BeforeSending() {}
     // Asks for the backup's password; it then opens for what comes next.
     void Unlock(KTRow backup);
 

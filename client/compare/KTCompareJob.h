@@ -17,7 +17,4 @@ public:
     // Adds a "compare" message that asks for all. Each start adds one more: what the job files
     // hold.
     void InitSettings();
-
-    // The message that is posted.
-    const BMessage& ForSending() const { return fJob; }
 };

@@ -81,6 +81,7 @@ void KTCompareView::MakeMenu() {
 }
 
 void KTCompareView::HideStart() {
+    fCatalogue->KeepMissing();
     fStart->hide();
     for (QAction* action : fMenu->actions())
         if (action->objectName() == "cmst") action->setVisible(false);
@@ -129,7 +130,6 @@ void KTCompareView::AskPassword(BMessage&) {
     Unlock(backup);
 }
 
-void KTCompareView::Submit() {
+void KTCompareView::BeforeSending() {
     fJob.InitSettings();
-    Context().server->PostApplication(fJob.ForSending());
 }

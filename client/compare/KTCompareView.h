@@ -16,8 +16,7 @@ public:
 
     void MessageReceived(BMessage& message) override;
 
-    // In a window that edits a waiting job: nothing is started from here.
-    void HideStart();
+    void HideStart() override;
 
     KTLogDataView* Catalogue() const { return fCatalogue; }
 
@@ -25,7 +24,7 @@ protected:
     KTJob& OwnJob() override { return fJob; }
     QString AlertTitle() const override;
     void InitControls() override;
-    void Submit() override;
+    void BeforeSending() override;
 
 private:
     void MakeControls();

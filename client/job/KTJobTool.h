@@ -21,6 +21,16 @@ public:
     bool HasJob() const override { return true; }
     const BMessage& Job() const { return OwnJob().Data(); }
 
+    // Whether the job is complete and valid; unless `quiet` the user is told what is missing.
+    virtual bool CheckStart(bool quiet = false) = 0;
+    // The whole job as it is sent, with what the controls and marks say now.
+    virtual BMessage FinishedJob() = 0;
+    // Asked once before a job that an editing window holds is given back; false: it stays open.
+    virtual bool ConfirmEdit() { return CheckStart(); }
+    // In a window that edits a waiting job: nothing is started from here, and nothing of the job is
+    // lost because it is not there just now.
+    virtual void HideStart() = 0;
+
     // 0: good; else the number of the failing step (core/files/HeaderFile.h).
     int32_t SaveJobData(const BMessage& panelAnswer);
     int32_t LoadJobData(const entry_ref& file, BMessage* job) const;

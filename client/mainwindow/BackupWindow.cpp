@@ -47,7 +47,7 @@ constexpr char kToolBarKey[] = "toolbar";
 constexpr int8_t kLastIndex = 6;
 
 constexpr const char* kJobLists[] = {"jobqueue", "backup"};
-constexpr const char* kCatalogues[] = {"restore", "compare", "backup"};
+constexpr const char* kCatalogues[] = {"restore", "compare", "backup", "jobqueue"};
 constexpr const char* kReports[] = {"report"};
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include "client/backup/KTBackupView.h"
 #include "client/backup/KTQBView.h"
 #include "client/compare/KTCompareView.h"
+#include "client/jobqueue/KTJobQueueView.h"
 #include "client/mainwindow/KTLaterView.h"
 #include "client/restore/KTRestoreView.h"
 #include "client/uikit/KTControl.h"
@@ -30,6 +31,10 @@ KTToolView* MakeRestore(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTRestoreView(std::move(context), parent);
 }
 
+KTToolView* MakeJobQueue(const Tool&, KTToolContext context, QWidget* parent) {
+    return new KTJobQueueView(std::move(context), parent);
+}
+
 KTToolView* MakeCompare(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTCompareView(std::move(context), parent);
 }
@@ -40,7 +45,7 @@ constexpr Tool kTools[] = {
     {code::kBackupTool, 1, "backup", core::text::kBackup, "backup", MakeBackup},
     {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeRestore},
     {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeCompare},
-    {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeLater},
+    {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeJobQueue},
     {code::kReportTool, 4, "report", core::text::kReports, "reports", MakeLater},
 };
 

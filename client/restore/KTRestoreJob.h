@@ -20,7 +20,4 @@ public:
     BMessage DeleteSettings() const { return fJob.Get("res_delete", BMessage()); }
     void SetDeleteSettings(const BMessage& settings) { fJob.Set("res_delete", settings); }
     bool DeletesData() const { return DeleteSettings().Get<int32_t>("deletedata", 0) != 0; }
-
-    // The message that is posted.
-    const BMessage& ForSending() const { return fJob; }
 };

@@ -107,6 +107,7 @@ void KTRestoreView::HideStart() {
     for (QPushButton* button : {fStart, fDelete, fInsert})
         button->hide();
     fCatalogue->HideStart();
+    fCatalogue->KeepMissing();
 }
 
 void KTRestoreView::MessageReceived(BMessage& message) {
@@ -265,8 +266,4 @@ void KTRestoreView::TellLanding() {
     else if (source.rfind('/') == 0)  // a whole backup
         landing.Add("target", KTControl::ToBytes(KTControl::Text(core::kMoreOldPlace)));
     BMessenger(dialog).SendMessage(std::move(landing));
-}
-
-void KTRestoreView::Submit() {
-    Context().server->PostApplication(fJob.ForSending());
 }

@@ -25,8 +25,7 @@ public:
 
     void MessageReceived(BMessage& message) override;
 
-    // In a window that edits a waiting job: nothing is started from here.
-    void HideStart();
+    void HideStart() override;
 
     KTRestoreSelectionView* Catalogue() const { return fCatalogue; }
 
@@ -35,7 +34,6 @@ protected:
     QString AlertTitle() const override;
     void InitControls() override;
     void StartShown() override;
-    void Submit() override;
 
 private:
     void MakeControls();

@@ -42,7 +42,7 @@ void KTRuledListView::MultiSelectAll(bool select) {
 bool KTRuledListView::HasSelection() const {
     if (Rows().HasMarks() || fSelectAllLater) return true;
     const auto rules = core::selection::Rules(fRules.Message());
-    return fRules.HasOpen() &&
+    return (fRules.HasOpen() || fKeepMissing) &&
            std::any_of(rules.begin(), rules.end(), [](const auto& rule) { return rule.include; });
 }
 
@@ -108,7 +108,9 @@ void KTRuledListView::Apply(std::string_view rule, bool expand) {
     const bool include = rule.starts_with("INCLUDE");
     const auto components = TreeRules::Components(rule);
     const Walk walk = WalkTo(components);
-    if (components.empty() || walk.end == Walk::Missing) return;
+    if (components.empty()) return;
+    const bool missing = walk.end == Walk::Missing;
+    if (missing && !fKeepMissing) return;
     if (expand) ReadFor(walk.row);
     if (walk.end == Walk::Found) {
         if (include)
@@ -121,6 +123,7 @@ void KTRuledListView::Apply(std::string_view rule, bool expand) {
     for (const std::string& component : components)
         open.path += "/" + component;
     fRules.Record(include, open.path, open.subtree);
+    if (missing) return;
     fRules.OpenRules().push_back({open.Text(), expand});
     if (include) MarkUpwards(walk.row);
 }
@@ -132,6 +135,7 @@ void KTRuledListView::SettleOpenRules() {
         // A later mark or unmark above it may have replaced it.
         if (!fRules.Has(open.text)) continue;
         const Walk walk = WalkTo(TreeRules::Components(open.text));
+        if (walk.end == Walk::Missing && fKeepMissing) continue;
         if (walk.end == Walk::Missing) {
             fRules.Drop(open.text);
             UnmarkWithoutRules(walk.row);

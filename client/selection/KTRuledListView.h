@@ -30,6 +30,10 @@ public:
     virtual void SetSelection(const BMessage& message, bool expand);
     virtual void RecordSelection(KTRow row, bool include);
 
+    // Rules about what is not there are kept from now on, instead of skipped: for a job that waits,
+    // whose volume may be back when it starts.
+    void KeepMissing() { fKeepMissing = true; }
+
     // Selection files. `request` is the answer of a file panel. 0: good; else the failing step
     // (core::HeaderSave, core::HeaderLoad), or 4 when nothing is selected, with `request` emptied.
     int32_t SaveSelection(BMessage& request, const BMessage& selection) const;
@@ -103,6 +107,7 @@ private:
     void UnmarkEmptied(KTRow row);
 
     TreeRules fRules;
+    bool fKeepMissing = false;
     bool fSelectAllLater = false;  // asked for before the top was known
     std::unordered_set<KTRow> fUnreadable;
 };

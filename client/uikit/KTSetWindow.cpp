@@ -69,8 +69,12 @@ void KTSetWindow::KeepReturn(QWidget* field) {
 
 void KTSetWindow::showEvent(QShowEvent* event) {
     if (!std::exchange(fPlaced, true)) {
-        adjustSize();
-        if (const auto offset = fSettings.Find<BRect>(kWindowPosition))
+        const auto offset = fSettings.Find<BRect>(kWindowPosition);
+        if (!fUsualSize.isValid())
+            adjustSize();
+        else
+            resize(offset ? KTGeometry::FromRect(*offset).size() : fUsualSize);
+        if (offset)
             KTGeometry::PlaceRelativeTo(this, fParentWindow, *offset);
         else
             KTGeometry::PlaceOver(this, fParentWindow);

@@ -35,6 +35,8 @@ protected:
     // Writes the controls into `settings`; called on every way of closing, before the answer is
     // sent.
     virtual void Save(BMessage& settings) { (void)settings; }
+    // A window of a size of the user's own, at first this one; it is stored with the place.
+    void KeepSize(QSize usual) { fUsualSize = usual; }
     // Return in this field does not press the default button (password fields, numbers).
     void KeepReturn(QWidget* field);
     QPushButton* OkButton() const { return fOk; }
@@ -53,6 +55,7 @@ private:
     bool fResult = false;
     bool fAnswered = false;
     bool fPlaced = false;
+    QSize fUsualSize;  // invalid: as large as its content needs
     QWidget* fBkgView;
     QPushButton* fOk;
     QPushButton* fCancel;

@@ -236,6 +236,14 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreOverdueSince */ "'%s' has not run well since %s.",
     /* kMoreOverdueEver */ "'%s' has never run well. It was due on %s first.",
     /* kMoreKeptAwake */ "This machine is kept from sleeping while the job runs.",
+    /* kMoreNoJobs */
+    "No jobs are waiting or running.",
+    /* kMoreNextJob */
+    "Next: '%s' %s",
+    /* kMoreJobNotEdited */
+    "The job cannot be edited now: it has started or is no longer there.",
+    /* kMoreColumnsShown */
+    "Columns shown",
 };
 
 }  // namespace core

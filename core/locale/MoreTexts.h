@@ -196,6 +196,10 @@ enum MoreText : int32_t {
     kMoreOverdueSince,  // line of a report: s the job, s when
     kMoreOverdueEver,   // line of a report: s the job, s when
     kMoreKeptAwake,     // line of a report
+    kMoreNoJobs,        // empty list of the job queue
+    kMoreNextJob,       // s title, s when, from RunsNextText
+    kMoreJobNotEdited,  // it started, or went
+    kMoreColumnsShown,  // group of the job queue's settings
     kMoreEnd
 };
 
