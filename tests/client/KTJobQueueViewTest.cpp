@@ -289,7 +289,7 @@ TEST_F(JobQueueTool, AnEditedBackupIsWholeAgain) {
     EXPECT_EQ(stored.Get("volume", BMessage()).Get("path", std::string()), "/somewhere/else");
     EXPECT_EQ(stored.Get("bak_packer", BMessage()).Get<int32_t>("level", 0), 7);
     EXPECT_EQ(stored.Get("start_info", BMessage()).Get("title", std::string()), "Every evening");
-    EXPECT_EQ(stored.Count("bak_addonpacker"), 1);
+    EXPECT_EQ(stored.Get("bak_addonpacker", std::string()), "KTZstd");
 }
 
 TEST_F(JobQueueTool, ShowsTheColumnsThatTheSettingsAskFor) {
