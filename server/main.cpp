@@ -8,6 +8,7 @@ int main() {
         server::EngineConfig config;
         config.addOnFolder = folders.program + "/add-ons";
         config.ownFiles = {folders.data + '/' + server::Records::kFileName};
+        configuration.keepAwake = server::KeepAwakeByLogind;
         configuration.engine = [config](const server::JobOrder& order,
                                         server::CatalogueStore& catalogues,
                                         server::JobEvents& events, server::JobControl& control) {

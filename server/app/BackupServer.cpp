@@ -92,6 +92,7 @@ kit::Status BackupServer::Open(Configuration configuration) {
         .engine = [this, engine = std::move(configuration.engine)](
                       const JobOrder& order, JobEvents& events,
                       JobControl& control) { return engine(order, *fCatalogues, events, control); },
+        .keepAwake = std::move(configuration.keepAwake),
         .catalogueChanged = [this] { fBackups->TellChanges(); },
         .scheduleChanged = [this] { SetTimers(); },
     });

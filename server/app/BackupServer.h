@@ -28,6 +28,7 @@ public:
         // Runs one job, with the catalogues of this server.
         std::function<core::JobEnd(const JobOrder&, CatalogueStore&, JobEvents&, JobControl&)>
             engine;
+        SleepGuard keepAwake;  // empty: the machine sleeps as it likes
         // Another clock than the machine's; it calls `wake` as kit::SystemClock does.
         std::function<std::unique_ptr<kit::WallClock>(std::function<void()> wake)> clock;
     };

@@ -38,9 +38,23 @@ public:
     }
     void SetProgress(const Progress& progress) override { stream->SetProgress(progress); }
 
+    // What holds the machine awake while the job's thread is at work; null when it is done.
+    void SetWakeful(WakefulControl* wakeful) {
+        const std::lock_guard lock(fMutex);
+        fWakeful = wakeful;
+    }
+    void Paused() {
+        const std::lock_guard lock(fMutex);
+        if (fWakeful) fWakeful->Paused();
+    }
+
     const ReportInfo report;
     const std::shared_ptr<JobStream> stream;
     ReportWriter writer;
+
+private:
+    std::mutex fMutex;
+    WakefulControl* fWakeful = nullptr;
 };
 
 JobDesk::JobDesk(Parts parts)
@@ -277,7 +291,8 @@ void JobDesk::Start(int32_t id) {
 
 // On the job's thread.
 core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& control) {
-    const auto& report = static_cast<Output&>(events).report;
+    auto& output = static_cast<Output&>(events);
+    const auto& report = output.report;
     // That it runs is on the disk before it does anything, so that a crash is noticed by the next
     // start.
     fParts.writing.Do([&] {
@@ -287,7 +302,16 @@ core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& 
         (void)transaction.Commit();  // a full disk must not keep a backup from being made
     });
     if (!control.MayGoOn()) return core::JobEnd::Aborted;
-    return fParts.engine(order, events, control);
+    WakefulControl wakeful(control, fParts.keepAwake);
+    if (wakeful.IsAwake()) events.Line(core::LineType::Detail, core::kMoreKeptAwake, {});
+    struct Registered {
+        Output& output;
+        Registered(Output& out, WakefulControl& control) : output(out) {
+            output.SetWakeful(&control);
+        }
+        ~Registered() { output.SetWakeful(nullptr); }
+    } const registered(output, wakeful);
+    return fParts.engine(order, events, wakeful);
 }
 
 void JobDesk::Ended(int32_t id, core::JobEnd end) {
@@ -367,6 +391,7 @@ void JobDesk::Pause(BMessage& message) {
     const int32_t id = message.Get<int32_t>("job_id", 0);
     if (!fQueue.Pause(id)) return;
     fRunner.Pause(id, true);
+    if (auto running = fOutputs.find(id); running != fOutputs.end()) running->second->Paused();
     Changed(id);
 }
 

@@ -16,6 +16,7 @@
 #include "server/app/JobRunner.h"
 #include "server/app/KeyRing.h"
 #include "server/app/ServerHost.h"
+#include "server/app/SleepGuard.h"
 #include "server/app/Worker.h"
 #include "server/catalogue/CatalogueStore.h"
 #include "server/queue/JobQueue.h"
@@ -37,6 +38,7 @@ public:
         JobPanels& panels;
         KeyRing& keys;
         JobRunner::Engine engine;
+        SleepGuard keepAwake;                    // may be empty
         std::function<void()> catalogueChanged;  // backups came or went while a job ran
         std::function<void()> scheduleChanged;   // NextWake or IsIdle may answer otherwise now
     };

@@ -1,10 +1,14 @@
 // Schedules in the server's process, by a clock that the test sets, in a zone with the European
 // summer time. Codes and numbers are written out: a constant may be wrong.
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <chrono>
 #include <fstream>
 
+#include "core/locale/MoreTexts.h"
+#include "kit/support/UniqueFd.h"
 #include "tests/support/ServerHouse.h"
 
 namespace {
@@ -284,6 +288,31 @@ TEST_F(ScheduledJobsTest, AJobWithoutAllowedDaysStaysAndIsReported) {
     EXPECT_EQ(Status(id), 1);
     Tell("KTbg"_code, id);
     EXPECT_GT(NextOf(id).first, id);
+}
+
+TEST_F(ScheduledJobsTest, TheMachineStaysAwakeWhileAJobRunsButNotWhileItIsPaused) {
+    const std::string file = house.ServerFolder() + "/awake";
+    const auto isHeld = [&] {
+        const kit::UniqueFd lock(::open(file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+        return ::flock(lock.Get(), LOCK_EX | LOCK_NB) != 0;
+    };
+    EXPECT_FALSE(isHeld());
+    const int32_t id = Submit({}, {"until " + File("go")});
+    ASSERT_TRUE(Eventually(isHeld));
+    Tell("KTJP"_code, id);
+    ASSERT_TRUE(Eventually([&] { return !isHeld(); }));
+    Tell("KTJC"_code, id);
+    ASSERT_TRUE(Eventually(isHeld));
+    std::ofstream(File("go")) << "x";
+    peer->WaitFor("KTJR"_code);
+    EXPECT_FALSE(isHeld());
+
+    BMessage open("rpOP"_code);
+    open.Add<int32_t>("report_id", 1);
+    open.Add("user", peer->Self(88));
+    peer->Send(open);
+    const BMessage report = peer->WaitFor("rpRP"_code).message;
+    EXPECT_EQ(report.Get<int32_t>("text_id", 0), core::kMoreKeptAwake);
 }
 
 TEST_F(ScheduledJobsTest, MissingGoodRunsAreToldOnceADay) {

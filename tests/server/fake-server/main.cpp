@@ -9,7 +9,10 @@
 //   end STATUS          the job's end; without one it is good
 // A title "script: STEP; STEP" plays as well, for those who only have a title to give.
 // Its clock is the machine's, unless a file "clock" beside the program says what time it is.
+// A file "awake" beside the program is locked while the machine is to stay awake.
 // "MayGoOn" is asked before every step and in every block of a wait, as an engine does.
+#include <fcntl.h>
+#include <sys/file.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -141,6 +144,11 @@ int main() {
         configuration.engine = [](const server::JobOrder& order, server::CatalogueStore& catalogues,
                                   server::JobEvents& events, server::JobControl& control) {
             return Play(order, catalogues, events, control);
+        };
+        configuration.keepAwake = [file = folders.program + "/awake"] {
+            kit::UniqueFd lease(::open(file.c_str(), O_RDWR | O_CLOEXEC));
+            if (lease.IsOpen()) ::flock(lease.Get(), LOCK_SH);
+            return lease;
         };
         const std::string clock = folders.program + "/clock";
         if (::access(clock.c_str(), F_OK) != 0) return;
