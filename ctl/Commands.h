@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "ctl/ExitCode.h"
+#include "ctl/ScheduleOptions.h"
 
 namespace ctl {
 
@@ -27,12 +28,29 @@ struct BackupOptions {
 ExitCode Backup(ServerConnection& server, const BackupOptions& options);
 
 ExitCode Jobs(ServerConnection& server, bool json);
-// "pause", "continue" or "abort" for the job that the user named.
-enum class JobCommand { Pause, Continue, Abort };
+ExitCode Queue(ServerConnection& server, bool json);  // with when they run next
+// What is to be done with the job that the user named. Abort: the run; Delete: all runs to come.
+enum class JobCommand { Start, Pause, Continue, Abort, Delete, Hold };
 ExitCode Control(ServerConnection& server, JobCommand command, const std::string& job, bool json);
+
+// Shows the schedule of the job that the user named, changed before if the options say so.
+struct ScheduleCommand {
+    std::string job;
+    ScheduleOptions options;
+    bool none = false;  // no schedule any more
+    bool json = false;
+};
+ExitCode ShowSchedule(ServerConnection& server, const ScheduleCommand& command);
+
+// What running jobs say, line by line, until the user interrupts.
+ExitCode Watch(ServerConnection& server, bool json);
+// The same of one running job, until it ends; then its report. A report's number is just printed.
+ExitCode Follow(ServerConnection& server, const std::string& number, bool json);
 
 ExitCode Reports(ServerConnection& server, bool json);
 ExitCode Report(ServerConnection& server, int32_t id, bool json);
+// The same with a server that is connected.
+ExitCode PrintReportOf(ServerConnection& server, int32_t id, bool json);
 
 ExitCode List(ServerConnection& server, bool json);
 

@@ -1,6 +1,8 @@
 #include <cstdio>
 
+#include "core/schedule/ScheduleWords.h"
 #include "ctl/Commands.h"
+#include "ctl/JobList.h"
 #include "ctl/Output.h"
 #include "ctl/Say.h"
 #include "ctl/ServerConnection.h"
@@ -9,46 +11,6 @@
 namespace ctl {
 
 using enum core::MoreText;
-
-namespace {
-
-struct ListedJob {
-    int32_t id, status, type;
-    int64_t date;
-    std::string title;
-};
-
-std::optional<std::vector<ListedJob>> ListJobs(ServerConnection& server) {
-    const auto list = server.Ask(BMessage(core::code::kListJobs));
-    if (!list) return std::nullopt;
-    std::vector<ListedJob> jobs;
-    if (list->what == core::code::kNone) return jobs;
-    for (int32_t i = 0; i < list->Count("job_id"); ++i) {
-        if (list->Get("base", false, i)) continue;  // a backup that stands, not a job
-        jobs.push_back({list->Get<int32_t>("job_id", 0, i), list->Get<int32_t>("jobstatus", 0, i),
-                        list->Get<int32_t>("job_type", 0, i), list->Get("date", BTime(), i).seconds,
-                        list->Get("title", std::string(), i)});
-    }
-    return jobs;
-}
-
-const ListedJob* Find(const std::vector<ListedJob>& jobs, int32_t id) {
-    for (const auto& job : jobs) {
-        if (job.id == id) return &job;
-    }
-    return nullptr;
-}
-
-nlohmann::ordered_json JobJson(const ListedJob& job) {
-    return {{"job_id", job.id},
-            {"number", JobIdWords(job.id)},
-            {"status", JobStatusWords(job.status)},
-            {"type", JobTypeWords(job.type)},
-            {"date", job.date},
-            {"title", job.title}};
-}
-
-}  // namespace
 
 ExitCode Jobs(ServerConnection& server, bool json) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
@@ -71,6 +33,65 @@ ExitCode Jobs(ServerConnection& server, bool json) {
     return ExitCode::Good;
 }
 
+ExitCode Queue(ServerConnection& server, bool json) {
+    if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
+    const auto jobs = ListJobs(server);
+    if (!jobs) return Fail(kMoreServerSilent);
+    auto list = nlohmann::ordered_json::array();
+    if (jobs->empty() && !json) Say(kMoreCtlNoJobs);
+    for (const auto& job : *jobs) {
+        const auto description = DescriptionOf(server, job.id);
+        const auto schedule = description ? ScheduleOf(*description) : core::Schedule();
+        if (json) {
+            auto entry = JobJson(job);
+            entry["schedule"] = description ? ScheduleJson(schedule) : nullptr;
+            list.push_back(std::move(entry));
+            continue;
+        }
+        std::string when = NextWords(job, schedule);
+        if (schedule.Repeats()) when += (when.empty() ? "" : "; ") + core::RepeatText(schedule);
+        std::printf("%s  %s %s %s\n", JobIdWords(job.id).c_str(),
+                    Padded(core::TextOf(core::JobStatusTextId(job.status)), 8).c_str(),
+                    Padded(core::TextOf(core::JobTypeTextId(job.type)), 20).c_str(),
+                    Printable(job.title).c_str());
+        if (!when.empty()) std::printf("          %s\n", when.c_str());
+    }
+    if (json) PrintJson(list);
+    return ExitCode::Good;
+}
+
+namespace {
+
+bool IsFit(JobCommand command, core::JobStatus status) {
+    using core::JobStatus;
+    switch (command) {
+        case JobCommand::Start:
+        case JobCommand::Hold:
+            return status == JobStatus::Waiting;
+        case JobCommand::Pause:
+            return status == JobStatus::Waiting || status == JobStatus::Running;
+        case JobCommand::Continue:
+            return status == JobStatus::Paused;
+        default:
+            return status != JobStatus::Edited;
+    }
+}
+
+BMessage OrderFor(JobCommand command, int32_t id, core::JobStatus status) {
+    uint32_t code = core::code::kDeleteJob;
+    if (command == JobCommand::Start) code = core::code::kStartJobNow;
+    if (command == JobCommand::Pause || command == JobCommand::Hold) code = core::code::kPauseJob;
+    if (command == JobCommand::Continue) code = core::code::kContinueJob;
+    BMessage order(code);
+    order.Add("job_id", id);
+    if (command == JobCommand::Abort && status != core::JobStatus::Waiting) {
+        order.Add("flag", int32_t{1});
+    }
+    return order;
+}
+
+}  // namespace
+
 ExitCode Control(ServerConnection& server, JobCommand command, const std::string& text, bool json) {
     const auto id = ParseJobId(text);
     if (!id) return WrongUse(kMoreCtlNoJobNumber, text);
@@ -80,24 +101,13 @@ ExitCode Control(ServerConnection& server, JobCommand command, const std::string
     const ListedJob* job = Find(*jobs, *id);
     if (!job) return Fail(kMoreCtlNoSuchJob, JobIdWords(*id));
 
-    using core::JobStatus;
-    const auto status = static_cast<JobStatus>(job->status);
-    const bool fit = command == JobCommand::Pause
-                         ? status == JobStatus::Waiting || status == JobStatus::Running
-                     : command == JobCommand::Continue ? status == JobStatus::Paused
-                                                       : status != JobStatus::Edited;
-    if (!fit) {
+    const auto status = static_cast<core::JobStatus>(job->status);
+    if (!IsFit(command, status)) {
         return Fail(kMoreCtlUnfitJob, JobIdWords(*id),
                     core::TextOf(core::JobStatusTextId(job->status)));
     }
-    BMessage order(command == JobCommand::Pause      ? core::code::kPauseJob
-                   : command == JobCommand::Continue ? core::code::kContinueJob
-                                                     : core::code::kDeleteJob);
-    order.Add("job_id", *id);
-    if (command == JobCommand::Abort && status != JobStatus::Waiting) {
-        order.Add("flag", int32_t{1});
-    }
-    server.Send(std::move(order));
+    server.Send(OrderFor(command, *id, status));
+    const bool goes = command == JobCommand::Abort || command == JobCommand::Delete;
     // The server answers in the order it is asked, so what it lists now is after the command; only
     // the end of an aborted job takes its time.
     constexpr std::chrono::seconds kPatience{10};
@@ -106,10 +116,10 @@ ExitCode Control(ServerConnection& server, JobCommand command, const std::string
         jobs = ListJobs(server);
         if (!jobs) return Fail(kMoreServerSilent);
         job = Find(*jobs, *id);
-        if (!job || command != JobCommand::Abort) break;
+        if (!job || !goes) break;
         server.Next(std::chrono::milliseconds(100));
     } while (std::chrono::steady_clock::now() < end);
-    if (command == JobCommand::Abort && job) {
+    if (goes && job) {
         return Fail(kMoreCtlJobStays, JobIdWords(*id));
     }
     if (json) {

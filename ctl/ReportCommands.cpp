@@ -42,6 +42,10 @@ ExitCode Reports(ServerConnection& server, bool json) {
 
 ExitCode Report(ServerConnection& server, int32_t id, bool json) {
     if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
+    return PrintReportOf(server, id, json);
+}
+
+ExitCode PrintReportOf(ServerConnection& server, int32_t id, bool json) {
     const auto list = server.Ask(BMessage(core::code::kListReports));
     if (!list) return Fail(kMoreServerSilent);
     bool known = false;

@@ -4,10 +4,13 @@
 
 #include <CLI/CLI.hpp>
 #include <atomic>
+#include <charconv>
 #include <cstdio>
 #include <functional>
+#include <map>
 
 #include "ctl/Commands.h"
+#include "ctl/Output.h"
 #include "ctl/Say.h"
 #include "ctl/ServerConnection.h"
 #include "kit/support/EndSignals.h"
@@ -38,7 +41,10 @@ struct Options {
     ctl::VerifyOptions verify;
     ctl::DeleteOptions remove;
     std::string job;
-    int32_t report = 0;
+    std::string action;  // of the queue; "": list it
+    ctl::ScheduleCommand schedule;
+    std::string report;
+    bool follow = false;
 };
 
 CLI::App* Add(CLI::App& app, const char* name, int32_t words, Chosen* chosen, Chosen choice) {
@@ -200,12 +206,65 @@ void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
     addControl("continue", kMoreCtlHelpContinue, ctl::JobCommand::Continue);
     addControl("abort", kMoreCtlHelpAbort, ctl::JobCommand::Abort);
 
+    const std::map<std::string, ctl::JobCommand> actions{
+        {"start", ctl::JobCommand::Start},       {"pause", ctl::JobCommand::Pause},
+        {"continue", ctl::JobCommand::Continue}, {"abort", ctl::JobCommand::Abort},
+        {"delete", ctl::JobCommand::Delete},     {"hold", ctl::JobCommand::Hold}};
+    auto* queue =
+        Add(app, "queue", kMoreCtlHelpQueue, chosen,
+            {[&options, actions](ctl::ServerConnection& server) {
+                if (options.action.empty()) return ctl::Queue(server, options.json);
+                return ctl::Control(server, actions.at(options.action), options.job, options.json);
+            }});
+    auto* action = queue->add_option("ACTION", options.action, TextOf(kMoreCtlHelpQueueAction))
+                       ->type_name("")
+                       ->check(CLI::IsMember(actions).description(""));
+    auto* job = queue->add_option("JOB", options.job, TextOf(kMoreCtlHelpWhichJob))->type_name("");
+    action->needs(job);
+
+    auto* schedule =
+        Add(app, "schedule", kMoreCtlHelpSchedule, chosen, {[&](ctl::ServerConnection& server) {
+                options.schedule.json = options.json;
+                return ctl::ShowSchedule(server, options.schedule);
+            }});
+    schedule->add_option("JOB", options.schedule.job, TextOf(kMoreCtlHelpWhichJob))
+        ->required()
+        ->type_name("");
+    auto* none =
+        schedule->add_flag("--none", options.schedule.none, TextOf(kMoreCtlHelpScheduleNone));
+    auto& when = options.schedule.options;
+    schedule->add_option("--at", when.at, TextOf(kMoreCtlHelpScheduleAt))
+        ->type_name("HH:MM")
+        ->excludes(none);
+    schedule->add_option("--on", when.on, TextOf(kMoreCtlHelpScheduleOn))
+        ->type_name("YYYY-MM-DD")
+        ->excludes(none);
+    schedule->add_option("--every", when.every, TextOf(kMoreCtlHelpScheduleEvery))
+        ->type_name("INTERVAL")
+        ->excludes(none);
+    schedule->add_option("--not-on", when.notOn, TextOf(kMoreCtlHelpScheduleNotOn))
+        ->type_name("DAY,…")
+        ->excludes(none);
+
+    Add(app, "watch", kMoreCtlHelpWatch, chosen,
+        {[&](ctl::ServerConnection& server) { return ctl::Watch(server, options.json); }, 1});
+
     Add(app, "reports", kMoreCtlHelpReports, chosen,
         {[&](ctl::ServerConnection& server) { return ctl::Reports(server, options.json); }});
-    auto* report =
-        Add(app, "report", kMoreCtlHelpReport, chosen, {[&](ctl::ServerConnection& server) {
-                return ctl::Report(server, options.report, options.json);
-            }});
+    auto* report = Add(app, "report", kMoreCtlHelpReport, chosen,
+                       {[&](ctl::ServerConnection& server) {
+                            if (options.follow)
+                                return ctl::Follow(server, options.report, options.json);
+                            int32_t number = 0;
+                            const char* end = options.report.data() + options.report.size();
+                            const auto [stop, problem] =
+                                std::from_chars(options.report.data(), end, number);
+                            if (problem != std::errc() || stop != end)
+                                return ctl::WrongUse(kMoreCtlNoReportNumber, options.report);
+                            return ctl::Report(server, number, options.json);
+                        },
+                        1});
+    report->add_flag("--follow", options.follow, TextOf(kMoreCtlHelpFollow));
     report->add_option("N", options.report, TextOf(kMoreCtlHelpWhichReport))
         ->required()
         ->type_name("");

@@ -244,6 +244,28 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "The job cannot be edited now: it has started or is no longer there.",
     /* kMoreColumnsShown */
     "Columns shown",
+    /* kMoreCtlScheduleOf */ "Job %s: %s; %s",
+    /* kMoreCtlScheduleNow */ "Job %s has no schedule: it starts as soon as there is room.",
+    /* kMoreCtlBadTime */ "'%s' is no time of day: say 18:00.",
+    /* kMoreCtlBadDate */ "'%s' is no date: say 2027-01-31.",
+    /* kMoreCtlBadInterval */
+    "'%s' is no interval: say 1month, 1week, 2days12hours, 30minutes or none.",
+    /* kMoreCtlBadWeekday */ "'%s' is no day of the week: say sunday to saturday, or none.",
+    /* kMoreCtlHelpSchedule */ "Show or change when a job runs",
+    /* kMoreCtlHelpScheduleAt */ "The time of day, as 18:00; alone: the next time it is so late",
+    /* kMoreCtlHelpScheduleOn */ "The day of the next run, as 2027-01-31",
+    /* kMoreCtlHelpScheduleEvery */ "Repeat it: 1month, 1week, 2days12hours, 30minutes; none: once",
+    /* kMoreCtlHelpScheduleNotOn */
+    "Days of the week on which it does not run: saturday,sunday; none: it runs on all",
+    /* kMoreCtlHelpScheduleNone */ "Take the schedule away: it starts as soon as there is room",
+    /* kMoreCtlHelpQueue */ "List the jobs and when they run next, or do something with one",
+    /* kMoreCtlHelpQueueAction */
+    "start (now), pause, continue, abort (the run), delete (all runs), hold (until it is "
+    "continued)",
+    /* kMoreCtlHelpWatch */ "Show what running jobs say, until Ctrl-C",
+    /* kMoreCtlHelpFollow */
+    "N may be a running job: show what it says until it ends, then its report",
+    /* kMoreCtlNoReportNumber */ "'%s' is not the number of a report.",
 };
 
 }  // namespace core

@@ -191,15 +191,32 @@ enum MoreText : int32_t {
     kMoreHours,
     kMoreOneMinute,
     kMoreMinutes,
-    kMoreNotOn,         // s weekdays
-    kMoreNeverRuns,     // line of a report
-    kMoreOverdueSince,  // line of a report: s the job, s when
-    kMoreOverdueEver,   // line of a report: s the job, s when
-    kMoreKeptAwake,     // line of a report
-    kMoreNoJobs,        // empty list of the job queue
-    kMoreNextJob,       // s title, s when, from RunsNextText
-    kMoreJobNotEdited,  // it started, or went
-    kMoreColumnsShown,  // group of the job queue's settings
+    kMoreNotOn,          // s weekdays
+    kMoreNeverRuns,      // line of a report
+    kMoreOverdueSince,   // line of a report: s the job, s when
+    kMoreOverdueEver,    // line of a report: s the job, s when
+    kMoreKeptAwake,      // line of a report
+    kMoreNoJobs,         // empty list of the job queue
+    kMoreNextJob,        // s title, s when, from RunsNextText
+    kMoreJobNotEdited,   // it started, or went
+    kMoreColumnsShown,   // group of the job queue's settings
+    kMoreCtlScheduleOf,  // s the job's number, s when next, s how often
+    kMoreCtlScheduleNow,
+    kMoreCtlBadTime,            // s what was typed
+    kMoreCtlBadDate,            // s what was typed
+    kMoreCtlBadInterval,        // s what was typed
+    kMoreCtlBadWeekday,         // s what was typed
+    kMoreCtlHelpSchedule,       // backupctl
+    kMoreCtlHelpScheduleAt,     // backupctl
+    kMoreCtlHelpScheduleOn,     // backupctl
+    kMoreCtlHelpScheduleEvery,  // backupctl
+    kMoreCtlHelpScheduleNotOn,  // backupctl
+    kMoreCtlHelpScheduleNone,   // backupctl
+    kMoreCtlHelpQueue,          // backupctl
+    kMoreCtlHelpQueueAction,    // backupctl
+    kMoreCtlHelpWatch,          // backupctl
+    kMoreCtlHelpFollow,         // backupctl
+    kMoreCtlNoReportNumber,     // s what was typed
     kMoreEnd
 };
 

@@ -4,6 +4,7 @@
 
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/support/MadeCatalogue.h"
 #include "tests/support/ServerHouse.h"
@@ -137,6 +138,69 @@ TEST_F(CommandLineTest, QueueFromHoldToEnd) {
     EXPECT_EQ(RunJson({"jobs"}).size(), 0u);
     EXPECT_EQ(Run({"abort", id}), 1);
     EXPECT_NE(Output().find("There is no job"), std::string::npos);
+}
+
+TEST_F(CommandLineTest, SchedulesAndQueue) {
+    house.zone = "UTC0";
+    ASSERT_EQ(Backup("progress 1 2", {"--hold"}), 0);
+    json made = RunJson({"schedule", "1", "--at", "04:00", "--on", "2099-01-31", "--every",
+                         "1month", "--not-on", "sat,sun"});
+    // 2099-01-31 is a Saturday: the server moves it to the Monday.
+    EXPECT_EQ(made["months"], 1);
+    EXPECT_EQ(made["not_on"], json::array({"sunday", "saturday"}));
+    EXPECT_EQ(made["next"], 4'073'673'600 + 4 * 3600);
+    EXPECT_EQ(RunJson({"schedule", "1"}), made);
+    EXPECT_EQ(Run({"schedule", "1", "--at", "25:00"}), 2);
+    EXPECT_EQ(Run({"schedule", "1", "--none", "--at", "12:00"}), 2);
+    EXPECT_EQ(Run({"schedule", "7"}), 1);
+
+    EXPECT_EQ(Run({"queue", "start", "1"}), 1);  // it is on hold
+    EXPECT_EQ(RunJson({"queue", "continue", "1"})["status"], "Waiting");
+    ASSERT_EQ(Run({"queue"}), 0);
+    EXPECT_NE(Output().find("(2099-02-02, 04:00); every month, not on Sunday, Saturday"),
+              std::string::npos)
+        << Output();
+    EXPECT_EQ(RunJson({"queue", "hold", "1"})["status"], "Pause");
+    EXPECT_EQ(Run({"queue", "hold"}), 2);
+    EXPECT_EQ(Run({"queue", "burn", "1"}), 2);
+    Run({"queue", "continue", "1"});
+    // Started by hand it runs at once; its time stays, under the next number.
+    ASSERT_EQ(Run({"queue", "start", "1"}), 0);
+    ASSERT_TRUE(Eventually([&] { return RunJson({"queue"})[0]["job_id"] == 2; }));
+    EXPECT_EQ(RunJson({"queue"})[0]["schedule"]["next"], made["next"]);
+    EXPECT_EQ(RunJson({"queue", "delete", "2"})["status"], "Removed");
+    EXPECT_EQ(RunJson({"queue"}), json::array());
+}
+
+TEST_F(CommandLineTest, RunningJobsAreWatched) {
+    const std::string go = house.Root() + "/go";
+    ASSERT_EQ(Backup("line 4 Data;line 3 trouble;until " + go, {"--hold"}), 0);
+    const auto start = [&](const char* file, const std::vector<std::string>& arguments) {
+        const kit::UniqueFd output(
+            ::open((house.Root() + file).c_str(), O_CREAT | O_WRONLY | O_APPEND, 0600));
+        return house.Spawn(house.Program() + "/backupctl", arguments, output.Get());
+    };
+    const auto text = [&](const char* file) {
+        std::ifstream stream(house.Root() + file);
+        return std::string(std::istreambuf_iterator<char>(stream), {});
+    };
+    const auto has = [&](const char* file, const char* words) {
+        return Eventually([&] { return text(file).find(words) != std::string::npos; });
+    };
+    const pid_t watch = start("/watched", {"watch", "--json"});
+    ASSERT_EQ(Run({"continue", "1"}), 0);
+    ASSERT_TRUE(has("/watched", "trouble")) << text("/watched");
+    const pid_t follow = start("/followed", {"report", "1", "--follow"});
+    ASSERT_TRUE(has("/followed", "00000001  Data")) << text("/followed");
+    std::ofstream(go) << "x";
+    EXPECT_EQ(ServerHouse::WaitForEnd(follow), 0);
+    EXPECT_TRUE(has("/followed", "trouble")) << text("/followed");  // of its report
+    EXPECT_TRUE(has("/watched", "\"end\":0")) << text("/watched");
+    ::kill(watch, SIGINT);
+    EXPECT_EQ(ServerHouse::WaitForEnd(watch), 0);
+    std::istringstream lines(text("/watched"));
+    for (std::string line; std::getline(lines, line);)
+        EXPECT_EQ(json::parse(line)["job_id"], 1) << line;
 }
 
 TEST_F(CommandLineTest, InterruptAbortsTheJobAndWaitsForItsEnd) {
