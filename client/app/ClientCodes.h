@@ -38,6 +38,11 @@ inline constexpr uint32_t kSelectNone = "sclr"_code;
 inline constexpr uint32_t kLoadJob = "lsel"_code;
 inline constexpr uint32_t kSaveJob = "ssel"_code;
 
+// --- to the main window -------------------------------------------------------------------------
+// Shows the report tool and opens a report in it: "report_id" (int32). One that is not there any
+// more is said to be gone.
+inline constexpr uint32_t kShowReport = "RPSH"_code;
+
 // --- from the restore tool to its open start dialog ---------------------------------------------
 // Where the first selected item will be: "source" (its place in the backup) and "target" (the full
 // path it gets; empty when nothing can be said).
@@ -74,8 +79,8 @@ inline constexpr auto kInternalCodes = [] {
         "cmpq"_code, "cmsc"_code, "cmse"_code, "cmsq"_code, "cmst"_code, "cmal"_code, "cmpw"_code,
         // reports
         "RCLR"_code, "RPRN"_code, "RSAV"_code, "RSET"_code, "RWQT"_code, "RFLT"_code, "RFON"_code,
-        "RFSZ"_code, "drqt"_code, "decn"_code, "dedy"_code, "denb"_code, "denv"_code, "deol"_code,
-        "deov"_code, "slch"_code,
+        "RFSZ"_code, "RPGS"_code, "RPOR"_code, "RPSA"_code, kShowReport, "drqt"_code, "decn"_code,
+        "dedy"_code, "denb"_code, "denv"_code, "deol"_code, "deov"_code, "slch"_code,
         // status
         "svrm"_code, "stac"_code, "stao"_code, "stfw"_code, "strd"_code, "stri"_code,
         // job queue and scheduler

@@ -230,6 +230,7 @@ std::span<const BackupWindow::Command> BackupWindow::Commands() {
         {kPasswordResult, &W::CatalogueNotice},
         {kReportInserted, &W::ReportNotice},
         {kReportRemoved, &W::ReportNotice},
+        {kShowReport, &W::ShowReport},
         {kServerGone, &W::ServerNotice},
         {kServerBack, &W::ServerNotice},
         {kServerMissing, &W::ServerMissing},
@@ -270,6 +271,12 @@ void BackupWindow::CatalogueNotice(BMessage& message) {
 
 void BackupWindow::ReportNotice(BMessage& message) {
     ToViews(message, kReports);
+}
+
+void BackupWindow::ShowReport(BMessage& message) {
+    ShowTool(*client::ToolOfCode(kReportTool), nullptr);
+    fContext.preferences->Set(kLastViewKey, client::ToolOfCode(kReportTool)->index);
+    ReportNotice(message);
 }
 
 void BackupWindow::ServerNotice(BMessage& message) {

@@ -68,6 +68,7 @@ private:
     void JobNotice(BMessage& message);
     void CatalogueNotice(BMessage& message);
     void ReportNotice(BMessage& message);
+    void ShowReport(BMessage& message);
     void ServerNotice(BMessage& message);  // gone, back: every view hears of it
     void JobStarted(BMessage& message);
 

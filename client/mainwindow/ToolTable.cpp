@@ -7,17 +7,13 @@
 #include "client/backup/KTQBView.h"
 #include "client/compare/KTCompareView.h"
 #include "client/jobqueue/KTJobQueueView.h"
-#include "client/mainwindow/KTLaterView.h"
+#include "client/report/KTReportView.h"
 #include "client/restore/KTRestoreView.h"
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Texts.h"
 
 namespace client {
 namespace {
-
-KTToolView* MakeLater(const Tool& tool, KTToolContext context, QWidget* parent) {
-    return new KTLaterView(tool.group, KTControl::Text(tool.textId), std::move(context), parent);
-}
 
 KTToolView* MakeBackup(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTBackupView(std::move(context), parent);
@@ -39,6 +35,10 @@ KTToolView* MakeCompare(const Tool&, KTToolContext context, QWidget* parent) {
     return new KTCompareView(std::move(context), parent);
 }
 
+KTToolView* MakeReports(const Tool&, KTToolContext context, QWidget* parent) {
+    return new KTReportView(std::move(context), parent);
+}
+
 constexpr Tool kTools[] = {
     {code::kQuickBackupTool, 6, "quickbackup", core::text::kQuickBackup, "quickbackup",
      MakeQuickBackup},
@@ -46,7 +46,7 @@ constexpr Tool kTools[] = {
     {code::kRestoreTool, 2, "restore", core::text::kRestore, "restore", MakeRestore},
     {code::kCompareTool, 5, "compare", core::text::kCompare, "compare", MakeCompare},
     {code::kJobQueueTool, 3, "jobqueue", core::text::kJobQueue, "jobqueue", MakeJobQueue},
-    {code::kReportTool, 4, "report", core::text::kReports, "reports", MakeLater},
+    {code::kReportTool, 4, "report", core::text::kReports, "reports", MakeReports},
 };
 
 template <class Member>

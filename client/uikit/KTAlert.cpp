@@ -5,7 +5,9 @@
 #include <QFileDialog>
 #include <QKeyEvent>
 #include <QMessageBox>
+#include <QPageSetupDialog>
 #include <QPointer>
+#include <QPrintDialog>
 #include <QPushButton>
 
 #include "client/uikit/KTControl.h"
@@ -132,6 +134,25 @@ std::unique_ptr<KTDialogs>& Current() {
 }
 
 }  // namespace
+
+bool KTDialogs::ChoosePrinter(QPrinter* printer, QWidget* parent) {
+    // The window it belongs to may go while it waits, and takes it along.
+    QPointer<QPrintDialog> dialog = new QPrintDialog(printer, parent ? parent->window() : nullptr);
+    dialog->setObjectName("print");
+    dialog->setOption(QAbstractPrintDialog::PrintPageRange);
+    const bool chosen = dialog->exec() == QDialog::Accepted && dialog;
+    delete dialog;
+    return chosen;
+}
+
+bool KTDialogs::SetUpPage(QPrinter* printer, QWidget* parent) {
+    QPointer<QPageSetupDialog> dialog =
+        new QPageSetupDialog(printer, parent ? parent->window() : nullptr);
+    dialog->setObjectName("pagesetup");
+    const bool chosen = dialog->exec() == QDialog::Accepted && dialog;
+    delete dialog;
+    return chosen;
+}
 
 KTDialogs* KTDialogs::Get() {
     return Current().get();

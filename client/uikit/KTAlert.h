@@ -1,4 +1,5 @@
-// Alerts and file panels go through one seam, so that a test can answer them.
+// Alerts, file panels and the dialogs of the printer go through one seam, so that a test can answer
+// them.
 #pragma once
 
 #include <QString>
@@ -8,6 +9,7 @@
 #include <optional>
 #include <string>
 
+class QPrinter;
 class QWidget;
 
 struct KTAlertRequest {
@@ -37,6 +39,10 @@ public:
     // caller's to raise or close; it deletes itself when closed.
     virtual QWidget* OpenPanel(const KTPanelRequest& request,
                                std::function<void(std::optional<std::string> path)> done) = 0;
+    // Where and what to print, and the paper: the choice is made in `printer`. They wait as alerts
+    // do; false when cancelled.
+    virtual bool ChoosePrinter(QPrinter* printer, QWidget* parent);
+    virtual bool SetUpPage(QPrinter* printer, QWidget* parent);
 
     static KTDialogs* Get();  // the real ones, or what a test has put in
     static std::unique_ptr<KTDialogs> Replace(std::unique_ptr<KTDialogs> dialogs);

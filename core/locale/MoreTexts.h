@@ -217,6 +217,34 @@ enum MoreText : int32_t {
     kMoreCtlHelpWatch,          // backupctl
     kMoreCtlHelpFollow,         // backupctl
     kMoreCtlNoReportNumber,     // s what was typed
+    kMoreSaveReport,            // title of an alert
+    kMorePrintReport,           // title of an alert
+    kMoreDeleteReport,          // title of an alert
+    kMoreReportSettings,        // title of a window
+    kMoreDayCount,              // title of an alert
+    kMoreReportCount,           // title of an alert
+    kMorePageSetup,             // menu of the reports
+    kMoreReportNotSaved,        // s the file
+    kMoreReportNotPrinted,
+    kMorePrintingPage,       // ld
+    kMoreNoReports,          // list of reports, when there are none
+    kMoreNoReportOpen,       // in place of a report
+    kMoreReportFetching,     // in place of a report
+    kMoreReportGone,         // in place of a report
+    kMoreReportEmpty,        // in place of a report
+    kMoreReportUnread,       // in place of a report
+    kMoreNoProblems,         // of a report
+    kMoreProblems,           // of a report, ld
+    kMoreProblemOf,          // of a report, ld, ld
+    kMoreLinesHidden,        // of a report, ld
+    kMorePreviousProblem,    // button of a report
+    kMoreNextProblem,        // button of a report
+    kMoreFindInReport,       // field
+    kMoreNotFound,           // answer of a search
+    kMoreCopy,               // menu of a text
+    kMoreDeleteReportsWhen,  // label
+    kMoreDaysUnit,           // unit: older than ... days
+    kMoreReportsUnit,        // unit: more than ... reports
     kMoreEnd
 };
 
