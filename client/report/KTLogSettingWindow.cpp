@@ -203,7 +203,7 @@ QWidget* KTLogSettingWindow::MakeDeletionBox() {
         return field;
     };
     rows->addWidget(fModes[kKeep]);
-    fDays = number("txt_deleteolder", kByAge, core::kMoreDays, kDaysChanged);
+    fDays = number("txt_deleteolder", kByAge, core::kMoreDaysUnit, kDaysChanged);
     fCount = number("txt_deletecount", kByCount, core::kMoreReportsUnit, kCountChanged);
     fOverwrite = new QCheckBox(KTControl::LabelText(kWhenBackupDeleted));
     KTControl::Name(fOverwrite, "chk_deloverwrite");

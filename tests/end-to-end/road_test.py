@@ -10,7 +10,9 @@ import puppet
 from house import House
 
 
-class Road(unittest.TestCase):
+class ClientTest(unittest.TestCase):
+    launcher = []  # what the client is started by
+
     def setUp(self):
         self.house = House()
         self.addCleanup(self.house.__exit__)
@@ -19,7 +21,7 @@ class Road(unittest.TestCase):
         environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
                            QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
                            QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
-        self.client = subprocess.Popen([self.house.program / "VelmoraBackup"], env=environment)
+        self.client = subprocess.Popen([*self.launcher, self.house.program / "VelmoraBackup"], env=environment)
         self.addCleanup(self.stop)
         self.hand = puppet.Puppet(self.house.root / "puppet")
         self.hand.see("BackupWindow", 30)
@@ -29,6 +31,8 @@ class Road(unittest.TestCase):
             self.client.kill()
         self.client.wait()
 
+
+class Road(ClientTest):
     def open_tool_and_mark_source(self):
         hand = self.hand
         hand.trigger("bavw")
@@ -166,6 +170,62 @@ class Road(unittest.TestCase):
         hand.see("alert")  # no destination
         hand.click("btn0")
         self.assertEqual(self.house.backups(), [])
+
+
+class ReportRoad(ClientTest):
+    # Root reads everything, unless it may not.
+    launcher = ["setpriv", "--bounding-set=-dac_override,-dac_read_search"] if os.geteuid() == 0 else []
+
+    def test_reading_keeping_and_deleting_a_report(self):
+        (self.house.source / "good").write_text("good")
+        (self.house.source / "secret").write_text("nobody reads this")
+        (self.house.source / "secret").chmod(0)
+        done = subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to",
+                               self.house.target, "--title", "With a gap"], env=self.house.environment,
+                              stdout=subprocess.DEVNULL, check=False)
+        self.assertEqual(done.returncode, 3)
+        hand = self.hand
+        hand.trigger("rpvw")
+        hand.see("lst_reports")
+        hand.until(lambda: hand.row("lst_reports", "rows") == "1", "the report's row")
+        hand.row("lst_reports", "click", "With a gap")
+        hand.key("lst_reports", "Return")
+        hand.until(lambda: "Problems: 1" in hand.get("str_problems", "text"), "the count of problems")
+        hand.key("txt_report", "F8")
+        hand.until(lambda: "secret" in hand.get("txt_report", "selectedText"), "the problem's line")
+
+        # With the coarsest filter folders and files are left out, the problem is not.
+        brief = hand.get("txt_report", "text")
+        hand.click("btn_settings")
+        hand.see("mnu_filter")
+        hand.choose("mnu_filter", "Files")
+        hand.click("btn_ok")
+        hand.gone("mnu_filter")
+        whole = hand.get("txt_report", "text")
+        self.assertGreater(len(whole.split("\n")), len(brief.split("\n")))
+        self.assertEqual([line for line in whole.split("\n") if line in brief.split("\n")], brief.split("\n"))
+
+        text, paper = self.house.root / "report.txt", self.house.root / "report.pdf"
+        hand.click("btn_save")
+        hand.see("fileNameEdit")
+        hand.type("fileNameEdit", str(text))
+        hand.key("fileNameEdit", "Return")
+        hand.until(text.exists, "the text file")
+        self.assertEqual(text.read_text(), whole + "\n")
+        hand.click("btn_print")
+        hand.see("printers")
+        hand.choose("printers", "Print to File (PDF)")
+        hand.type("filename", str(paper))
+        hand.key("print", "Return")
+        hand.gone("printers")
+        hand.until(lambda: paper.exists() and paper.read_bytes().rstrip().endswith(b"%%EOF"), "the printed page")
+
+        hand.click("btn_delete")
+        hand.see("tctrl_delete")
+        self.assertIn("With a gap", hand.get("tctrl_delete", "text"))
+        hand.click("btn_ok")
+        hand.until(lambda: hand.row("lst_reports", "rows") == "0", "the row to go")
+        self.assertEqual(hand.get("txt_report", "text"), "")
 
 
 if __name__ == "__main__":
