@@ -1,23 +1,10 @@
 #include "client/backup/KTBackupJob.h"
 
-#include <algorithm>
-#include <array>
-
 #include "addons/KTCruncher.h"
 #include "addons/KTVolume.h"
 #include "core/selection/KTSelection.h"
 
 namespace {
-
-// Fields of the job itself: an add-on that has such a name gets no copy of its settings under it.
-constexpr std::array<std::string_view, 13> kOwnFields = {
-    "job_type",        "selection",  "base_id",    "addon",     "volume",
-    "bak_addonpacker", "bak_packer", "start_info", "scheduler", "selectionpath",
-    "client_id",       "job_id",     "title"};
-
-bool IsOwnField(std::string_view name) {
-    return std::find(kOwnFields.begin(), kOwnFields.end(), name) != kOwnFields.end();
-}
 
 constexpr KTJob::FileKind kFiles = {core::kBackupJobMagic, core::kSelectionMagic,
                                     core::kBackupSelectionType, "default_bak"};
@@ -29,12 +16,12 @@ void KeepFirst(BMessage& message, std::string_view name) {
 
 }  // namespace
 
-KTBackupJob::KTBackupJob() : KTJob(kFiles) {
+KTBackupJob::KTBackupJob() : KTDestinationJob(kFiles) {
     fJob.Set("job_type", static_cast<int32_t>(core::JobType::Full));
 }
 
 void KTBackupJob::Replace(const BMessage& job) {
-    KTJob::Replace(job);
+    KTDestinationJob::Replace(job);
     // Sending adds values of its own; a job starts with one of each.
     for (const char* name : {"addon", "bak_addonpacker"})
         KeepFirst(fJob, name);
@@ -64,32 +51,8 @@ void KTBackupJob::KeepWhatTheTypeUses() {
     fJob.Remove(IsFull() ? "base_id" : "selection");
 }
 
-std::string KTBackupJob::Destination() const {
-    return fJob.Get("addon", std::string(kDefaultDestination));
-}
-
 std::string KTBackupJob::Packer() const {
     return fJob.Get("bak_addonpacker", std::string(kDefaultPacker));
-}
-
-BMessage KTBackupJob::TakeVolume() {
-    const std::string chosen = Destination();
-    const BMessage volume = fJob.Get("volume", BMessage());
-    const auto owner = volume.FindString("addon");
-    if (owner == chosen) return volume;
-    if (!owner || IsOwnField(chosen)) return {};
-    auto stored = fJob.Find<BMessage>(chosen);
-    if (!stored) return {};
-    fJob.Set("volume", *stored);
-    return *stored;
-}
-
-void KTBackupJob::StoreVolume(BMessage settings) {
-    const std::string chosen = Destination();
-    if (!settings.Has("addon")) settings.Add("addon", chosen);
-    if (settings.FindString("addon") != chosen) return;
-    fJob.Set("volume", settings);
-    if (!IsOwnField(chosen)) fJob.Set(chosen, settings);
 }
 
 BMessage KTBackupJob::PackerSettings() const {

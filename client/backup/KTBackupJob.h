@@ -5,14 +5,13 @@
 #include <string>
 #include <string_view>
 
-#include "client/job/KTJob.h"
+#include "client/backup/KTDestinationJob.h"
 
 class KTVolume;
 class KTCruncher;
 
-class KTBackupJob : public KTJob {
+class KTBackupJob : public KTDestinationJob {
 public:
-    static constexpr char kDefaultDestination[] = "KTImage";
     static constexpr char kDefaultPacker[] = "KTNone";
 
     KTBackupJob();
@@ -33,17 +32,12 @@ public:
     // Keeps of selection and base what the type uses, and takes the other one away.
     void KeepWhatTheTypeUses();
 
-    // --- destination and compressor -------------------------------------------------------------
-    std::string Destination() const;
+    // Only a full backup does.
+    bool MayOverwrite() const override { return IsFull(); }
+
+    // --- compressor -----------------------------------------------------------------------------
     std::string Packer() const;
-    void SetDestination(std::string_view addOn) { fJob.Set("addon", addOn); }
     void SetPacker(std::string_view addOn) { fJob.Set("bak_addonpacker", addOn); }
-    // The settings to hand to the chosen destination: "volume" when it is that add-on's, else the
-    // copy stored under the add-on's name, which becomes "volume"; else empty.
-    BMessage TakeVolume();
-    // The add-on's present settings as "volume", with a copy under its name. Settings that carry
-    // another add-on's name are not stored; those that carry none get the chosen one's.
-    void StoreVolume(BMessage settings);
     BMessage PackerSettings() const;  // empty unless they are the chosen compressor's
     void StorePacker(BMessage settings);
 

@@ -85,6 +85,13 @@ bool KTBackupStartWin::IsTitleEditable() const {
     return fTitle->isEnabled();
 }
 
+void KTBackupStartWin::MakePasswordEditable(bool editable) {
+    fPasswordEditable = editable;
+    fWithPassword->setEnabled(editable);
+    if (!editable) fWithPassword->setChecked(false);
+    PasswordSwitched();
+}
+
 void KTBackupStartWin::MessageReceived(BMessage& message) {
     switch (message.what) {
         case kPasswordSwitched:
@@ -112,9 +119,12 @@ void KTBackupStartWin::MessageReceived(BMessage& message) {
 }
 
 void KTBackupStartWin::Save(BMessage& settings) {
+    const int32_t withPassword = fPasswordEditable
+                                     ? static_cast<int32_t>(fWithPassword->isChecked())
+                                     : settings.Get<int32_t>("passonoff", 0);
     settings.Remove("password");
     settings.Remove("passonoff");
-    settings.Add("passonoff", static_cast<int32_t>(fWithPassword->isChecked()));
+    settings.Add("passonoff", withPassword);
     settings.Add("password", KTControl::ToBytes(fPassword->text()));
     settings.Set("title", KTControl::ToBytes(fTitle->text()));
     settings.Set("submitonhold", static_cast<int32_t>(fOnHold->isChecked()));
@@ -146,7 +156,9 @@ void KTBackupStartWin::PasswordSwitched() {
 
 void KTBackupStartWin::ShowHint() {
     QString hint;
-    if (fWithPassword->isChecked()) {
+    if (!fPasswordEditable) {
+        hint = KTControl::Text(core::kMorePasswordOfBase);
+    } else if (fWithPassword->isChecked()) {
         const bool none = fPassword->text().isEmpty() && fPassword2->text().isEmpty();
         hint = KTControl::Text(none ? core::kMoreNoPasswordYet : core::kMoreKeepPassword);
     }

@@ -19,6 +19,9 @@ public:
     // An incremental or differential backup has its base's title.
     void MakeTitleEditable(bool editable);
     bool IsTitleEditable() const;
+    // It has its base's protection, too: no password is asked for, and whether the next full backup
+    // gets one stays as it was.
+    void MakePasswordEditable(bool editable);
 
     void MessageReceived(BMessage& message) override;
 
@@ -38,4 +41,5 @@ private:
     QCheckBox* fOnHold;
     QLabel* fHint;
     QPointer<QWidget> fError;
+    bool fPasswordEditable = true;
 };

@@ -145,6 +145,7 @@ void KTBackupTool::BackupStart(BMessage&) {
         new KTBackupStartWin(KTControl::Text(core::text::kStartBackup), window(),
                              fJob.StartInfoFor(BaseTitle()), kStartAnswer, BMessenger(this));
     dialog->MakeTitleEditable(fJob.IsFull());
+    dialog->MakePasswordEditable(fJob.IsFull());
     Present(kStartKey, dialog);
 }
 

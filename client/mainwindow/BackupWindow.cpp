@@ -48,6 +48,7 @@ constexpr int8_t kLastIndex = 6;
 
 constexpr const char* kJobLists[] = {"jobqueue", "backup"};
 constexpr const char* kCatalogues[] = {"restore", "compare", "backup", "jobqueue"};
+constexpr const char* kScans[] = {"restore", "jobqueue"};
 constexpr const char* kReports[] = {"report"};
 
 }  // namespace
@@ -226,7 +227,7 @@ std::span<const BackupWindow::Command> BackupWindow::Commands() {
         {kJobStarted, &W::JobStarted},
         {kCatalogue, &W::CatalogueNotice},
         {kBackupRemoved, &W::CatalogueNotice},
-        {kScanResult, &W::CatalogueNotice},
+        {kScanResult, &W::ScanResult},
         {kPasswordResult, &W::CatalogueNotice},
         {kReportInserted, &W::ReportNotice},
         {kReportRemoved, &W::ReportNotice},
@@ -267,6 +268,10 @@ void BackupWindow::JobNotice(BMessage& message) {
 
 void BackupWindow::CatalogueNotice(BMessage& message) {
     ToViews(message, kCatalogues);
+}
+
+void BackupWindow::ScanResult(BMessage& message) {
+    ToViews(message, kScans);
 }
 
 void BackupWindow::ReportNotice(BMessage& message) {

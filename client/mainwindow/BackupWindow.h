@@ -67,6 +67,7 @@ private:
     void ToViews(BMessage& message, std::span<const char* const> groups);
     void JobNotice(BMessage& message);
     void CatalogueNotice(BMessage& message);
+    void ScanResult(BMessage& message);
     void ReportNotice(BMessage& message);
     void ShowReport(BMessage& message);
     void ServerNotice(BMessage& message);  // gone, back: every view hears of it

@@ -1,5 +1,5 @@
-// The job of the restore tool: what is restored, where to and how. A plain value; one thread at a
-// time.
+// The job of the restore tool: what is restored, where to and how; and in it the settings of the
+// insert job that is started from there. A plain value; one thread at a time.
 #pragma once
 
 #include "client/job/KTJob.h"
@@ -20,4 +20,12 @@ public:
     BMessage DeleteSettings() const { return fJob.Get("res_delete", BMessage()); }
     void SetDeleteSettings(const BMessage& settings) { fJob.Set("res_delete", settings); }
     bool DeletesData() const { return DeleteSettings().Get<int32_t>("deletedata", 0) != 0; }
+
+    // What the insert window was left with; see there.
+    BMessage InsertSettings() const { return fJob.Get("res_insert", BMessage()); }
+    void SetInsertSettings(const BMessage& settings) { fJob.Set("res_insert", settings); }
+    BMessage InsertStartInfo() const;
+    void SetInsertStartInfo(const BMessage& info);
+    // The insert job that is posted, to start at once; `now` in seconds since the epoch.
+    BMessage InsertJob(int64_t now);
 };

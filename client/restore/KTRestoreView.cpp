@@ -5,18 +5,20 @@
 #include <QPushButton>
 #include <QScrollArea>
 #include <QSplitter>
+#include <ctime>
 
 #include "client/app/ClientCodes.h"
 #include "client/app/ServerLink.h"
 #include "client/catalogue/KTRestoreStartWin.h"
 #include "client/restore/KTFolderView.h"
 #include "client/restore/KTResDeleteWindow.h"
+#include "client/restore/KTResInsertWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreSelectionView.h"
+#include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
-#include "client/uikit/KTRequestWindow.h"
 #include "core/locale/MoreTexts.h"
 #include "core/protocol/Texts.h"
 #include "core/selection/RestorePlaces.h"
@@ -27,8 +29,11 @@ namespace {
 constexpr char kSettingsKey[] = "win_ressettings";
 constexpr char kDeleteKey[] = "win_delete";
 constexpr char kInsertKey[] = "win_insert";
+constexpr char kInsertStartKey[] = "win_resinsstart";
 constexpr uint32_t kSettingsAnswer = "rssq"_code;
 constexpr uint32_t kDeleteAnswer = "rdcl"_code;
+constexpr uint32_t kInsertAnswer = "reiq"_code;
+constexpr uint32_t kInsertStartAnswer = "ricl"_code;
 constexpr uint32_t kVolumesKnown = "rsvl"_code;
 constexpr int kLeastTreeWidth = 200;
 
@@ -119,6 +124,11 @@ void KTRestoreView::MessageReceived(BMessage& message) {
         {"rsDV"_code, &KTRestoreView::Divert},
         {kSettingsAnswer, &KTRestoreView::SettingsAnswered},
         {kDeleteAnswer, &KTRestoreView::DeleteAnswered},
+        {kInsertAnswer, &KTRestoreView::InsertAnswered},
+        {kInsertStartAnswer, &KTRestoreView::InsertStartAnswered},
+        {core::code::kScanResult, &KTRestoreView::ToInsertWindow},
+        {client::code::kServerGone, &KTRestoreView::ServerNotice},
+        {client::code::kServerBack, &KTRestoreView::ServerNotice},
         {"slch"_code, &KTRestoreView::SelectionChanged},
         {kVolumesKnown, &KTRestoreView::SelectionChanged},
         {"RSRD"_code, &KTRestoreView::ToCatalogue},
@@ -223,9 +233,49 @@ void KTRestoreView::Delete() {
 void KTRestoreView::OpenInsert(BMessage&) {
     if (RaiseIfOpen(kInsertKey)) return;
     Present(kInsertKey,
-            new KTRequestWindow(KTControl::Text(core::text::kInsertBackup),
-                                KTControl::Text(core::kMoreInsertLater), window(), BMessenger(),
-                                BMessage(), {KTControl::Text(core::text::kOk)}));
+            new KTResInsertWindow(Context(), KTControl::Text(core::text::kInsertBackup), window(),
+                                  fJob.InsertSettings(), kInsertAnswer, BMessenger(this)));
+}
+
+void KTRestoreView::InsertAnswered(BMessage& message) {
+    Forget(kInsertKey);
+    if (!message.Get("result", false)) return;
+    fJob.SetInsertSettings(message.Get("settings", BMessage()));
+    InsertStart();
+}
+
+void KTRestoreView::InsertStart() {
+    if (!fJob.InsertSettings().Has("ID")) {
+        KTAlert(this, KTControl::Text(core::text::kInsert),
+                KTControl::Text(core::text::kNothingSelectedToInsert),
+                {KTControl::Text(core::text::kOk)}, KTAlertRequest::Kind::Warning);
+        return;
+    }
+    if (RaiseIfOpen(kInsertStartKey)) return;
+    Present(kInsertStartKey,
+            new KTRestoreStartWin(Context(), KTControl::Text(core::text::kInsertStart), window(),
+                                  fJob.InsertStartInfo(), kInsertStartAnswer, BMessenger(this)));
+}
+
+void KTRestoreView::InsertStartAnswered(BMessage& message) {
+    Forget(kInsertStartKey);
+    if (!message.Get("result", false)) return;
+    fJob.SetInsertStartInfo(message.Get("settings", BMessage()));
+    Insert();
+}
+
+void KTRestoreView::Insert() {
+    Context().server->PostApplication(fJob.InsertJob(std::time(nullptr)));
+}
+
+void KTRestoreView::ToInsertWindow(BMessage& message) {
+    if (auto* open = static_cast<KTResInsertWindow*>(OpenWindow(kInsertKey)))
+        open->MessageReceived(message);
+}
+
+void KTRestoreView::ServerNotice(BMessage& message) {
+    ToInsertWindow(message);
+    KTCatalogueTool::MessageReceived(message);
 }
 
 // --- starting -----------------------------------------------------------------------------------

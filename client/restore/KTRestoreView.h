@@ -50,6 +50,12 @@ private:
     void Delete();
 
     void OpenInsert(BMessage&);
+    void InsertAnswered(BMessage& message);
+    void InsertStart();
+    void InsertStartAnswered(BMessage& message);
+    void Insert();
+    void ToInsertWindow(BMessage& message);
+    void ServerNotice(BMessage& message);
     void SelectionChanged(BMessage&);
     void ToCatalogue(BMessage& message);
 

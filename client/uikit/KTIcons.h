@@ -2,7 +2,7 @@
 // pixels.
 //
 //   tools:  quickbackup backup restore compare jobqueue reports status
-//   rows:   volume folder file link backup-full backup-incremental backup-differential
+//   rows:   volume folder file link tower backup-full backup-incremental backup-differential
 //   else:   velmora-backup (the program), logo (a picture of 201 × 105)
 //
 // Main thread.

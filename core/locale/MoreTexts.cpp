@@ -11,8 +11,7 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreVarLeftOut */ "Never backed up: /var of volume '%s'.",
     /* kMoreChooseBase */ "Choose the full backup on which this backup builds.",
     /* kMoreNoBaseYet */ "There is no full backup yet on which this backup could build.",
-    /* kMoreSchedulerLater */
-    "The scheduler is part of a later version. This job starts as soon as there is room for it.",
+    /* kMoreUnused8 */ "-",
     /* kMoreJobNotLoaded */ "Can't read '%s' as a backup job or a selection.",
     /* kMoreJobNotSaved */ "Can't save the job as '%s'.",
     /* kMorePasswordError */ "Password Error",
@@ -46,7 +45,7 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreNoDirectories */ "No directories",
     /* kMoreReadingDirectory */ "Looking…",
     /* kMoreFolders */ "Folders to redirect to",
-    /* kMoreInsertLater */ "Inserting backups from a medium is part of a later version.",
+    /* kMoreUnused42 */ "-",
     /* kMoreOldPlace */ "where it was backed up from",
     /* kMoreCatalogue */ "Backups",
     /* kMoreCtlUnreachable */ "The backup server cannot be reached.",
@@ -294,6 +293,21 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreDeleteReportsWhen */ "Delete reports automatically:",
     /* kMoreDaysUnit */ "days",
     /* kMoreReportsUnit */ "reports",
+    /* kMoreFoundBackups */ "Backups found",
+    /* kMoreInsertHint */
+    "Choose where the backups lie, and mark those that are to be listed again.",
+    /* kMoreLookAgain */ "Look again",
+    /* kMoreInsertNoPlace */ "Choose a destination, and where it is with its settings.",
+    /* kMoreInsertScanning */ "Looking for backups there…",
+    /* kMoreInsertNothingFound */ "No backups were found there.",
+    /* kMoreInsertCount */ "Found: %ld, marked: %ld",
+    /* kMoreInsertNotThere */ "Marked before, but not found there now: %ld. They stay marked.",
+    /* kMorePasswordOfBase */
+    "Protected as the backup is that it builds on: by the same password, or not at all.",
+    /* kMoreNextRun */ "Next run: %s, %s",
+    /* kMoreScheduleUnreadable */
+    "Type the time as HH:MM and the date as DD.MM.YYYY, from 1970 to 2106. Else the former ones "
+    "stay.",
 };
 
 }  // namespace core

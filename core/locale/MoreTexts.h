@@ -19,7 +19,7 @@ enum MoreText : int32_t {
     kMoreVarLeftOut,                       // hint of the backup tool
     kMoreChooseBase,                       // hint of the backup tool
     kMoreNoBaseYet,                        // hint of the backup tool
-    kMoreSchedulerLater,                   // in place of the scheduler
+    kMoreUnused8,                          // was said before there was a scheduler
     kMoreJobNotLoaded,                     // a file that was opened or dropped
     kMoreJobNotSaved,
     kMorePasswordError,   // title of an alert
@@ -53,7 +53,7 @@ enum MoreText : int32_t {
     kMoreNoDirectories,      // item of an empty menu of directories
     kMoreReadingDirectory,   // item of a menu that is being filled
     kMoreFolders,            // spoken name of the folder browser
-    kMoreInsertLater,        // in place of the insert dialog
+    kMoreUnused42,           // was said before backups could be inserted
     kMoreOldPlace,           // landing of a whole backup
     kMoreCatalogue,          // spoken name of the catalogue
     kMoreCtlUnreachable,     // command line, from here on
@@ -226,25 +226,36 @@ enum MoreText : int32_t {
     kMorePageSetup,             // menu of the reports
     kMoreReportNotSaved,        // s the file
     kMoreReportNotPrinted,
-    kMorePrintingPage,       // ld
-    kMoreNoReports,          // list of reports, when there are none
-    kMoreNoReportOpen,       // in place of a report
-    kMoreReportFetching,     // in place of a report
-    kMoreReportGone,         // in place of a report
-    kMoreReportEmpty,        // in place of a report
-    kMoreReportUnread,       // in place of a report
-    kMoreNoProblems,         // of a report
-    kMoreProblems,           // of a report, ld
-    kMoreProblemOf,          // of a report, ld, ld
-    kMoreLinesHidden,        // of a report, ld
-    kMorePreviousProblem,    // button of a report
-    kMoreNextProblem,        // button of a report
-    kMoreFindInReport,       // field
-    kMoreNotFound,           // answer of a search
-    kMoreCopy,               // menu of a text
-    kMoreDeleteReportsWhen,  // label
-    kMoreDaysUnit,           // unit: older than ... days
-    kMoreReportsUnit,        // unit: more than ... reports
+    kMorePrintingPage,        // ld
+    kMoreNoReports,           // list of reports, when there are none
+    kMoreNoReportOpen,        // in place of a report
+    kMoreReportFetching,      // in place of a report
+    kMoreReportGone,          // in place of a report
+    kMoreReportEmpty,         // in place of a report
+    kMoreReportUnread,        // in place of a report
+    kMoreNoProblems,          // of a report
+    kMoreProblems,            // of a report, ld
+    kMoreProblemOf,           // of a report, ld, ld
+    kMoreLinesHidden,         // of a report, ld
+    kMorePreviousProblem,     // button of a report
+    kMoreNextProblem,         // button of a report
+    kMoreFindInReport,        // field
+    kMoreNotFound,            // answer of a search
+    kMoreCopy,                // menu of a text
+    kMoreDeleteReportsWhen,   // label
+    kMoreDaysUnit,            // unit: older than ... days
+    kMoreReportsUnit,         // unit: more than ... reports
+    kMoreFoundBackups,        // spoken name of the list in the insert window
+    kMoreInsertHint,          // insert window
+    kMoreLookAgain,           // button of the insert window
+    kMoreInsertNoPlace,       // insert window, before a place is chosen
+    kMoreInsertScanning,      // insert window
+    kMoreInsertNothingFound,  // insert window
+    kMoreInsertCount,         // ld found, ld marked
+    kMoreInsertNotThere,      // ld
+    kMorePasswordOfBase,      // hint of the start dialog
+    kMoreNextRun,             // scheduler: s when, s how often
+    kMoreScheduleUnreadable,  // scheduler
     kMoreEnd
 };
 

@@ -19,7 +19,7 @@ double Covered(const QPixmap& picture) {
 
 TEST(Icons, EveryOneIsThereAtEverySize) {
     for (const char* name : {"quickbackup", "backup", "restore", "compare", "jobqueue", "reports",
-                             "status", "volume", "folder", "file", "link", "backup-full",
+                             "status", "volume", "folder", "file", "link", "tower", "backup-full",
                              "backup-incremental", "backup-differential", "velmora-backup"}) {
         for (const int size : {16, 24, 32, 48}) {
             const QPixmap picture = KTIcons::Get(name).pixmap(size, size);
