@@ -85,7 +85,7 @@ inline constexpr auto kInternalCodes = [] {
         "svrm"_code, "stac"_code, "stao"_code, "stfw"_code, "strd"_code, "stri"_code,
         // job queue and scheduler
         "JQch"_code, "JQco"_code, "JQdl"_code, "JQed"_code, "JQpa"_code, "JQsa"_code, "JQsq"_code,
-        "jqab"_code, "JQst"_code, "jqbq"_code, "DATE"_code, "REPE"_code, "EXCL"_code,
+        "jqab"_code, "JQst"_code, "jqbq"_code, "DATE"_code, "TIME"_code, "REPE"_code, "EXCL"_code,
         // dialog frames and lists
         "btn0"_code, "btn1"_code, "btn2"_code, " ok "_code, "_CNC"_code, "clrn"_code};
     std::ranges::sort(codes);

@@ -2,6 +2,7 @@
 
 #include "addons/KTCruncher.h"
 #include "addons/KTVolume.h"
+#include "client/addons/AddOnCatalogue.h"
 #include "core/selection/KTSelection.h"
 
 namespace {
@@ -52,7 +53,7 @@ void KTBackupJob::KeepWhatTheTypeUses() {
 }
 
 std::string KTBackupJob::Packer() const {
-    return fJob.Get("bak_addonpacker", std::string(kDefaultPacker));
+    return fJob.Get("bak_addonpacker", std::string(kUsualPacker));
 }
 
 BMessage KTBackupJob::PackerSettings() const {
@@ -101,7 +102,7 @@ BMessage KTBackupJob::ForSending(const KTVolume* destination, const KTCruncher* 
         job.Remove("selection");
         job.Set("base_id", BaseId());
     }
-    if (job.Count("addon", B_MESSAGE_TYPE) == 0) job.Add("addon", kDefaultDestination);
+    if (job.Count("addon", B_MESSAGE_TYPE) == 0) job.Add("addon", kUsualDestination);
     if (job.Count("volume", B_MESSAGE_TYPE) == 0 && destination) {
         BMessage settings;
         destination->Archive(&settings, true);

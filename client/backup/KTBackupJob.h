@@ -5,15 +5,13 @@
 #include <string>
 #include <string_view>
 
-#include "client/backup/KTDestinationJob.h"
+#include "client/addons/KTDestinationJob.h"
 
 class KTVolume;
 class KTCruncher;
 
 class KTBackupJob : public KTDestinationJob {
 public:
-    static constexpr char kDefaultPacker[] = "KTNone";
-
     KTBackupJob();
 
     // A missing or unknown "job_type" becomes full.

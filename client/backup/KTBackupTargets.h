@@ -6,8 +6,8 @@
 // destination, in a grid that the tool may add rows to.
 #pragma once
 
+#include "client/addons/KTDestination.h"
 #include "client/backup/KTBackupJob.h"
-#include "client/backup/KTDestination.h"
 
 class KTBackupTargets : public KTDestination {
 public:

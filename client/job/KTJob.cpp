@@ -13,7 +13,7 @@ BMessage KTJob::StartInfo() const {
 }
 
 uint32_t KTJob::StartTime() const {
-    return fJob.Get("scheduler", BMessage()).Get("TIME", BTime()).seconds;
+    return Schedule().Get("TIME", BTime()).seconds;
 }
 
 void KTJob::ClearSchedule() {

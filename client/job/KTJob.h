@@ -35,6 +35,7 @@ public:
 
     // Seconds since the epoch; 0: as soon as possible.
     uint32_t StartTime() const;
+    BMessage Schedule() const { return fJob.Get("scheduler", BMessage()); }
     void SetSchedule(const BMessage& schedule) { fJob.Set("scheduler", schedule); }
     // Takes the start time and the repeats away.
     void ClearSchedule();

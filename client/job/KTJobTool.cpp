@@ -9,15 +9,16 @@
 #include <QPushButton>
 #include <QUrl>
 
+#include "client/job/KTSchedulerWindow.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
 #include "client/uikit/KTFilePanels.h"
-#include "client/uikit/KTRequestWindow.h"
 #include "core/locale/MoreTexts.h"
 #include "core/protocol/Texts.h"
 #include "core/report/Format.h"
+#include "core/schedule/ScheduleWords.h"
 #include "kit/app/BLooper.h"
 
 namespace {
@@ -27,7 +28,9 @@ constexpr char kLoadKey[] = "win_loadselection";
 constexpr char kSchedulerKey[] = "win_scheduler";
 constexpr uint32_t kSaveAnswer = "spcl"_code;
 constexpr uint32_t kLoadAnswer = "lpcl"_code;
+constexpr uint32_t kSchedulerAnswer = "swqt"_code;
 constexpr uint32_t kSchedulerMenu = "bsch"_code;
+constexpr std::chrono::minutes kTick{1};
 enum SchedulerItem { kAtOnce, kScheduled };
 
 }  // namespace
@@ -40,10 +43,13 @@ KTJobTool::KTJobTool(const char* name, KTToolContext context, QWidget* parent)
 void KTJobTool::MessageReceived(BMessage& message) {
     using Entry = KTDispatchEntry<KTJobTool>;
     static constexpr Entry kTable[] = {
-        {"ssel"_code, &KTJobTool::OpenSavePanel},     {"lsel"_code, &KTJobTool::OpenLoadPanel},
-        {kSaveAnswer, &KTJobTool::SavePanelAnswered}, {kLoadAnswer, &KTJobTool::LoadPanelAnswered},
-        {B_CANCEL, &KTJobTool::PanelCancelled},       {kSchedulerMenu, &KTJobTool::SchedulerChosen},
-        {"swqt"_code, &KTJobTool::SchedulerAnswered},
+        {"ssel"_code, &KTJobTool::OpenSavePanel},
+        {"lsel"_code, &KTJobTool::OpenLoadPanel},
+        {kSaveAnswer, &KTJobTool::SavePanelAnswered},
+        {kLoadAnswer, &KTJobTool::LoadPanelAnswered},
+        {B_CANCEL, &KTJobTool::PanelCancelled},
+        {kSchedulerMenu, &KTJobTool::SchedulerChosen},
+        {kSchedulerAnswer, &KTJobTool::SchedulerAnswered},
     };
     if (fScheduleCode != 0 && message.what == fScheduleCode) return OpenScheduler();
     if (!KTDispatch<KTJobTool>(this, kTable, message)) KTToolView::MessageReceived(message);
@@ -179,6 +185,8 @@ KTJobTool::ScheduleControls KTJobTool::MakeSchedule(const ScheduleNames& names) 
     KTControl::Name(fSchedule.words, names.words);
     fScheduleCode = names.buttonCode;
     fNoTime = names.noTime;
+    fTick.callOnTimeout([this] { ShowSchedule(); });
+    fTick.start(kTick);
     return fSchedule;
 }
 
@@ -196,9 +204,22 @@ QHBoxLayout* KTJobTool::RowOf(const ScheduleControls& schedule) {
 void KTJobTool::InitScheduler() {
     const uint32_t time = OwnJob().StartTime();
     fSchedule.menu->setCurrentIndex(time != 0 ? kScheduled : kAtOnce);
-    fSchedule.words->setText(time == 0 ? fNoTime
-                                       : KTControl::Text(core::text::kStartJobAt) +
-                                             QString::fromStdString(core::DateText(time)));
+    ShowSchedule();
+}
+
+void KTJobTool::ShowSchedule() {
+    const uint32_t time = OwnJob().StartTime();
+    QString words = fNoTime;
+    if (time != 0) {
+        words =
+            KTControl::Text(core::text::kStartJobAt) + QString::fromStdString(core::DateText(time));
+        const auto schedule = core::Schedule::FromRecord(OwnJob().Schedule());
+        if (schedule.Repeats() || schedule.excluded != 0) {
+            words += ". " + QString::fromStdString(core::NextRunText(schedule, std::time(nullptr),
+                                                                     core::Zone::OfSystem()));
+        }
+    }
+    fSchedule.words->setText(words);
 }
 
 void KTJobTool::SaveScheduler() {
@@ -214,9 +235,8 @@ void KTJobTool::SchedulerChosen(BMessage& message) {
 void KTJobTool::OpenScheduler() {
     if (RaiseIfOpen(kSchedulerKey)) return;
     Present(kSchedulerKey,
-            new KTRequestWindow(KTControl::Text(core::text::kScheduler),
-                                KTControl::Text(core::kMoreSchedulerLater), window(), BMessenger(),
-                                BMessage(), {KTControl::Text(core::text::kOk)}));
+            new KTSchedulerWindow(KTControl::Text(core::text::kScheduler), window(),
+                                  OwnJob().Schedule(), kSchedulerAnswer, BMessenger(this)));
 }
 
 void KTJobTool::SchedulerAnswered(BMessage& message) {

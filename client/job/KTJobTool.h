@@ -2,6 +2,8 @@
 // their panels and drops, and the schedule's controls. Main thread.
 #pragma once
 
+#include <QTimer>
+
 #include "client/job/KTJob.h"
 #include "client/uikit/KTToolView.h"
 
@@ -81,6 +83,7 @@ private:
     void SavePanelAnswered(BMessage& message);
     void LoadPanelAnswered(BMessage& message);
     void PanelCancelled(BMessage& message);
+    void ShowSchedule();
     void SchedulerChosen(BMessage& message);
     void OpenScheduler();
     void SchedulerAnswered(BMessage& message);
@@ -89,4 +92,5 @@ private:
     ScheduleControls fSchedule;
     uint32_t fScheduleCode = 0;
     QString fNoTime;
+    QTimer fTick;  // "in 5 minutes" does not stay true
 };

@@ -15,6 +15,7 @@
 #include "client/jobqueue/KTJQRestoreWindow.h"
 #include "client/jobqueue/KTJobListView.h"
 #include "client/jobqueue/KTJobSettingWindow.h"
+#include "client/restore/KTResInsertWindow.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
@@ -364,6 +365,10 @@ void KTJobQueueView::OpenEditWindow(const BMessage& job) {
             window = new KTJQCompareWindow(Context(), title, this, settings, kEditAnswer,
                                            BMessenger(this));
             break;
+        case JobType::Insert:
+            window = new KTResInsertWindow(Context(), title, this, settings, kEditAnswer,
+                                           BMessenger(this), KTResInsertWindow::Use::WaitingJob);
+            break;
         default:
             return;
     }
@@ -396,8 +401,13 @@ void KTJobQueueView::PostEditMark(int32_t jobId, bool edit) {
 }
 
 void KTJobQueueView::RelayToEdits(const BMessage& notice) {
-    for (const int32_t id : fEdited)
-        if (auto* window = qobject_cast<KTJQWindow*>(OpenWindow(KeyOf(id)))) window->Relay(notice);
+    for (const int32_t id : fEdited) {
+        QWidget* open = OpenWindow(KeyOf(id));
+        if (auto* window = qobject_cast<KTJQWindow*>(open))
+            window->Relay(notice);
+        else if (auto* insert = qobject_cast<KTResInsertWindow*>(open))
+            BMessenger(insert).SendMessage(notice);
+    }
 }
 
 // --- settings -----------------------------------------------------------------------------------

@@ -115,20 +115,20 @@ void KTResInsertWindow::DestinationChosen() {
 }
 
 void KTResInsertWindow::ScanDestination() {
-    BMessage place;
-    place.Add("addon", fJob.Destination());
-    place.Add("volume", fJob.TakeVolume());
-    const bool other = !fScanned.IsEmpty() && !(place == fScanned);
-    if (other) fUnlisted.clear();
-    // Looked at again it keeps its marks.
-    if (!other)
+    const KTVolume* volume = fDestination->Destination();
+    const std::string place = fJob.Destination() + "\n" + (volume ? volume->MediaName() : "");
+    if (fScanned.empty() || place == fScanned) {
+        // Looked at again it keeps its marks.
         for (KTFoundBackups::Backup& backup : fList->Marked())
             fUnlisted.push_back(std::move(backup));
+    } else {
+        fUnlisted.clear();
+    }
     fList->Rows().MakeEmpty();
 
     // The first scan is called by the number of the job, as the settings have it; each one after it
     // gets its own, so that an answer tells which scan it belongs to.
-    if (fScan == 0 || !fScanned.IsEmpty()) fScan = NextScan();
+    if (fScan == 0 || !fScanned.empty()) fScan = NextScan();
     fScanned = place;
     BMessage scan(core::code::kScanMedium);
     scan.Add("id", fScan);
@@ -175,7 +175,7 @@ void KTResInsertWindow::ShowCount() {
         words +=
             core::FormatTextOf(core::kMoreInsertNotThere, static_cast<int32_t>(fUnlisted.size()));
     }
-    fCount->setText(KTControl::Shown(words));
+    fCount->setText(QString::fromStdString(words));
 }
 
 void KTResInsertWindow::Save(BMessage& settings) {

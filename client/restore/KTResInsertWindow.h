@@ -10,7 +10,7 @@
 #include <QPointer>
 #include <memory>
 
-#include "client/backup/KTDestination.h"
+#include "client/addons/KTDestination.h"
 #include "client/restore/KTFoundBackups.h"
 #include "client/uikit/KTSetWindow.h"
 #include "client/uikit/KTToolView.h"
@@ -48,8 +48,8 @@ private:
     ServerLink* fServer;
     const Use fUse;
     KTDestinationJob fJob;
-    BMessage fScanned;  // the destination of the last scan: "addon", "volume"
-    int32_t fScan = 0;  // what that scan is called
+    std::string fScanned;  // add-on and medium of the last scan; "" before the first
+    int32_t fScan = 0;     // what that scan is called
     State fState = State::NoPlace;
     // Marked backups that the list does not show just now.
     std::vector<KTFoundBackups::Backup> fUnlisted;

@@ -85,6 +85,12 @@ std::string RepeatText(const Schedule& schedule) {
     return words;
 }
 
+std::string NextRunText(const Schedule& schedule, int64_t now, const Zone& zone) {
+    if (schedule.NeverRuns()) return TextOf(kMoreNeverRuns);
+    const int64_t due = Allowed(schedule, schedule.time, zone).value_or(0);
+    return FormatTextOf(kMoreNextRun, RunsNextText(due, now, zone), RepeatText(schedule));
+}
+
 std::string DayText(int64_t wall) {
     using namespace std::chrono;
     const year_month_day day{sys_days{days(DayOf(wall))}};

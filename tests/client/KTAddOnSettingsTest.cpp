@@ -1,5 +1,5 @@
 // Add-ons' settings windows, drawn from their descriptions.
-#include "client/backup/KTAddOnSettings.h"
+#include "client/addons/KTAddOnSettings.h"
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 #include <QPushButton>
 #include <QSpinBox>
 
-#include "client/backup/KTSizeField.h"
+#include "client/addons/KTSizeField.h"
 #include "tests/client/BackupTesting.h"
 
 using namespace backup_testing;

@@ -3,7 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include "client/backup/AddOnCatalogue.h"
+#include "client/addons/AddOnCatalogue.h"
 #include "core/files/HeaderFile.h"
 #include "core/selection/KTSelection.h"
 #include "kit/storage/NodeAttributes.h"

@@ -128,6 +128,22 @@ TEST_F(StartDialog, WithoutItsBoxPasswordsAreNotCompared) {
     EXPECT_EQ(Info().FindString("password"), "one") << "the flag decides, not the text";
 }
 
+TEST_F(StartDialog, WhatBuildsOnAnotherBackupIsAskedForNoPassword) {
+    for (const int32_t next : {0, 1}) {
+        BMessage settings;
+        settings.Add("passonoff", next);
+        Open(settings);
+        dialog->MakePasswordEditable(false);
+        EXPECT_FALSE(Find<QCheckBox>("chk_password")->isEnabled());
+        EXPECT_FALSE(Find<QCheckBox>("chk_password")->isChecked());
+        EXPECT_FALSE(Field("str_password")->isEnabled());
+        EXPECT_TRUE(Find<QLabel>("str_hint")->text().startsWith("Protected as the backup is"));
+        Click("btn_ok");
+        EXPECT_EQ(Info().Find<int32_t>("passonoff"), next) << "of the next full backup";
+        EXPECT_EQ(Info().FindString("password"), "");
+    }
+}
+
 TEST_F(StartDialog, ReturnMovesOnAndStartsNothing) {
     Open();
     Click("chk_password");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
 #include <QDropEvent>
 #include <QLabel>
@@ -15,6 +16,7 @@
 
 #include "client/app/ClientCodes.h"
 #include "client/backup/KTBackupStartWin.h"
+#include "client/job/KTSchedulerWindow.h"
 #include "client/jobqueue/KTJobListView.h"
 #include "client/selection/KTSourceSelectionView.h"
 #include "client/uikit/KTRequestWindow.h"
@@ -248,6 +250,7 @@ TEST_F(BackupView, IncrementalBuildsOnAFullBackupAndNeverOverwrites) {
     KTBackupStartWin* dialog = StartDialog();
     ASSERT_TRUE(dialog);
     EXPECT_FALSE(dialog->IsTitleEditable());
+    EXPECT_FALSE(dialog->findChild<QCheckBox*>("chk_password")->isEnabled());
     EXPECT_EQ(dialog->findChild<QLineEdit*>("str_title")->text(), "Mail");
     Confirm(dialog);
     EXPECT_EQ(desk.dialogs.Alerts().size(), 1u) << "no overwrite question";
@@ -466,10 +469,18 @@ TEST_F(BackupView, ScheduleIsShownAndTakenAway) {
 
     Choose("mnu_bakscheduler", 1);
     Press("btn_bakscheduler");
-    const auto notices = View().window()->findChildren<KTRequestWindow*>();
-    ASSERT_EQ(notices.size(), 1) << "the notice opens once";
+    const auto dialogs = View().window()->findChildren<KTSchedulerWindow*>();
+    ASSERT_EQ(dialogs.size(), 1) << "it opens once";
     EXPECT_EQ(Find<QComboBox>("mnu_bakscheduler")->currentIndex(), 0)
         << "without a time there is no schedule";
+    dialogs[0]->findChild<QLineEdit*>("DATE")->setText("31.12.2040");
+    dialogs[0]->findChild<QLineEdit*>("Days")->setText("7");
+    dialogs[0]->findChild<QPushButton*>("btn_ok")->click();
+    Settle();
+    EXPECT_EQ(Find<QComboBox>("mnu_bakscheduler")->currentIndex(), 1);
+    EXPECT_TRUE(Words("str_bakscheduler").contains("2040"));
+    EXPECT_TRUE(Words("str_bakscheduler").endsWith("every week")) << "and how often";
+    EXPECT_EQ(Stored("scheduler").Get<int32_t>("Days", 0), 7);
 }
 
 TEST_F(BackupView, PasswordIsUsedOnce) {

@@ -1,8 +1,10 @@
 #!/usr/bin/env python3
 """A person's road: start the program, mark a directory, choose where to, press start, give a title, watch
 the panel, read that it went well; then the backup is unpacked with stock tools and compared."""
+import json
 import os
 import subprocess
+import time
 import unittest
 
 import house
@@ -156,6 +158,38 @@ class Road(ClientTest):
         self.assertEqual(house.differences(stick, self.house.unpack(backup, source=stick)), [])
         subprocess.run(["umount", stick], check=True)
         hand.until(lambda: hand.row("lst_volumes", "rows") == before, "the row to go")
+
+    def test_a_backup_that_runs_by_the_clock(self):
+        house.make_tree(self.house.source)
+        hand = self.hand
+        self.open_tool_and_mark_source()
+        self.choose_target()
+        hand.click("btn_bakscheduler")
+        hand.see("str_nextrun")
+        hand.type("DATE", "31.12.2040")
+        hand.type("TIME", "18:05")
+        hand.type("Days", "7")
+        hand.click("Sunday")
+        hand.until(lambda: "2040-12-31, 18:05" in hand.get("str_nextrun", "text"), "the next run in words")
+        self.assertIn("every week, not on Sunday", hand.get("str_nextrun", "text"))
+        hand.click("btn_ok")
+        hand.gone("str_nextrun")
+        self.assertIn("18:05:00 2040", hand.get("str_bakscheduler", "text"))
+        hand.click("btn_start")
+        hand.see("str_title")
+        hand.type("str_title", "On New Year's Eve")
+        hand.click("btn_ok")
+        hand.gone("str_title")
+
+        def jobs():
+            found = subprocess.run([self.house.program / "backupctl", "jobs", "--json"], check=True,
+                                   env=self.house.environment, stdout=subprocess.PIPE)
+            return json.loads(found.stdout)
+        house.wait(jobs, "the job in the queue")
+        [job] = jobs()
+        self.assertEqual(job["title"], "On New Year's Eve")
+        self.assertEqual(time.strftime("%Y-%m-%d %H:%M", time.localtime(job["date"])), "2040-12-31 18:05")
+        self.assertEqual(self.house.backups(), [])
 
     def test_start_without_a_mark_or_a_place_is_refused(self):
         hand = self.hand

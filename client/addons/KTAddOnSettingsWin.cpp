@@ -1,4 +1,4 @@
-#include "client/backup/KTAddOnSettingsWin.h"
+#include "client/addons/KTAddOnSettingsWin.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -11,7 +11,7 @@
 #include <algorithm>
 #include <limits>
 
-#include "client/backup/KTSizeField.h"
+#include "client/addons/KTSizeField.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "core/locale/MoreTexts.h"

@@ -3,10 +3,10 @@
 // calls InitDestination when the job changed and SaveDestination when the user did. Main thread.
 #pragma once
 
-#include "client/backup/AddOnCatalogue.h"
-#include "client/backup/KTAddOnRow.h"
-#include "client/backup/KTAddOnSettings.h"
-#include "client/backup/KTDestinationJob.h"
+#include "client/addons/AddOnCatalogue.h"
+#include "client/addons/KTAddOnRow.h"
+#include "client/addons/KTAddOnSettings.h"
+#include "client/addons/KTDestinationJob.h"
 #include "kit/app/BHandler.h"
 
 class KTDestination {

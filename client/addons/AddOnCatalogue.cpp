@@ -1,8 +1,6 @@
-#include "client/backup/AddOnCatalogue.h"
+#include "client/addons/AddOnCatalogue.h"
 
 #include <algorithm>
-
-#include "client/backup/KTBackupJob.h"
 
 namespace {
 
@@ -13,7 +11,7 @@ template <>
 struct Kind<KTVolume> {
     static constexpr char folder[] = "/Backup_Server/add-ons/destination";
     static constexpr char symbol[] = "instantiate_ktvolume";
-    static constexpr const char* usual = KTBackupJob::kDefaultDestination;
+    static constexpr const char* usual = kUsualDestination;
     using Instantiate = instantiate_ktvolume_func;
 };
 
@@ -21,7 +19,7 @@ template <>
 struct Kind<KTCruncher> {
     static constexpr char folder[] = "/Backup_Server/add-ons/compressors";
     static constexpr char symbol[] = "instantiate_ktcruncher";
-    static constexpr const char* usual = KTBackupJob::kDefaultPacker;
+    static constexpr const char* usual = kUsualPacker;
     using Instantiate = instantiate_ktcruncher_func;
 };
 

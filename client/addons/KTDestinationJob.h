@@ -9,8 +9,6 @@
 
 class KTDestinationJob : public KTJob {
 public:
-    static constexpr char kDefaultDestination[] = "KTImage";
-
     using KTJob::KTJob;
 
     std::string Destination() const;

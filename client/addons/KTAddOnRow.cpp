@@ -1,4 +1,4 @@
-#include "client/backup/KTAddOnRow.h"
+#include "client/addons/KTAddOnRow.h"
 
 #include <QAbstractItemView>
 #include <QComboBox>
@@ -6,7 +6,7 @@
 #include <QLabel>
 #include <QPushButton>
 
-#include "client/backup/AddOnCatalogue.h"
+#include "client/addons/AddOnCatalogue.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTElidedLabel.h"
 #include "core/protocol/Texts.h"

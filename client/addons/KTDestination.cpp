@@ -1,4 +1,4 @@
-#include "client/backup/KTDestination.h"
+#include "client/addons/KTDestination.h"
 
 #include "core/locale/KTLocale.h"
 #include "core/protocol/Texts.h"

@@ -11,6 +11,10 @@
 #include "addons/KTVolume.h"
 #include "kit/storage/AddOnImage.h"
 
+// File names of those that are taken when none is named.
+inline constexpr char kUsualDestination[] = "KTImage";
+inline constexpr char kUsualPacker[] = "KTNone";
+
 struct AddOnName {
     std::string menuName;  // what the add-on calls itself; bytes
     std::string fileName;  // leaf name of its file: what jobs know it by

@@ -1,4 +1,4 @@
-#include "client/backup/KTSizeField.h"
+#include "client/addons/KTSizeField.h"
 
 #include <QBoxLayout>
 #include <QComboBox>

@@ -1,6 +1,6 @@
-#include "client/backup/KTAddOnSettings.h"
+#include "client/addons/KTAddOnSettings.h"
 
-#include "client/backup/KTAddOnSettingsWin.h"
+#include "client/addons/KTAddOnSettingsWin.h"
 
 KTAddOnSettings::~KTAddOnSettings() {
     delete fWindow;

@@ -1,7 +1,9 @@
-#include "client/backup/KTDestinationJob.h"
+#include "client/addons/KTDestinationJob.h"
 
 #include <algorithm>
 #include <array>
+
+#include "client/addons/AddOnCatalogue.h"
 
 namespace {
 
@@ -18,7 +20,7 @@ bool IsOwnField(std::string_view name) {
 }  // namespace
 
 std::string KTDestinationJob::Destination() const {
-    return fJob.Get("addon", std::string(kDefaultDestination));
+    return fJob.Get("addon", std::string(kUsualDestination));
 }
 
 BMessage KTDestinationJob::TakeVolume() {
