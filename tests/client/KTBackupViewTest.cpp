@@ -19,7 +19,6 @@
 #include "client/job/KTSchedulerWindow.h"
 #include "client/jobqueue/KTJobListView.h"
 #include "client/selection/KTSourceSelectionView.h"
-#include "client/uikit/KTRequestWindow.h"
 #include "core/files/HeaderFile.h"
 #include "core/protocol/Codes.h"
 #include "tests/client/BackupTesting.h"

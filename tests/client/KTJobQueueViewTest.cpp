@@ -14,6 +14,7 @@
 #include "client/compare/KTCompareView.h"
 #include "client/jobqueue/KTJQWindow.h"
 #include "client/jobqueue/KTJobListView.h"
+#include "client/restore/KTFoundBackups.h"
 #include "tests/client/RestoreTesting.h"
 
 using namespace restore_testing;
@@ -290,6 +291,40 @@ TEST_F(JobQueueTool, AnEditedBackupIsWholeAgain) {
     EXPECT_EQ(stored.Get("bak_packer", BMessage()).Get<int32_t>("level", 0), 7);
     EXPECT_EQ(stored.Get("start_info", BMessage()).Get("title", std::string()), "Every evening");
     EXPECT_EQ(stored.Get("bak_addonpacker", std::string()), "KTZstd");
+}
+
+TEST_F(JobQueueTool, EditsAnInsertJobInTheInsertWindow) {
+    BMessage volume, info, job("KTJA"_code);
+    volume.Add("addon", "KTImage");
+    volume.Add("path", "/media/shelf");
+    info.Add("title", "Bring them back");
+    job.Add("job_type", int32_t{6});
+    job.Add("volume", volume);
+    job.Add("ID", "a");
+    job.Add("title", "A");
+    job.Add("start_info", info);
+    EXPECT_FALSE(Edit(25, job));
+    auto* list = FindWindow<KTFoundBackups>("col_listview");
+    ASSERT_TRUE(list);
+    EXPECT_TRUE(list->window()->windowTitle().endsWith("Bring them back"));
+    EXPECT_EQ(Marks(), (Texts{"KTje 25 1", "ktvs 0 -1"}));
+    BMessage found("ktvd"_code);
+    for (const char* id : {"a", "b"}) {
+        found.Add("title", id);
+        found.Add("ID", id);
+    }
+    BMessenger(tool.get()).SendMessage(std::move(found));
+    Settle();
+    ASSERT_EQ(list->Marked().size(), 1U);
+    list->MultiSelect(list->RowOfId("b"));
+    list->window()->findChild<QPushButton*>("btn_ok")->click();
+    Settle();
+    ASSERT_EQ(desk.server.posted.size(), 2U);
+    const BMessage stored = desk.server.posted[0].Get("job_data", BMessage());
+    EXPECT_EQ(Strings(stored, "ID"), (Texts{"a", "b"}));
+    EXPECT_FALSE(stored.Has("title")) << "it would be taken for the job's own";
+    EXPECT_EQ(stored.Get("start_info", BMessage()).FindString("title"), "Bring them back");
+    EXPECT_EQ(Marks(), (Texts{"KTjs 25 -1", "KTje 25 0"}));
 }
 
 TEST_F(JobQueueTool, ShowsTheColumnsThatTheSettingsAskFor) {
