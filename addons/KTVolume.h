@@ -111,6 +111,17 @@ public:
     // For the length of a job, before the calls above; null takes it away. Without a host nobody
     // asks to end and nobody listens. A destination that answers at once has no use for it.
     virtual void SetHost(KTVolumeHost* host) { (void)host; }
+
+    // --- discs that are changed, where Space says that the place is removable
+    // A disc is full and the backup goes on on the next: NAME.partial becomes `folder`, in one step
+    // and for good, with these of its files; what else is in it goes before. Nothing on the disc is
+    // open afterwards, so that it can be taken out.
+    virtual kit::Status ClosePart(const std::string& name, const std::string& folder,
+                                  const std::vector<std::string>& files) {
+        (void)folder;
+        (void)files;
+        return kit::Error::Make(kit::ErrorKind::Unsupported, name, "its media cannot be changed");
+    }
 };
 
 extern "C" {

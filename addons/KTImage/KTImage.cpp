@@ -56,6 +56,7 @@ void KTImage::SetSettings(const BMessage& settings) {
     fPath = settings.Get<std::string>("path", "");
     fMediaSize = settings.Get<int64_t>("mediasize", 0);
     fOverwrite = settings.Get<int32_t>("overwrite", 0) != 0;
+    fRemovable = settings.Get<int32_t>("removable", 0) != 0;
 }
 
 void KTImage::GetSettings(BMessage* settings) const {
@@ -63,6 +64,7 @@ void KTImage::GetSettings(BMessage* settings) const {
     settings->Set("path", fPath);
     settings->Set("mediasize", fMediaSize);
     settings->Set("overwrite", int32_t{fOverwrite});
+    if (fRemovable) settings->Set("removable", int32_t{1});
 }
 
 void KTImage::ShowSettings(KTSettingsHost* parent, const BMessenger& target, const char* language) {

@@ -1,7 +1,8 @@
 // KTImage: a destination that is a directory of this machine. Every backup is a folder in it.
 //
 // Settings, besides "addon": "path" (string), "mediasize" (int64, bytes that one file of a backup
-// may have, 0: no limit, else at least 16 MiB), "overwrite" (int32).
+// may have, 0: no limit, else at least 16 MiB), "overwrite" (int32), and where
+// it was put in by hand "removable" (int32): whatever is mounted there may be changed, as a disc.
 #pragma once
 
 #include "addons/KTVolume.h"
@@ -36,10 +37,13 @@ public:
     kit::Result<size_t> ReadAt(const std::string& folder, const std::string& file, int64_t offset,
                                std::span<uint8_t> into) override;
     kit::Status WriteRootFile(const std::string& file, std::span<const uint8_t> data) override;
+    kit::Status ClosePart(const std::string& name, const std::string& folder,
+                          const std::vector<std::string>& files) override;
 
 private:
     std::string fPath;
     int64_t fMediaSize = 0;
     bool fOverwrite = false;
+    bool fRemovable = false;
     bool fGerman = false;  // the language that the settings window was last shown in
 };

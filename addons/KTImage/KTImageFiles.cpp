@@ -117,6 +117,21 @@ kit::Result<std::vector<KTVolumeFile>> FilesOf(const std::string& path, bool* ot
     return files;
 }
 
+// A folder gets its final name, all that is in it being safe.
+Status Rename(const std::string& directory, const std::string& from, const std::string& to) {
+    const std::string before = directory + "/" + from;
+    const std::string after = directory + "/" + to;
+    if (Status status = SyncDirectory(before); !status) return status;
+    if (::renameat2(AT_FDCWD, before.c_str(), AT_FDCWD, after.c_str(), RENAME_NOREPLACE) != 0) {
+        // Not every file system can promise not to replace; a folder that is in the way and not
+        // empty stops a plain rename as well.
+        if (errno != EINVAL || ::rename(before.c_str(), after.c_str()) != 0) {
+            return Failure(before, "rename");
+        }
+    }
+    return SyncDirectory(directory);
+}
+
 }  // namespace
 
 Status KTImage::CheckAccess() {
@@ -147,7 +162,8 @@ kit::Result<KTVolumeSpace> KTImage::Space() {
     answer.readOnly = (space.f_flag & ST_RDONLY) != 0;
     const std::vector<BVolume> volumes = BVolumeRoster().Volumes();
     if (const BVolume* volume = BVolumeRoster::ByPath(volumes, fPath)) {
-        answer.removable = volume->removable;
+        // Without its disc the directory is the system's own.
+        answer.removable = volume->removable || (fRemovable && !volume->isBoot);
     }
     return answer;
 }
@@ -172,17 +188,21 @@ kit::Result<std::unique_ptr<KTVolumeWriter>> KTImage::CreateFile(const std::stri
 
 Status KTImage::Publish(const std::string& name) {
     if (!IsComponent(name)) return BadName(name);
-    const std::string path = fPath + "/" + name;
-    const std::string partial = path + kPartial;
-    if (Status status = SyncDirectory(partial); !status) return status;
-    if (::renameat2(AT_FDCWD, partial.c_str(), AT_FDCWD, path.c_str(), RENAME_NOREPLACE) != 0) {
-        // Not every file system can promise not to replace; a folder that is in the way and not
-        // empty stops a plain rename as well.
-        if (errno != EINVAL || ::rename(partial.c_str(), path.c_str()) != 0) {
-            return Failure(partial, "rename");
-        }
+    return Rename(fPath, name + kPartial, name);
+}
+
+Status KTImage::ClosePart(const std::string& name, const std::string& folder,
+                          const std::vector<std::string>& files) {
+    if (!IsComponent(name) || !IsComponent(folder)) return BadName(name + "/" + folder);
+    const std::string partial = fPath + "/" + name + kPartial;
+    const auto there = FilesOf(partial);
+    if (!there) return there.error();
+    for (const KTVolumeFile& file : *there) {
+        if (std::find(files.begin(), files.end(), file.name) != files.end()) continue;
+        const std::string path = partial + "/" + file.name;
+        if (::unlink(path.c_str()) != 0) return Failure(path, "delete");
     }
-    return SyncDirectory(fPath);
+    return Rename(fPath, name + kPartial, folder);
 }
 
 Status KTImage::RemoveBackup(const std::string& folder) {

@@ -241,6 +241,11 @@ void AgeSealer::Add(std::span<const uint8_t> plain, Bytes* sealed) {
     }
 }
 
+void AgeSealer::GoBack(const Mark& mark) {
+    fChunk = mark.chunk;
+    fWaiting = mark.waiting;
+}
+
 void AgeSealer::Finish(Bytes* sealed) {
     SealChunk(fWaiting, true, sealed);
     Wipe(fWaiting);  // it may have been a key

@@ -21,6 +21,14 @@ public:
     // Appends what is ready of the sealed file to `sealed`; the rest comes later.
     void Add(std::span<const uint8_t> plain, Bytes* sealed);
     void Finish(Bytes* sealed);
+    // For a file that must end before what was added last: notes where it stands, and goes back
+    // there. After that only Finish is allowed: a place may be sealed anew only as the end.
+    struct Mark {
+        uint64_t chunk = 0;
+        Bytes waiting;
+    };
+    void Note(Mark* mark) const { *mark = {fChunk, fWaiting}; }
+    void GoBack(const Mark& mark);
     // Bytes of the sealed file when `plain` bytes are in it.
     int64_t SizeOf(int64_t plain) const;
 

@@ -3,10 +3,21 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <utility>
 
 #include "server/archive/Format.h"
+#include "server/archive/Readme.h"
 
 namespace server::archive {
+
+namespace {
+
+// Of a disc that is full something may stay free: less than a frame, packed.
+constexpr int64_t kEnough = int64_t{10} << 20;
+// For the end of a sealed medium, and what a file system needs for itself.
+constexpr int64_t kReserve = int64_t{1} << 20;
+
+}  // namespace
 
 using kit::Error;
 using kit::ErrorKind;
@@ -41,44 +52,136 @@ std::string Sha256::Finish() {
 }
 
 BackupWriter::BackupWriter(KTVolume& volume, std::string name, std::string mediumSuffix,
-                           std::function<bool(int)> onFull, std::function<void(int)> onMedium)
+                           std::function<void(int)> onMedium)
     : fVolume(volume),
       fName(std::move(name)),
       fSuffix(std::move(mediumSuffix)),
-      fOnFull(std::move(onFull)),
       fOnMedium(std::move(onMedium)),
       fMediaSize(volume.MediaSize()) {}
 
 BackupWriter::~BackupWriter() {
-    if (!fBegun || fPublished) return;
+    Discard();
+}
+
+void BackupWriter::WhenFull(std::function<bool()> makeRoom,
+                            std::function<bool(const FullDisc&)> nextDisc) {
+    fMakeRoom = std::move(makeRoom);
+    fNextDisc = std::move(nextDisc);
+}
+
+std::vector<std::string> BackupWriter::Discard() {
+    if (fPublished) return {};
     fFile.reset();
     // What cannot be removed stays as a partial backup, which nobody takes for a whole one.
-    (void)fVolume.RemoveBackup(fName + std::string(kPartialSuffix));
+    if (std::exchange(fBegun, false)) {
+        (void)fVolume.RemoveBackup(fName + std::string(kPartialSuffix));
+    }
+    std::vector<std::string> left;
+    for (int disc = 1; disc < fDisc; ++disc) {
+        const std::string folder = PartFolder(fName, disc);
+        if (!fVolume.RemoveBackup(folder)) left.push_back(folder);
+    }
+    fDisc = 1;
+    return left;
 }
+
+// --- discs --------------------------------------------------------------------------------------
 
 Status BackupWriter::Begin() {
     if (fMediaSize != 0 && fMediaSize < kMinMediaSize) {
         return Error::Make(ErrorKind::Invalid, fVolume.MediaName(), "media below 16 MiB");
     }
-    if (Status status = fVolume.BeginBackup(fName); !status) return status;
-    fBegun = true;
-    return {};
+    Status status = BeginDisc();
+    if (!status && status.error().kind == ErrorKind::Full && fMakeRoom && fMakeRoom()) {
+        status = BeginDisc();
+    }
+    if (!status && status.error().kind == ErrorKind::Full && fNextDisc) {
+        status = NextDisc(status.error());
+    }
+    return status;
 }
 
+Status BackupWriter::BeginDisc() {
+    fOtherSums.clear();
+    fOtherBytes = 0;
+    const std::string_view readme = ReadmeText();
+    Status status = fVolume.WriteRootFile(
+        kReadmeFile, {reinterpret_cast<const uint8_t*>(readme.data()), readme.size()});
+    if (status) status = fVolume.BeginBackup(fName);
+    if (status) fBegun = true;
+    return status;
+}
+
+Status BackupWriter::NextDisc(Error full) {
+    const bool inMedia = fInMedia;
+    if (fFile && inMedia && fPlainSize > 0) {
+        if (Status status = FinishMedia(); !status) return status;
+    }
+    fFile.reset();
+    std::vector<std::string> files;
+    for (const ManifestMedium& medium : fMedia) {
+        if (medium.disc == fDisc) files.push_back(medium.file);
+    }
+    if (std::exchange(fBegun, false)) {
+        Status status = files.empty()
+                            ? fVolume.RemoveBackup(fName + std::string(kPartialSuffix))
+                            : fVolume.ClosePart(fName, PartFolder(fName, fDisc), files);
+        if (!status) return status;
+    }
+    FullDisc disc{fDisc, kEnough + (inMedia ? 0 : fOtherBytes), std::move(full)};
+    if (!files.empty()) ++fDisc;
+    for (;;) {
+        if (!fNextDisc(disc)) return disc.why;
+        const Status status = BeginDisc();
+        if (status) return status;
+        disc.why = status.error();
+    }
+}
+
+// A sealed medium needs room for its end, however full the disc is.
+bool BackupWriter::HasRoomFor(int64_t size) const {
+    if (!fNextDisc || !fSealer) return true;
+    const auto space = fVolume.Space();
+    return !space || space->freeBytes < 0 || space->freeBytes >= size + kReserve;
+}
+
+// --- media --------------------------------------------------------------------------------------
+
 kit::Result<BackupWriter::Place> BackupWriter::WriteFrame(std::span<const uint8_t> frame) {
-    if (fFile && fMediaSize > 0 && SizeWith(static_cast<int64_t>(frame.size())) > fMediaSize) {
-        if (Status status = FinishMedia(); !status) return status.error();
-    }
-    if (!fFile) {
-        const int number = static_cast<int>(fMedia.size()) + 1;
-        if (Status status = OpenFile(MediumFile(number, fSuffix), Content::Secret); !status) {
-            return status.error();
+    const auto size = static_cast<int64_t>(frame.size());
+    for (;;) {
+        if (fFile && fMediaSize > 0 && SizeWith(size) > fMediaSize) {
+            if (Status status = FinishMedia(); !status) return status.error();
         }
-        if (fOnMedium) fOnMedium(number);
+        const int number = static_cast<int>(fMedia.size()) + 1;
+        Status status;
+        if (!fFile) {
+            status = OpenFile(MediumFile(number, fSuffix), Content::Secret);
+            fInMedia = true;
+            if (status && fOnMedium) fOnMedium(number);
+        }
+        const Place place{number, fPlainSize};
+        if (status) status = AppendFrame(frame);
+        if (status) return place;
+        if (status.error().kind != ErrorKind::Full || !fNextDisc) return status.error();
+        if (status = NextDisc(status.error()); !status) return status.error();
     }
-    const Place place{static_cast<int>(fMedia.size()) + 1, fPlainSize};
-    if (Status status = Append(frame); !status) return status.error();
-    return place;
+}
+
+// All of it, or the medium is as it was before and must end there.
+Status BackupWriter::AppendFrame(std::span<const uint8_t> frame) {
+    const auto full = [this] { return Error::Make(ErrorKind::Full, fFileName); };
+    const int64_t before = fPlainSize;
+    while (!HasRoomFor(static_cast<int64_t>(frame.size()))) {
+        if (!fMakeRoom || !fMakeRoom()) return full();
+    }
+    if (fSealer) fSealer->Note(&fMark);
+    Status status = Append(frame);
+    if (!status) {
+        fPlainSize = before;
+        if (fSealer) fSealer->GoBack(fMark);
+    }
+    return status;
 }
 
 Status BackupWriter::FinishMedia() {
@@ -88,6 +191,7 @@ Status BackupWriter::FinishMedia() {
     if (Status status = FinishFile(); !status) return status;
     medium.size = fFileSize;
     medium.sha256 = fLastSum;
+    medium.disc = fDisc;
     fMedia.push_back(std::move(medium));
     return {};
 }
@@ -96,7 +200,10 @@ int64_t BackupWriter::SizeWith(int64_t more) const {
     return fSealer ? fSealer->SizeOf(fPlainSize + more) : fPlainSize + more;
 }
 
+// --- files --------------------------------------------------------------------------------------
+
 Status BackupWriter::OpenFile(std::string name, Content content) {
+    fInMedia = false;
     fSealer.reset();
     if (fRecipient && content == Content::Secret) {
         auto sealer = AgeSealer::For(*fRecipient);
@@ -104,9 +211,8 @@ Status BackupWriter::OpenFile(std::string name, Content content) {
         fSealer = std::move(*sealer);
         name += kSealedSuffix;
     }
-    const int medium = static_cast<int>(fMedia.size()) + 1;
     auto file = fVolume.CreateFile(fName, name);
-    while (!file && file.error().kind == ErrorKind::Full && fOnFull(medium)) {
+    while (!file && file.error().kind == ErrorKind::Full && fMakeRoom && fMakeRoom()) {
         file = fVolume.CreateFile(fName, name);
     }
     if (!file) return file.error();
@@ -134,11 +240,13 @@ Status BackupWriter::WriteOut(std::span<const uint8_t> data) {
         Status status = fFile->Write(data);
         if (status) break;
         if (status.error().kind != ErrorKind::Full) return status;
-        // What is there of it goes, so that it can be written whole once there is room.
+        // What is there of it goes, so that it can be written whole once there is room, or the file
+        // can end in front of it.
         if (Status cut = fFile->Truncate(fFileSize); !cut) return cut;
-        if (!fOnFull(static_cast<int>(fMedia.size()) + 1)) return status;
+        if (!fMakeRoom || !fMakeRoom()) return status;
     }
     fFileSize += static_cast<int64_t>(data.size());
+    fOtherBytes += fInMedia ? 0 : static_cast<int64_t>(data.size());
     fSum.Update(data);
     return {};
 }
@@ -154,12 +262,15 @@ Status BackupWriter::FinishFile() {
     fFile.reset();
     if (!status) return status;
     fLastSum = fSum.Finish();
-    fSums += fLastSum + "  " + fFileName + "\n";
+    if (!fInMedia) fOtherSums += fLastSum + "  " + fFileName + "\n";
     return {};
 }
 
 Status BackupWriter::Publish() {
-    const std::string sums = fSums;
+    std::string sums;
+    for (const ManifestMedium& medium : fMedia)
+        sums += medium.sha256 + "  " + medium.file + "\n";
+    sums += fOtherSums;
     if (Status status = OpenFile(kSumsFile, Content::Public); !status) return status;
     if (Status status = Append({reinterpret_cast<const uint8_t*>(sums.data()), sums.size()});
         !status) {

@@ -29,8 +29,17 @@ bool IsBackupName(std::string_view folder) {
     return true;
 }
 
+std::string PartFolder(const std::string& name, int disc) {
+    return name + std::string(kPartSuffix) + std::to_string(disc);
+}
+
 std::optional<std::string_view> BackupOfFolder(std::string_view folder) {
     if (folder.ends_with(kPartialSuffix)) folder.remove_suffix(kPartialSuffix.size());
+    const size_t digits = folder.find_last_not_of("0123456789");
+    if (digits != std::string_view::npos && digits + 1 < folder.size()) {
+        const std::string_view stem = folder.substr(0, digits + 1);
+        if (stem.ends_with(kPartSuffix)) folder = stem.substr(0, stem.size() - kPartSuffix.size());
+    }
     if (!IsBackupName(folder)) return std::nullopt;
     return folder;
 }

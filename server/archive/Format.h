@@ -20,6 +20,7 @@ inline constexpr char kSumsFile[] = "SHA256SUMS";
 inline constexpr char kKeyFile[] = "key.age";              // of a protected backup,
 inline constexpr std::string_view kSealedSuffix = ".age";  // whose media and catalogue have it
 inline constexpr std::string_view kPartialSuffix = ".partial";
+inline constexpr std::string_view kPartSuffix = ".disc";  // and the disc's number
 
 // The tar stream is cut into frames of at most this many bytes; before an entry that begins in the
 // last quarter and would not end in it.
@@ -33,8 +34,10 @@ inline constexpr size_t kTarRecord = 20 * kTarBlock;  // the stream's length is 
 
 // "20261122T201530-0000001a": the start in UTC and the job's id.
 std::string BackupName(int64_t start, int32_t jobId);
-bool IsBackupName(std::string_view folder);  // without the suffix of a partial one
-// The name of the backup in this folder, whole or partial; nothing for any other folder.
+bool IsBackupName(std::string_view folder);  // without any suffix
+// "20261122T201530-0000001a.disc1": what of a backup lies on a disc (from 1) that it goes on behind.
+std::string PartFolder(const std::string& name, int disc);
+// The name of the backup in this folder, whole, partial or a part; nothing for any other folder.
 std::optional<std::string_view> BackupOfFolder(std::string_view folder);
 
 // "0001.tar.zst"; media count from 1.

@@ -14,6 +14,7 @@ using nlohmann::ordered_json;
 constexpr char kFormatName[] = "velmora-backup";
 constexpr size_t kMaxMedia = 1'000'000;
 constexpr size_t kMaxVolumes = 10'000;
+constexpr int32_t kMaxDiscs = 1'000'000;
 
 const char* KindOf(core::JobType type) {
     switch (type) {
@@ -109,7 +110,9 @@ Bytes WriteManifest(const Manifest& manifest) {
     for (const ManifestMedium& medium : manifest.media) {
         json["media"].push_back(
             {{"file", medium.file}, {"size", medium.size}, {"sha256", medium.sha256}});
+        if (manifest.discs > 1) json["media"].back()["disc"] = medium.disc;
     }
+    if (manifest.discs > 1) json["discs"] = manifest.discs;
     json["entries"] = manifest.entries;
     json["files"] = manifest.files;
     json["bytes"] = manifest.bytes;
@@ -162,10 +165,16 @@ kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
         manifest.compressor = json.value("compressor", "");
         manifest.stockCommand = json.value("unpack_with", "");
         manifest.isProtected = json.value("protected", false);
+        manifest.discs = json.value("discs", 1);
+        if (manifest.discs < 1 || manifest.discs > kMaxDiscs) return Damaged("discs");
         for (const ordered_json& medium : media) {
             ManifestMedium read{medium.at("file").get<std::string>(),
-                                medium.at("size").get<int64_t>(), medium.value("sha256", "")};
-            if (!IsPlainName(read.file) || read.size < 0) return Damaged("a medium");
+                                medium.at("size").get<int64_t>(), medium.value("sha256", ""),
+                                medium.value("disc", manifest.discs)};
+            if (!IsPlainName(read.file) || read.size < 0 || read.disc < 1 ||
+                read.disc > manifest.discs) {
+                return Damaged("a medium");
+            }
             manifest.media.push_back(std::move(read));
         }
         manifest.entries = json.value("entries", int64_t{0});

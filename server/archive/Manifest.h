@@ -23,6 +23,7 @@ struct ManifestMedium {
     std::string file;
     int64_t size = 0;
     std::string sha256;  // 64 hexadecimal digits
+    int32_t disc = 1;    // the one that it lies on
     bool operator==(const ManifestMedium&) const = default;
 };
 
@@ -41,6 +42,7 @@ struct Manifest {
     std::string stockCommand;  // that unpacks a medium to stdout, "" for none
     bool isProtected = false;
     std::vector<ManifestMedium> media;
+    int32_t discs = 1;    // the last one holds everything but the media of those before
     int64_t entries = 0;  // everything in the tree
     int64_t files = 0;    // not directories
     int64_t bytes = 0;    // of file data

@@ -37,6 +37,7 @@ constexpr char kBackupTable[] =
     " addon TEXT NOT NULL, volume BLOB NOT NULL, media_name TEXT NOT NULL)";
 constexpr char kProtectionTable[] =
     "CREATE TABLE protection(recipient TEXT NOT NULL, key_file BLOB NOT NULL)";
+constexpr char kDiscsTable[] = "CREATE TABLE discs(manifest BLOB NOT NULL)";
 
 Status WriteProtection(Database& database, const archive::Protection& protection) {
     if (Status status = database.Execute(kProtectionTable); !status) return status;
@@ -44,6 +45,25 @@ Status WriteProtection(Database& database, const archive::Protection& protection
     insert.Bind(1, std::string_view(protection.recipient))
         .Bind(2, std::span<const uint8_t>(protection.keyFile));
     return insert.Run();
+}
+
+Status WriteDiscs(Database& database, const BackupInfo& info) {
+    if (Status status = database.Execute(kDiscsTable); !status) return status;
+    Statement insert = database.Prepare("INSERT INTO discs VALUES(?1)");
+    insert.Bind(1, std::span<const uint8_t>(info.manifest));
+    return insert.Run();
+}
+
+// Only a backup on a removable medium has the table.
+void ReadDiscs(CatalogueReader& reader, BackupInfo* info) {
+    Statement known =
+        reader.File().Prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'discs'");
+    if (!known.Next()) return;
+    info->isRemovable = true;
+    Statement row = reader.File().Prepare("SELECT manifest FROM discs");
+    if (!row.Next()) return;
+    const auto bytes = row.Blob(0);
+    info->manifest.assign(bytes.begin(), bytes.end());
 }
 
 Status WriteInfo(const std::string& path, const BackupInfo& info) {
@@ -69,6 +89,9 @@ Status WriteInfo(const std::string& path, const BackupInfo& info) {
     if (Status status = insert.Run(); !status) return status;
     if (info.isProtected) {
         if (Status status = WriteProtection(*database, info.protection); !status) return status;
+    }
+    if (info.isRemovable) {
+        if (Status status = WriteDiscs(*database, info); !status) return status;
     }
     return transaction.Commit();
 }
@@ -101,6 +124,7 @@ kit::Result<BackupInfo> ReadInfo(const std::string& path) {
         return Error::Make(ErrorKind::Damaged, path, "chain");
     origin->chain.pop_back();
     info.builtOn = std::move(origin->chain);
+    ReadDiscs(*reader, &info);
     if (info.isProtected) {
         Statement key = reader->File().Prepare("SELECT recipient, key_file FROM protection");
         if (!key.Next()) return Error::Make(ErrorKind::Damaged, path, "has no key");

@@ -32,6 +32,8 @@ struct BackupInfo {
     std::string addon;               // destination add-on
     BMessage volumeSettings;         // its settings: where the data lies
     std::string mediaName;           // in words
+    bool isRemovable = false;        // it lies on discs that may be in the drive or not
+    Bytes manifest;                  // of one that takes several, as it stands on the last
 };
 
 class CatalogueStore {

@@ -1,12 +1,18 @@
 // What a finished backup holds, read from where it lies: its manifest, its media, its frames. One
 // that builds on others has them with it.
 //
-// Made by one thread; ReadFrame and Medium may be called by several at once, each with a context of
-// its own.
+// Where it lies on discs that can be changed, whatever needs one that is not in asks for it and
+// waits, until it is there or the job is to end (Aborted).
+//
+// Made by one thread; ReadFrame, Medium and Load may be called by several at once, each with a
+// context of its own.
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "server/archive/FileSource.h"
@@ -25,7 +31,7 @@ public:
     static kit::Result<std::unique_ptr<BackupContent>> Open(const BackupInfo& info,
                                                             const EngineConfig& config,
                                                             const BackupKeys& keys,
-                                                            const VolumeHost& host);
+                                                            JobReport& report, JobControl& control);
 
     const archive::Manifest& Manifest() const { return fManifest; }
     KTVolume& Volume() const { return **fVolume; }
@@ -37,7 +43,16 @@ public:
     // The one of the chain that CatalogueFrame::source names; null for none.
     const BackupContent* Source(int32_t source) const;
 
-    // A file of the backup by its name in the folder, as it lies there.
+    // --- discs, counted from 1; the last one has everything but the media of those before --------
+    int Discs() const { return fManifest.discs; }
+    // The disc on which a frame of the chain lies, and which place of the chain it belongs to.
+    std::pair<int32_t, int> DiscOf(const CatalogueFrame& frame) const;
+    // Whether discs will be asked for: not all are there, of all of the chain.
+    bool NeedsDiscs() const;
+    // Returns when this disc is there.
+    kit::Status Load(int disc) const;
+
+    // A file of the backup by its name, as it lies there.
     std::unique_ptr<archive::FileSource> File(const std::string& name) const;
     // The plain bytes of a medium; null where the backup has none of that number.
     archive::FileSource* Medium(int number) const;
@@ -48,7 +63,20 @@ public:
                           Bytes* content) const;
 
 private:
-    explicit BackupContent(const VolumeHost& host) : fHost(host) {}
+    class DiscFile;
+
+    BackupContent(const BackupInfo& info, const EngineConfig& config, JobReport& report,
+                  JobControl& control);
+    kit::Status ReadItsManifest(const BackupInfo& info);
+    bool HasDisc(int disc) const;
+    std::string FolderOf(int disc) const;
+
+    JobReport& fReport;
+    JobControl& fControl;
+    const std::chrono::milliseconds fLookAgain;
+    const std::string fShown;  // how it is asked for
+    const bool fCanBeAway;
+    mutable std::mutex fLoading;
 
     VolumeHost fHost;  // goes after the destination
     std::optional<LoadedAddOn<KTVolume>> fVolume;

@@ -7,14 +7,15 @@
 #include <algorithm>
 #include <ctime>
 #include <thread>
+#include <utility>
 
 #include "addons/KTZstd/ZstdContext.h"
 #include "core/protocol/Texts.h"
 #include "core/selection/KTSelection.h"
 #include "kit/support/UniqueFd.h"
 #include "server/archive/Format.h"
-#include "server/archive/Readme.h"
 #include "server/engine/JobTotals.h"
+#include "server/engine/LookAgain.h"
 #include "server/engine/OwnFiles.h"
 #include "server/engine/SourceScan.h"
 #include "server/queue/JobDescription.h"
@@ -31,19 +32,13 @@ namespace text = core::text;
 namespace {
 
 constexpr int64_t kMegabyte = 1048576;
-// A full destination is looked at again this often, and an abort is noticed this often meanwhile.
-constexpr auto kLookAgain = std::chrono::seconds(2);
-constexpr auto kNotice = std::chrono::milliseconds(100);
 constexpr int kCatalogueLevel = 3;
+constexpr char kNothingNew[] = "-";  // no problem to tell of
 
 std::string HostName() {
     char name[256] = {};
     ::gethostname(name, sizeof(name) - 1);
     return name;
-}
-
-std::span<const uint8_t> BytesOf(std::string_view text) {
-    return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
 }
 
 // An incremental or differential backup has the protection of its set.
@@ -104,9 +99,17 @@ BackupJob::BackupJob(const JobOrder& order, const EngineConfig& config, Catalogu
 JobEnd BackupJob::Run() {
     if (!CheckDestination() || !FindSources()) return Ended(false);
     fOwn = OwnFilesOf(fVolume, fConfig, {fCatalogues.PathForNew(fName)});
-    const bool published = WriteData() && WriteCatalogue() && WriteGone() && WriteKey() &&
-                           WriteManifest() && MakeItExist();
+    const bool published = WriteData() && FinishCatalogue() && WriteRest();
     // What did not come to be is removed before the end is told.
+    if (fWriter && !published) {
+        std::string left;
+        for (const std::string& folder : fWriter->Discard())
+            left += (left.empty() ? "" : ", ") + folder;
+        if (!left.empty()) {
+            fReport.Words(LineType::Heading,
+                          "On discs that are not in there remain, and can be deleted: " + left);
+        }
+    }
     fWriter.reset();
     fCatalogue.reset();
     ::unlink(fCatalogues.PathForNew(fName).c_str());
@@ -143,6 +146,7 @@ bool BackupJob::CheckDestination() {
             fReport.Line(LineType::Heading, text::kFreeSpaceIs,
                          Number(space->freeBytes / kMegabyte));
         }
+        fRemovable = space->removable;
         fReport.Line(LineType::Heading,
                      space->removable ? text::kRemovableYes : text::kRemovableNo);
     }
@@ -227,10 +231,13 @@ bool BackupJob::WriteData() {
 
     const bool split = fVolume.MediaSize() > 0;
     fWriter = std::make_unique<BackupWriter>(
-        fVolume, fName, fCompressor.Suffix(), [this](int medium) { return WaitForRoom(medium); },
-        [this, split](int medium) {
-            if (split) fReport.Line(LineType::Heading, text::kBackupDataToMedium, Number(medium));
+        fVolume, fName, fCompressor.Suffix(), [this, split](int medium) {
+            if (split || medium > 1)
+                fReport.Line(LineType::Heading, text::kBackupDataToMedium, Number(medium));
         });
+    std::function<bool(const BackupWriter::FullDisc&)> nextDisc;
+    if (fRemovable) nextDisc = [this](const auto& full) { return WaitForDisc(full); };
+    fWriter->WhenFull([this] { return MakeRoom(); }, std::move(nextDisc));
     if (fProtection) {
         const auto recipient = archive::AgeRecipient::FromText(fProtection->recipient);
         if (!recipient) {
@@ -284,12 +291,26 @@ bool BackupJob::WriteData() {
     return true;
 }
 
+bool BackupJob::FinishCatalogue() {
+    Status status = fCatalogue->Finish();
+    if (!status) fReport.Error(text::kLogNotWritten, {fCatalogue->Path()}, status.error().Text());
+    return status.ok();
+}
+
+// What stands behind the media stands together, on the last disc.
+bool BackupJob::WriteRest() {
+    fInRest = true;
+    for (;;) {
+        if (WriteCatalogue() && WriteGone() && WriteKey() && WriteManifest() && MakeItExist())
+            return true;
+        if (!fDiscFull) return false;
+        const kit::Error full = *std::exchange(fDiscFull, std::nullopt);
+        if (Status status = fWriter->NextDisc(full); !status) return TellFailure(status.error());
+    }
+}
+
 bool BackupJob::WriteCatalogue() {
     const std::string path = fCatalogue->Path();
-    if (Status status = fCatalogue->Finish(); !status) {
-        fReport.Error(text::kLogNotWritten, {path}, status.error().Text());
-        return false;
-    }
     if (Status status = fWriter->OpenFile(archive::kCatalogueFile, BackupWriter::Content::Secret);
         !status) {
         return DestinationFailed(status.error());
@@ -370,7 +391,8 @@ bool BackupJob::WriteKey() {
 }
 
 bool BackupJob::WriteManifest() {
-    archive::Manifest manifest;
+    archive::Manifest& manifest = fManifest;
+    manifest = {};
     manifest.name = fName;
     manifest.title = fTitle;
     manifest.type = fOrder.type;
@@ -392,6 +414,7 @@ bool BackupJob::WriteManifest() {
     manifest.stockCommand = fCompressor.StockCommand();
     manifest.isProtected = fProtection.has_value();
     manifest.media = fWriter->Media();
+    manifest.discs = fWriter->Disc();
     manifest.entries = fTotals.entries;
     manifest.files = fTotals.files;
     manifest.bytes = fTotals.bytes;
@@ -399,9 +422,6 @@ bool BackupJob::WriteManifest() {
     Status status = fWriter->OpenFile(archive::kManifestFile, BackupWriter::Content::Public);
     if (status) status = fWriter->WriteToFile(archive::WriteManifest(manifest));
     if (status) status = fWriter->FinishFile();
-    if (status) {
-        status = fVolume.WriteRootFile(archive::kReadmeFile, BytesOf(archive::ReadmeText()));
-    }
     if (!status) return DestinationFailed(status.error());
     return true;
 }
@@ -424,6 +444,8 @@ bool BackupJob::MakeItExist() {
     fVolume.GetSettings(&info.volumeSettings);
     info.addon = info.volumeSettings.Get<std::string>("addon", "");
     info.mediaName = fVolume.MediaName();
+    info.isRemovable = fRemovable;
+    if (fManifest.discs > 1) info.manifest = archive::WriteManifest(fManifest);
     if (Status status = fCatalogues.Adopt(fName, info); !status) {
         // The backup stands and can be inserted by its own catalogue.
         fReport.Error(text::kNoDatabase, {}, status.error().Text());
@@ -437,15 +459,20 @@ int32_t BackupJob::SetId() const {
     return base.type == core::JobType::Full ? base.jobId : base.baseId;
 }
 
-void BackupJob::RemoveOldBackups() {
-    const auto folders = fVolume.ListBackups();
+// --- older backups, and room --------------------------------------------------------------------
+
+int BackupJob::RemoveOldBackups() {
+    auto folders = fVolume.ListBackups();
     if (!folders) {
         fReport.ErrorWords("Error: can't list the older backups", folders.error().Text());
-        return;
+        return 0;
     }
+    // The newest go first: they may build on those before.
+    std::ranges::sort(*folders, std::ranges::greater());
+    int removed = 0;
     for (const std::string& folder : *folders) {
         const auto backup = archive::BackupOfFolder(folder);
-        if (!backup || *backup == fName) continue;
+        if (!backup || *backup == fName || !MayBeOverwritten(std::string(*backup))) continue;
         const std::string name(*backup);
         const auto info = fCatalogues.Find(name);
         auto removal = fCatalogues.BeginRemoval(name);
@@ -460,11 +487,76 @@ void BackupJob::RemoveOldBackups() {
             fReport.ErrorWords("Error: can't delete backup '" + name + "'", status.error().Text());
             continue;
         }
+        ++removed;
         if (!info) continue;
         if (Status status = removal->Finish(); !status) {
             fReport.Error(text::kNoDatabase, {}, status.error().Text());
         }
     }
+    return removed;
+}
+
+// What this job builds on is never taken away, nor what others need that lie elsewhere.
+bool BackupJob::MayBeOverwritten(const std::string& name) {
+    std::string why;
+    if (fBase && std::ranges::find(fBase->origin.chain, name) != fBase->origin.chain.end()) {
+        why = "this one builds on it";
+    } else {
+        for (const BackupInfo& other : fCatalogues.Backups()) {
+            if (std::ranges::find(other.builtOn, name) != other.builtOn.end())
+                why = "'" + other.name + "' is built on it";
+        }
+    }
+    if (why.empty()) return true;
+    if (fKept.insert(name).second)
+        fReport.Words(LineType::Heading, "The backup '" + name + "' stays: " + why + ".");
+    return false;
+}
+
+// Before the new backup stands the older ones go only where there is no room for it otherwise, and
+// only if that is wanted.
+bool BackupJob::MakeRoom() {
+    if (!fVolume.IsOverwrite() || !fControl.MayGoOn()) return false;
+    return RemoveOldBackups() > 0;
+}
+
+// Of the drive that the destination is. Called by the writing thread, too.
+bool BackupJob::WaitForDisc(const BackupWriter::FullDisc& full) {
+    if (!fControl.MayGoOn()) return false;
+    KTReportLine line;
+    line.AddInt32(full.disc);
+    line.AddString(fVolume.MediaName());
+    fReport.Line(LineType::Heading, text::kMediumFull, std::move(line));
+    if (full.why.kind != ErrorKind::Full) fReport.Words(LineType::Heading, full.why.Text());
+    const auto space = fVolume.Space();
+    const int64_t before = space ? space->freeBytes : -1;
+    std::string told;
+    return LookAgainUntil(fControl, fConfig.lookAgain, [&] {
+        const std::string problem = ProblemWithDisc(full.needed, before);
+        if (problem != told && problem != kNothingNew && !problem.empty())
+            fReport.Words(LineType::Heading, problem);
+        told = problem;
+        return problem.empty();
+    });
+}
+
+// Why the backup cannot go on with what is in the drive now; "" if it can.
+std::string BackupJob::ProblemWithDisc(int64_t needed, int64_t before) {
+    auto space = fVolume.Space();
+    // Where nothing is in, the place is a directory of the system, or none.
+    if (!space || !space->removable) return kNothingNew;
+    if (space->readOnly) return "This disc is read-only. Please insert another one.";
+    if (const Status access = fVolume.CheckAccess(); !access) return access.error().Text();
+    if (space->freeBytes < 0) return "";
+    if (space->freeBytes < needed && MakeRoom()) space = fVolume.Space();
+    if (!space || space->freeBytes == before) return kNothingNew;
+    if (space->freeBytes >= needed) return "";
+    const auto folders = fVolume.ListBackups();
+    const bool isOurs = folders && std::ranges::any_of(*folders, [&](const std::string& folder) {
+                            return archive::BackupOfFolder(folder) == fName;
+                        });
+    return isOurs ? "This disc has a part of this backup already. Please insert another one."
+                  : "This disc has too little room. Please insert another one.";
 }
 
 // --- the end ------------------------------------------------------------------------------------
@@ -488,26 +580,16 @@ JobEnd BackupJob::Ended(bool published) {
     return JobEnd::Good;
 }
 
-// A removable destination may get room again; any other is full for good. Called by the writing
-// thread.
-bool BackupJob::WaitForRoom(int medium) {
-    auto space = fVolume.Space();
-    if (!space || !space->removable || !fControl.MayGoOn()) return false;
-    KTReportLine line;
-    line.AddInt32(medium);
-    line.AddString(fVolume.MediaName());
-    fReport.Line(LineType::Heading, text::kMediumFull, std::move(line));
-    for (;;) {
-        for (auto waited = kNotice; waited < kLookAgain; waited += kNotice) {
-            std::this_thread::sleep_for(kNotice);
-            if (!fControl.MayGoOn()) return false;
-        }
-        space = fVolume.Space();
-        if (space && space->freeBytes >= 2 * static_cast<int64_t>(archive::kFrameSize)) return true;
+bool BackupJob::DestinationFailed(const kit::Error& error) {
+    // Behind the media another disc helps.
+    if (error.kind == ErrorKind::Full && fWriter && fWriter->CanChangeDiscs() && fInRest) {
+        fDiscFull = error;
+        return false;
     }
+    return TellFailure(error);
 }
 
-bool BackupJob::DestinationFailed(const kit::Error& error) {
+bool BackupJob::TellFailure(const kit::Error& error) {
     if (fControl.IsAborted()) return false;
     switch (error.kind) {
         case ErrorKind::Full:

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -50,17 +51,24 @@ private:
     bool CheckDestination();
     bool FindSources();
     bool WriteData();
+    bool FinishCatalogue();
+    bool WriteRest();
     bool WriteCatalogue();
     bool CopyBaseFrames();
     bool WriteGone();
     bool WriteKey();
     bool WriteManifest();
     bool MakeItExist();
-    void RemoveOldBackups();
     core::JobEnd Ended(bool published);
 
-    bool WaitForRoom(int medium);
+    // Older backups that are to be overwritten; how many went.
+    int RemoveOldBackups();
+    bool MayBeOverwritten(const std::string& name);
+    bool MakeRoom();
+    bool WaitForDisc(const archive::BackupWriter::FullDisc& full);
+    std::string ProblemWithDisc(int64_t needed, int64_t before);
     bool DestinationFailed(const kit::Error& error);
+    bool TellFailure(const kit::Error& error);
     int32_t SetId() const;
     int Workers() const;
 
@@ -84,6 +92,11 @@ private:
     int64_t fFirstFrame = 0;  // its own come after those of its base
     std::unique_ptr<CatalogueWriter> fCatalogue;
     std::unique_ptr<archive::BackupWriter> fWriter;
+    bool fRemovable = false;
+    bool fInRest = false;                 // the media are written
+    std::optional<kit::Error> fDiscFull;  // what stands behind them did not fit
+    std::set<std::string> fKept;          // older backups of which it was told that they stay
+    archive::Manifest fManifest;
     TreePacker::Totals fTotals;
 };
 

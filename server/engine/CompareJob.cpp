@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <ctime>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,6 +14,7 @@
 #include "core/protocol/Texts.h"
 #include "server/engine/CatalogueCount.h"
 #include "server/engine/CatalogueWalk.h"
+#include "server/engine/DiscOrder.h"
 #include "server/engine/EntryComparer.h"
 #include "server/engine/FrameCrew.h"
 #include "server/engine/JobTotals.h"
@@ -39,9 +41,9 @@ public:
           fMatcher(matcher),
           fSaved(backup.catalogue),
           fVolumes(job.fConfig.roster.Volumes()),
-          fCrew(job.fConfig.workers > 0 ? static_cast<size_t>(job.fConfig.workers)
-                                        : std::max(2U, std::thread::hardware_concurrency()),
-                backup.info.builtOn.size() + 1, [this] { Work(); }) {}
+          fCrew(ReadingThreads(backup.content, job.fConfig), backup.info.builtOn.size() + 1,
+                [this] { Work(); }),
+          fOrder(fCrew, fContent, fCatalogue) {}
 
     void Run();
 
@@ -55,8 +57,9 @@ private:
     // Opens it; what is not there is told.
     void EnterVolume(const std::string& path);
     void Work();
-    void Compare(EntryComparer& comparer, const CompareItem& item);
-    void CompareLinks(EntryComparer& comparer);
+    void Compare(EntryComparer& comparer, CompareItem item);
+    // Each with the place of what it is a link to.
+    void CompareLinks(const std::function<void(CompareItem)>& compare);
 
     CompareJob& fJob;
     const std::string fRoot, fPath;
@@ -71,6 +74,7 @@ private:
     std::mutex fMutex;
     std::map<int32_t, DiskNode> fShared;  // nodes with several names, by the entry; of fMutex
     FrameCrew<CompareItem> fCrew;
+    DiscOrder<CompareItem> fOrder;
 };
 
 void CompareJob::Backup::Run() {
@@ -87,14 +91,21 @@ void CompareJob::Backup::Run() {
     });
     CatalogueWalk walk(fCatalogue, fMatcher, fJob.fRules);
     const kit::Status walked = walk.Run(fRoot, *this);
-    fCrew.Finish();
+    const bool needsDiscs = fOrder.NeedsDiscs();
+    // Behind what they are links to, on the disc on which that is.
+    const auto later = [this](CompareItem item) {
+        const int64_t frame = item.entry.frame;
+        fOrder.Add(frame, std::move(item));
+    };
+    if (needsDiscs) CompareLinks(later);
+    fOrder.Finish();
     if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
     if (walk.Refused() > 0) {
         fJob.fReport.ErrorWords("Error: " + std::to_string(walk.Refused()) +
                                 " entries of the catalogue cannot be what it says");
     }
     EntryComparer comparer(fContent, fCatalogue, fJob.fItems, fJob.fReport, fJob.fControl);
-    CompareLinks(comparer);
+    if (!needsDiscs) CompareLinks([&](const CompareItem& item) { Compare(comparer, item); });
     beside.join();
 }
 
@@ -146,7 +157,7 @@ bool CompareJob::Backup::Enter(const std::string& path, const CatalogueEntry& en
     // One that is only on the way is told where it bars the way.
     const bool isThere = fVolume->OpenDirectory(below).ok();
     const bool counts = taken && fSaved.Includes(item.path);
-    if (counts || !isThere) fCrew.Add(place.frame, std::move(item));
+    if (counts || !isThere) fOrder.Add(place.frame, std::move(item));
     return isThere;
 }
 
@@ -156,7 +167,7 @@ void CompareJob::Backup::Entry(const std::string& directory, const CatalogueEntr
     if (entry.link != 0) {
         fLinks.push_back(std::move(item));
     } else {
-        fCrew.Add(entry.frame, std::move(item));
+        fOrder.Add(entry.frame, std::move(item));
     }
 }
 
@@ -179,8 +190,13 @@ void CompareJob::Backup::Work() {
     }
 }
 
-void CompareJob::Backup::Compare(EntryComparer& comparer, const CompareItem& item) {
+void CompareJob::Backup::Compare(EntryComparer& comparer, CompareItem item) {
     using Outcome = EntryComparer::Outcome;
+    if (item.entry.link != 0) {
+        const std::lock_guard lock(fMutex);
+        if (const auto known = fShared.find(item.entry.link); known != fShared.end())
+            item.compared = known->second;
+    }
     const Outcome outcome = comparer.Compare(item);
     if (outcome == Outcome::Aborted) return;
     const bool isDirectory = S_ISDIR(item.entry.mode);
@@ -204,7 +220,7 @@ void CompareJob::Backup::Compare(EntryComparer& comparer, const CompareItem& ite
 }
 
 // A further name is on disk of the node that was compared under the first, or of one of its own.
-void CompareJob::Backup::CompareLinks(EntryComparer& comparer) {
+void CompareJob::Backup::CompareLinks(const std::function<void(CompareItem)>& compare) {
     for (CompareItem& item : fLinks) {
         if (!MayGoOn()) return;
         const auto first = fCatalogue.EntryAt(item.entry.link);
@@ -216,9 +232,7 @@ void CompareJob::Backup::CompareLinks(EntryComparer& comparer) {
         }
         item.entry.frame = first->frame;
         item.entry.offset = first->offset;
-        if (const auto known = fShared.find(first->id); known != fShared.end())
-            item.compared = known->second;
-        Compare(comparer, item);
+        compare(std::move(item));
     }
 }
 

@@ -125,6 +125,11 @@ bool EntryComparer::DataDiffers(const CompareItem& item) {
 }
 
 void EntryComparer::Unreadable(int32_t textId, const CompareItem& item, std::string_view reason) {
+    // The wait for a disc may have been given up.
+    if (fControl.IsAborted()) {
+        Worse(Outcome::Aborted);
+        return;
+    }
     Worse(Outcome::Unreadable);
     fReport.Error(textId, {item.path}, reason);
 }

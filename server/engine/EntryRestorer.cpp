@@ -93,6 +93,7 @@ kit::Result<ReadMember> EntryRestorer::ReadHeader(const CatalogueEntry& entry, i
 }
 
 EntryRestorer::Outcome EntryRestorer::Unreadable(const RestoreItem& item, const kit::Error& error) {
+    if (error.kind == kit::ErrorKind::Aborted) return Outcome::Aborted;
     const bool isLink = S_ISLNK(item.entry.mode);
     KTReportLine line;
     line.AddString(item.path);

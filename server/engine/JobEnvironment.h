@@ -56,6 +56,8 @@ struct EngineConfig {
     // Files of the server's own that change while it works: left out of backups, with everything
     // beside them whose name begins with theirs (logs, journals).
     std::vector<std::string> ownFiles;
+    // A medium that is waited for is looked for this often.
+    std::chrono::milliseconds lookAgain = std::chrono::seconds(2);
     std::function<int64_t()> now;  // seconds since the epoch; empty: the system's clock
 };
 

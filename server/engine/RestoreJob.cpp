@@ -16,6 +16,7 @@
 
 #include "core/protocol/Texts.h"
 #include "server/engine/CatalogueCount.h"
+#include "server/engine/DiscOrder.h"
 #include "server/engine/FrameCrew.h"
 #include "server/engine/JobTotals.h"
 #include "server/engine/SelectedBackups.h"
@@ -40,9 +41,9 @@ public:
           fMatcher(matcher),
           fPlaces(job.fOrder.description.Get<BMessage>("selection", BMessage()), job.fDivert,
                   job.fCreateRoot, job.fConfig.roster.Volumes()),
-          fCrew(job.fConfig.workers > 0 ? static_cast<size_t>(job.fConfig.workers)
-                                        : std::max(2U, std::thread::hardware_concurrency()),
-                backup.info.builtOn.size() + 1, [this] { Work(); }) {
+          fCrew(ReadingThreads(backup.content, job.fConfig), backup.info.builtOn.size() + 1,
+                [this] { Work(); }),
+          fOrder(fCrew, fContent, fCatalogue) {
         if (fPlaces.Refused() > 0) {
             job.fReport.ErrorWords("Error: " + std::to_string(fPlaces.Refused()) +
                                    " redirections cannot be understood");
@@ -52,11 +53,17 @@ public:
     void Run();
 
 private:
-    static constexpr size_t kNoDirectory = SIZE_MAX;
-    // An entry to be made, or a directory whose header is to be read: its place in fLate.
+    static constexpr size_t kNone = SIZE_MAX;
+    // An entry to be made, a directory whose header is to be read (its place in fLate), or a hard
+    // link of which it is to be read what it is a link to (its place in fLinks).
     struct Task {
         RestoreItem item;
-        size_t late = kNoDirectory;
+        size_t late = kNone;
+        size_t link = kNone;
+    };
+    struct Link {
+        RestoreItem item;
+        std::optional<ReadMember> header;
     };
 
     // A directory on the way down, made when something needs it.
@@ -92,6 +99,7 @@ private:
     void Work();
     void Count(const RestoreItem& item, EntryRestorer::Outcome outcome);
     void ReadHeaderOf(EntryRestorer& restorer, size_t late);
+    void ReadLink(EntryRestorer& restorer, size_t link);
     void LinkAll(EntryRestorer& restorer);
     void FinishDirectories();
 
@@ -105,12 +113,13 @@ private:
     std::map<std::string, std::shared_ptr<const RestoreTarget>> fTargets;
     std::set<std::string> fMissingVolumes;
     std::vector<Directory> fWay;  // from the top to the directory at hand
-    std::vector<RestoreItem> fLinks;
     std::vector<bool> fRestored;  // by the entry's id; guarded by fMutex
 
     std::mutex fMutex;
     std::deque<Late> fLate;
+    std::deque<Link> fLinks;
     FrameCrew<Task> fCrew;
+    DiscOrder<Task> fOrder;
 };
 
 void RestoreJob::Backup::Run() {
@@ -123,7 +132,7 @@ void RestoreJob::Backup::Run() {
     });
     CatalogueWalk walk(fCatalogue, fMatcher, fJob.fRules);
     const kit::Status walked = walk.Run(fRoot, *this);
-    fCrew.Finish();
+    fOrder.Finish();
     counting.join();
     if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
     if (walk.Refused() > 0) {
@@ -228,7 +237,7 @@ bool RestoreJob::Backup::Make(Directory& directory) {
     }
     // The stream has nothing of a volume.
     const int64_t frame = task.item.entry.frame;
-    if (frame >= 0) fCrew.Add(frame, std::move(task));
+    if (frame >= 0) fOrder.Add(frame, std::move(task));
     return true;
 }
 
@@ -307,11 +316,15 @@ void RestoreJob::Backup::Entry(const std::string& directory, const CatalogueEntr
         item.name = entry.name;
     }
     item.entry = entry;
+    Task task;
     if (entry.link != 0) {
-        fLinks.push_back(std::move(item));
-        return;
+        const std::lock_guard lock(fMutex);
+        task.link = fLinks.size();
+        fLinks.push_back({std::move(item), {}});
+    } else {
+        task.item = std::move(item);
     }
-    fCrew.Add(entry.frame, {std::move(item)});
+    fOrder.Add(entry.frame, std::move(task));
 }
 
 void RestoreJob::Backup::Work() {
@@ -326,8 +339,10 @@ void RestoreJob::Backup::Work() {
     while (const auto bundle = fCrew.Next()) {
         for (const Task& task : *bundle) {
             if (!restorer || !MayGoOn()) break;
-            if (task.late != kNoDirectory) {
+            if (task.late != kNone) {
                 ReadHeaderOf(*restorer, task.late);
+            } else if (task.link != kNone) {
+                ReadLink(*restorer, task.link);
             } else {
                 Count(task.item, restorer->Restore(task.item));
             }
@@ -345,12 +360,25 @@ void RestoreJob::Backup::ReadHeaderOf(EntryRestorer& restorer, size_t number) {
     }
     auto header = restorer.ReadHeader(entry, entry.frame, entry.offset);
     if (!header) {
+        if (header.error().kind == kit::ErrorKind::Aborted) return;
         fJob.fReport.ErrorWords("Error: can't read the attributes of directory '" + shown + "'",
                                 header.error().Text());
         return;
     }
     std::lock_guard lock(fMutex);
     fLate[number].header = std::move(*header);
+}
+
+void RestoreJob::Backup::ReadLink(EntryRestorer& restorer, size_t number) {
+    CatalogueEntry entry;
+    {
+        const std::lock_guard lock(fMutex);
+        entry = fLinks[number].item.entry;
+    }
+    auto header = restorer.ReadHeader(entry, entry.frame, entry.offset);
+    if (!header) return;  // told when it is to be made
+    const std::lock_guard lock(fMutex);
+    fLinks[number].header = std::move(*header);
 }
 
 void RestoreJob::Backup::Count(const RestoreItem& item, EntryRestorer::Outcome outcome) {
@@ -394,13 +422,12 @@ void RestoreJob::Backup::Count(const RestoreItem& item, EntryRestorer::Outcome o
 void RestoreJob::Backup::LinkAll(EntryRestorer& restorer) {
     // The first name of each that is there by now.
     std::map<int32_t, RestoreItem> firsts;
-    for (RestoreItem& item : fLinks) {
+    for (auto& [item, header] : fLinks) {
         if (!MayGoOn()) return;
         const int32_t id = item.entry.link;
         auto first = firsts.find(id);
         if (first == firsts.end()) {
             // The stream names the first one by its path; the catalogue must know the same.
-            auto header = restorer.ReadHeader(item.entry, item.entry.frame, item.entry.offset);
             const auto entry = fCatalogue.EntryAt(id);
             if (!header || !entry || S_ISDIR(entry->mode)) {
                 fJob.fReport.Error(text::kNotReadFromBackup, {item.path});

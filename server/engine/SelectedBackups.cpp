@@ -34,7 +34,7 @@ namespace {
 // Opens those that a backup builds on. False: one of them is missing, or cannot be read; told.
 bool OpenBases(const BackupInfo& info, BackupContent& content, const JobOrder& order,
                const EngineConfig& config, CatalogueStore& catalogues, JobReport& report,
-               const JobControl& control, std::vector<std::shared_ptr<const BackupInfo>>* held) {
+               JobControl& control, std::vector<std::shared_ptr<const BackupInfo>>* held) {
     std::vector<std::unique_ptr<BackupContent>> bases;
     for (const std::string& name : info.builtOn) {
         const auto base = catalogues.Use(name);
@@ -47,8 +47,9 @@ bool OpenBases(const BackupInfo& info, BackupContent& content, const JobOrder& o
         BackupKeys keys = order.keys;
         if (const auto key = order.keys.find(info.name); key != order.keys.end())
             keys[name] = key->second;
-        auto opened = BackupContent::Open(*base, config, keys, {report, control});
+        auto opened = BackupContent::Open(*base, config, keys, report, control);
         if (!opened) {
+            if (control.IsAborted()) return false;
             report.Error(text::kBackupHeaderUnreadable, {base->title}, opened.error().Text());
             return false;
         }
@@ -62,7 +63,7 @@ bool OpenBases(const BackupInfo& info, BackupContent& content, const JobOrder& o
 
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const JobControl& control, Chain chain,
+                           JobReport& report, JobControl& control, Chain chain,
                            const std::function<bool(const OpenBackup&)>& visit) {
     std::vector<std::string> names;
     for (const core::SelectionRule& rule : rules) {
@@ -87,8 +88,9 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
                          "'" + info->title + "' is protected by a password and was left out.");
             continue;
         }
-        const auto content = BackupContent::Open(*info, config, order.keys, {report, control});
+        const auto content = BackupContent::Open(*info, config, order.keys, report, control);
         if (!content) {
+            if (control.IsAborted()) break;
             report.Error(text::kBackupHeaderUnreadable, {info->title}, content.error().Text());
             continue;
         }

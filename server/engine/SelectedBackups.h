@@ -28,7 +28,7 @@ enum class Chain { Whole, Own };
 // open them; none of them is deleted meanwhile. `visit` returns false to stop.
 void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const JobOrder& order,
                            const EngineConfig& config, CatalogueStore& catalogues,
-                           JobReport& report, const JobControl& control, Chain chain,
+                           JobReport& report, JobControl& control, Chain chain,
                            const std::function<bool(const OpenBackup&)>& visit);
 
 // The first component of "/a/b/c".

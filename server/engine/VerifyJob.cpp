@@ -1,6 +1,7 @@
 #include "server/engine/VerifyJob.h"
 
 #include <ctime>
+#include <functional>
 #include <set>
 #include <thread>
 
@@ -27,9 +28,11 @@ constexpr int64_t kMostSums = int64_t{4} << 20;
 // that this one builds on is theirs.
 class StreamCheck : public CatalogueVisitor {
 public:
+    // `onFrame` is told of each before it is read; may be empty.
     StreamCheck(const OpenBackup& backup, CatalogueReader& places, int64_t firstFrame,
-                JobReport& report, JobControl& control)
+                std::function<void(int64_t)> onFrame, JobReport& report, JobControl& control)
         : fCursor(backup.content, places),
+          fOnFrame(std::move(onFrame)),
           fReport(report),
           fControl(control),
           fFirst(firstFrame),
@@ -60,7 +63,7 @@ private:
         fPath = WithoutBackup(path);
         fIsTold = false;
         fReport.Tick(fPath);
-        if (auto status = fCursor.Seek(frame, offset); !status) {
+        if (auto status = Seek(frame, offset); !status) {
             Tell(status.error());
             return;
         }
@@ -77,16 +80,22 @@ private:
     // The frames between two headers hold the data of the entry before.
     void PassTo(int64_t frame) {
         for (; fPassed < frame - 1 && fControl.MayGoOn(); ++fPassed) {
-            if (auto status = fCursor.Seek(fPassed + 1, 0); !status) Tell(status.error());
+            if (auto status = Seek(fPassed + 1, 0); !status) Tell(status.error());
         }
         fPassed = std::max(fPassed, frame);
     }
+    kit::Status Seek(int64_t frame, int64_t offset) {
+        if (fOnFrame) fOnFrame(frame);
+        return fCursor.Seek(frame, offset);
+    }
     void Tell(const kit::Error& error) {
+        if (fControl.IsAborted()) return;
         if (!std::exchange(fIsTold, true))
             fReport.Error(text::kNotReadFromBackup, {fPath}, error.Text());
     }
 
     FrameCursor fCursor;
+    const std::function<void(int64_t)> fOnFrame;
     JobReport& fReport;
     JobControl& fControl;
     const int64_t fFirst;  // of its own frames
@@ -150,6 +159,14 @@ JobEnd VerifyJob::Run() {
 void VerifyJob::Check(const OpenBackup& backup) {
     ++fBackups;
     fReport.AddTotals(backup.info.files, backup.info.bytes);
+    fReadDisc = 0;
+    fChecked.clear();
+    if (backup.content.NeedsDiscs()) {
+        // Each disc once: the last one, with the sums of all files, comes last.
+        CheckStream(backup);
+        CheckSums(backup);
+        return;
+    }
     std::thread sums([&] { CheckSums(backup); });
     CheckStream(backup);
     sums.join();
@@ -157,6 +174,7 @@ void VerifyJob::Check(const OpenBackup& backup) {
 
 void VerifyJob::CheckSums(const OpenBackup& backup) {
     const auto wrong = [&](const std::string& why) {
+        if (fControl.IsAborted()) return;
         fReport.ErrorWords("Error: the checksums of '" + backup.info.name + "' cannot be read",
                            why);
     };
@@ -181,8 +199,15 @@ void VerifyJob::CheckSums(const OpenBackup& backup) {
         if (line.size() < 67 || line.substr(64, 2) != "  " || line.find('/') != std::string::npos) {
             return wrong("a line of it is damaged");
         }
-        missing.erase(line.substr(66));
-        CheckSum(backup, line.substr(66), line.substr(0, 64));
+        const std::string file = line.substr(66), sum = line.substr(0, 64);
+        missing.erase(file);
+        // The media of the discs before were read when those were in.
+        const auto before = fChecked.find(file);
+        if (before == fChecked.end()) {
+            CheckSum(backup, file, sum);
+        } else if (before->second != sum) {
+            fReport.ErrorWords("Error: the checksum of '" + file + "' is wrong");
+        }
     }
     for (const std::string& file : missing)
         fReport.ErrorWords("Error: '" + file + "' has no checksum");
@@ -197,6 +222,7 @@ void VerifyJob::CheckSum(const OpenBackup& backup, const std::string& file,
         if (!fControl.MayGoOn()) return;
         const auto got = source->ReadAt(offset, block);
         if (!got) {
+            if (fControl.IsAborted()) return;
             fReport.ErrorWords("Error: can't read '" + file + "'", got.error().Text());
             return;
         }
@@ -205,6 +231,18 @@ void VerifyJob::CheckSum(const OpenBackup& backup, const std::string& file,
         offset += static_cast<int64_t>(*got);
     }
     if (sha.Finish() != sum) fReport.ErrorWords("Error: the checksum of '" + file + "' is wrong");
+}
+
+// A disc was put in, and another will follow: what lies on it is checked now.
+void VerifyJob::CheckDisc(const OpenBackup& backup, int disc) {
+    if (disc == fReadDisc) return;
+    fReadDisc = disc;
+    if (disc == backup.content.Discs()) return;
+    for (const auto& medium : backup.content.Manifest().media) {
+        if (medium.disc != disc) continue;
+        CheckSum(backup, medium.file, medium.sha256);
+        fChecked[medium.file] = medium.sha256;
+    }
 }
 
 void VerifyJob::CheckStream(const OpenBackup& backup) {
@@ -218,7 +256,15 @@ void VerifyJob::CheckStream(const OpenBackup& backup) {
     const std::vector<core::SelectionRule> rules{*all};
     const core::SelectionMatcher matcher(rules);
     const auto source = static_cast<int32_t>(backup.info.builtOn.size());
-    StreamCheck check(backup, *places, places->FirstFrameOf(source), fReport, fControl);
+    std::function<void(int64_t)> onFrame;
+    if (backup.content.NeedsDiscs()) {
+        onFrame = [&](int64_t frame) {
+            const auto place = places->FrameAt(frame);
+            if (place) CheckDisc(backup, backup.content.DiscOf(*place).second);
+        };
+    }
+    StreamCheck check(backup, *places, places->FirstFrameOf(source), std::move(onFrame), fReport,
+                      fControl);
     CatalogueWalk walk(backup.catalogue, matcher, rules);
     const kit::Status walked = walk.Run("/" + backup.info.name, check);
     if (!walked || walk.Refused() > 0) {

@@ -151,7 +151,13 @@ core::JobEnd EngineHouse::RunTo(KTVolume& to, const JobOrder& order) {
     ++fNextJob;
     JobReport report(events);
     auto compressor = LoadCompressor(config.addOnFolder, packer);
-    return BackupJob(order, config, *catalogues, report, control, to, **compressor).Run();
+    std::unique_ptr<BaseBackup> base;
+    if (order.type != core::JobType::Full) {
+        const auto set = order.description.Get<int32_t>("base_id", 0);
+        base = std::move(*BaseBackup::Find(*catalogues, set, order.type));
+    }
+    return BackupJob(order, config, *catalogues, report, control, to, **compressor, std::move(base))
+        .Run();
 }
 
 std::vector<std::string> EngineHouse::Folders() const {

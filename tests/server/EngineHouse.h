@@ -136,6 +136,10 @@ public:
         return fVolume.ReadAt(folder, file, offset, into);
     }
     kit::Status WriteRootFile(const std::string& file, std::span<const uint8_t> data) override;
+    kit::Status ClosePart(const std::string& name, const std::string& folder,
+                          const std::vector<std::string>& files) override {
+        return fVolume.ClosePart(name, folder, files);
+    }
 
 private:
     KTVolume& fVolume;
