@@ -123,9 +123,8 @@ Status BackupWriter::NextDisc(Error full) {
         if (medium.disc == fDisc) files.push_back(medium.file);
     }
     if (std::exchange(fBegun, false)) {
-        Status status = files.empty()
-                            ? fVolume.RemoveBackup(fName + std::string(kPartialSuffix))
-                            : fVolume.ClosePart(fName, PartFolder(fName, fDisc), files);
+        Status status = files.empty() ? fVolume.RemoveBackup(fName + std::string(kPartialSuffix))
+                                      : fVolume.ClosePart(fName, PartFolder(fName, fDisc), files);
         if (!status) return status;
     }
     FullDisc disc{fDisc, kEnough + (inMedia ? 0 : fOtherBytes), std::move(full)};

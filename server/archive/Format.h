@@ -35,7 +35,8 @@ inline constexpr size_t kTarRecord = 20 * kTarBlock;  // the stream's length is 
 // "20261122T201530-0000001a": the start in UTC and the job's id.
 std::string BackupName(int64_t start, int32_t jobId);
 bool IsBackupName(std::string_view folder);  // without any suffix
-// "20261122T201530-0000001a.disc1": what of a backup lies on a disc (from 1) that it goes on behind.
+// "20261122T201530-0000001a.disc1": what of a backup lies on a disc (from 1) that it goes on
+// behind.
 std::string PartFolder(const std::string& name, int disc);
 // The name of the backup in this folder, whole, partial or a part; nothing for any other folder.
 std::optional<std::string_view> BackupOfFolder(std::string_view folder);

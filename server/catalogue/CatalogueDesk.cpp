@@ -21,10 +21,20 @@ kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup)
     (*volume)->SetSettings(backup.volumeSettings);
     if (auto access = (*volume)->CheckAccess(); !access) return access;
     auto removed = (*volume)->RemoveBackup(backup.name);
-    if (removed || removed.error().kind != kit::ErrorKind::NotFound) return removed;
-    // Cut short earlier it has the name of one that was never completed.
-    auto rest = (*volume)->RemoveBackup(backup.name + std::string(archive::kPartialSuffix));
-    return rest ? rest : removed;
+    if (!removed) {
+        if (removed.error().kind != kit::ErrorKind::NotFound) return removed;
+        // Cut short earlier it has the name of one that was never completed.
+        auto rest = (*volume)->RemoveBackup(backup.name + std::string(archive::kPartialSuffix));
+        if (!rest) return removed;
+    }
+    // Parts of it that lie in the same place; those on other discs stay there.
+    const auto folders = (*volume)->ListBackups();
+    if (!folders) return folders.error();
+    for (const std::string& folder : *folders) {
+        if (archive::BackupOfFolder(folder) != backup.name) continue;
+        if (auto part = (*volume)->RemoveBackup(folder); !part) return part;
+    }
+    return {};
 }
 
 // Whether `other` cannot be restored without `backup`.
@@ -123,8 +133,6 @@ void CatalogueDesk::Delete(BMessage& message) {
         auto done = DeleteNow(names, withData);
         fHost.Later([this, done, client] {
             TellChanges();
-            for (const auto& backup : done.gone)
-                fReports.BackupDeleted(backup.jobId);
             for (const auto& [backup, words] : done.problems)
                 Report(backup, words, client);
         });
@@ -181,6 +189,11 @@ CatalogueDesk::Deletion CatalogueDesk::DeleteNow(const std::vector<std::string>&
                                                  "power failure: " +
                                                  removed.error().Text()});
         }
+        if (data && !backup.manifest.empty()) {
+            done.problems.push_back({backup, "The backup '" + backup.name +
+                                                 "' was deleted. On its other discs remain its "
+                                                 "parts, which can be deleted by hand."});
+        }
         std::erase_if(left,
                       [&, &info = backup](const auto& other) { return other.name == info.name; });
         done.gone.push_back(backup);
@@ -197,6 +210,7 @@ void CatalogueDesk::TellChanges() {
         BMessage gone(core::code::kBackupRemoved);
         gone.Add("name", name);
         fHost.NotifyAll(gone);
+        fReports.BackupDeleted(backup.jobId);
         if (backup.type != core::JobType::Full) continue;
         BMessage base(core::code::kJobRemoved);
         base.Add("job_id", backup.jobId);

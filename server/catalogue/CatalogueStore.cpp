@@ -56,8 +56,8 @@ Status WriteDiscs(Database& database, const BackupInfo& info) {
 
 // Only a backup on a removable medium has the table.
 void ReadDiscs(CatalogueReader& reader, BackupInfo* info) {
-    Statement known =
-        reader.File().Prepare("SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'discs'");
+    Statement known = reader.File().Prepare(
+        "SELECT 1 FROM sqlite_master WHERE type = 'table' AND name = 'discs'");
     if (!known.Next()) return;
     info->isRemovable = true;
     Statement row = reader.File().Prepare("SELECT manifest FROM discs");

@@ -166,8 +166,7 @@ kit::Status BackupContent::Load(int disc) const {
         seen = std::move(now);
         return false;
     });
-    if (!found)
-        return kit::Error::Make(kit::ErrorKind::Aborted, FolderOf(disc));
+    if (!found) return kit::Error::Make(kit::ErrorKind::Aborted, FolderOf(disc));
     tell(core::text::kMediumLoaded);
     return {};
 }

@@ -140,7 +140,8 @@ JobEnd VerifyJob::Run() {
         for (const std::string& base : bases)
             if (!checked.contains(base)) rules.push_back({true, true, "/" + base});
     }
-    if (fBackups == 0) fReport.ErrorWords("Error: there is no backup to check");
+    if (fBackups == 0 && !fControl.IsAborted())
+        fReport.ErrorWords("Error: there is no backup to check");
     fReport.TellProgress("");
     fReport.Words(LineType::Totals, "Files checked:\t\t" + std::to_string(fFiles));
     fReport.Words(LineType::Totals, "Bytes checked:\t\t" + std::to_string(fBytes));

@@ -28,7 +28,7 @@ private:
     CatalogueStore& fCatalogues;
     JobReport& fReport;
     JobControl& fControl;
-    int fReadDisc = 0;                           // the one in the drive
+    int fReadDisc = 0;                            // the one in the drive
     std::map<std::string, std::string> fChecked;  // media of discs before the last: their sums
     int64_t fBackups = 0, fFiles = 0, fBytes = 0;
 };

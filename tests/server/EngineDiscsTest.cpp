@@ -108,8 +108,8 @@ protected:
         for (int disc = 1; disc <= fDiscs; ++disc) {
             std::ifstream in(Disc(disc) + "/" + name + "/backup.json", std::ios::binary);
             const std::string json{std::istreambuf_iterator<char>(in), {}};
-            auto manifest = archive::ReadManifest(
-                {reinterpret_cast<const uint8_t*>(json.data()), json.size()});
+            auto manifest =
+                archive::ReadManifest({reinterpret_cast<const uint8_t*>(json.data()), json.size()});
             if (manifest) return *manifest;
         }
         return {};
@@ -170,7 +170,8 @@ protected:
         const archive::Secret text = fIdentity->Text();
         WriteWhole(key, text.Text());
         const std::string said = EngineHouse::Shell(
-            "cd " + all + " && sha256sum --quiet -c SHA256SUMS && for file in $(ls -v *.tar*.age);" +
+            "cd " + all +
+            " && sha256sum --quiet -c SHA256SUMS && for file in $(ls -v *.tar*.age);" +
             " do age -d -i " + key + " $file || exit 1; done | " + fHouse.Unpacker() +
             " | tar -xpf - --acls --xattrs --xattrs-include='*' --numeric-owner -C " + into);
         EXPECT_EQ(said, "");
@@ -180,10 +181,11 @@ protected:
     std::string Left() const {
         std::string left;
         for (int disc = 1; disc <= fDiscs; ++disc) {
-            for (const auto& entry : fs::directory_iterator(Disc(disc))) {
+            std::error_code isNone;
+            for (const auto& entry : fs::directory_iterator(Disc(disc), isNone)) {
                 if (entry.is_directory())
-                    left += "disc" + std::to_string(disc) + "/" +
-                            entry.path().filename().string() + " ";
+                    left += "disc" + std::to_string(disc) + "/" + entry.path().filename().string() +
+                            " ";
             }
         }
         return left;
@@ -232,9 +234,9 @@ TEST_F(EngineDiscs, ABackupGoesOnAndIsReadDiscByDisc) {
     const auto expectAskedInOrder = [&] {
         ASSERT_EQ(asked.size(), static_cast<size_t>(discs)) << fHouse.events.All();
         for (int disc = 1; disc <= discs; ++disc) {
-            EXPECT_EQ(asked[static_cast<size_t>(disc) - 1],
-                      "Please insert media 'A test (" + fBackup + ")' no. #" +
-                          std::to_string(disc) + "!");
+            EXPECT_EQ(asked[static_cast<size_t>(disc) - 1], "Please insert media 'A test (" +
+                                                                fBackup + ")' no. #" +
+                                                                std::to_string(disc) + "!");
         }
         EXPECT_TRUE(fHouse.events.Has(LineType::Heading, text::kMediumLoaded));
     };
@@ -252,20 +254,20 @@ TEST_F(EngineDiscs, ABackupGoesOnAndIsReadDiscByDisc) {
         << "damage";
     EXPECT_EQ(Read(JobType::Verify), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "the checksum of '0001.tar.zst' is wrong"));
-    EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "/Source/a/large"));
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "from backup!")) << fHouse.events.All();
     expectAskedInOrder();
 }
 
 TEST_F(EngineDiscs, FullAtAnyByteGoesOn) {
-    WriteWhole(fHouse.source + "/noise", NoiseBytes(9'000'000));
+    WriteWhole(fHouse.source + "/noise", NoiseBytes(6'000'000));
     WriteWhole(fHouse.source + "/words", std::string(100'000, 'w'));
     for (const bool isProtected : {false, true}) {
         fDrive->room = kHuge;
         NextDisc();
         ASSERT_EQ(Save(JobType::Full, isProtected), JobEnd::Good) << fHouse.events.All();
         const int64_t all = kHuge - fDrive->room;
-        std::vector<int64_t> rooms = {0, 1, 10'000, 4'200'000, 8'500'000};
-        for (int64_t room = all - 3000; room < all; room += 97)
+        std::vector<int64_t> rooms = {0, 1, 10'000, 4'200'000};
+        for (int64_t room = all - 3000; room < all; room += 431)
             rooms.push_back(room);
         for (const int64_t room : rooms) {
             NextDisc();
