@@ -131,6 +131,12 @@ void Watch::Take(BMessage& message) {
     }
 }
 
+// The job waits until somebody has put one in.
+bool AsksForMedium(const BMessage& message) {
+    const int32_t textId = message.Get<int32_t>("text_id", -1);
+    return textId == core::text::kMediumFull || textId == core::text::kInsertMedium;
+}
+
 void Watch::Progress(const BMessage& message) {
     if (fOptions.json) return;
     constexpr std::chrono::seconds kPlainPeriod{10};
@@ -144,6 +150,10 @@ void Watch::Progress(const BMessage& message) {
             std::fflush(stdout);
         }
         fPrinted = now;
+    } else if (AsksForMedium(message)) {
+        fProgress.Clear();
+        std::printf("%s\n", Printable(core::ReportLineText(message)).c_str());
+        std::fflush(stdout);
     } else if (type == core::LineType::Volume) {
         fProgress.Clear();
         const std::string text = Printable(core::ReportLineText(message));

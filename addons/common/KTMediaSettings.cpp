@@ -53,9 +53,9 @@ BMessage OverwriteField(bool german) {
     return Field("overwrite", "check",
                  german ? "Vorhandene Sicherungen überschreiben" : "Overwrite existing backups",
                  german ? "Ist eine neue Sicherung vollständig, werden alle älteren in diesem "
-                          "Ordner gelöscht."
+                          "Ordner gelöscht; schon vorher, wenn sonst kein Platz ist."
                         : "When a new backup is complete, all older ones in the directory are "
-                          "deleted.");
+                          "deleted; before that if there is no room otherwise.");
 }
 
 const char* ProblemWithSize(int64_t mediaSize, bool german) {

@@ -27,8 +27,12 @@ In the folder of a backup are
 A complete backup of kind "full" (see backup.json) needs nothing but its own
 folder. One of kind "incremental" or "differential" holds only what has changed;
 the backups that it is built on are named in backup.json under "builds_on":
-step 7 puts them together. If media were copied to several discs, copy them back
-into one folder first.
+step 7 puts them together.
+
+A folder whose name ends in ".disc1", ".disc2" ... holds a part of a backup that
+takes several discs. The last disc has the folder without such an ending, and in
+it everything but the media of the discs before. Copy what is in these folders,
+from all discs, into one folder; then go on as with any other backup.
 
 
 1. Is it undamaged?

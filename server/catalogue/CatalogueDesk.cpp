@@ -49,7 +49,6 @@ struct CatalogueDesk::Deletion {
         BackupInfo backup;
         std::string words;
     };
-    std::vector<BackupInfo> gone;
     std::vector<Problem> problems;
 };
 
@@ -196,7 +195,6 @@ CatalogueDesk::Deletion CatalogueDesk::DeleteNow(const std::vector<std::string>&
         }
         std::erase_if(left,
                       [&, &info = backup](const auto& other) { return other.name == info.name; });
-        done.gone.push_back(backup);
     }
     return done;
 }

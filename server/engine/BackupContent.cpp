@@ -150,9 +150,10 @@ kit::Status BackupContent::Load(int disc) const {
         line.AddInt32(disc);
         fReport.Line(core::LineType::Heading, textId, std::move(line));
     };
-    tell(core::text::kInsertMedium);
+    // What is asked for comes last: it is what the panel shows.
     fReport.Words(core::LineType::Detail,
                   "It has the folder '" + FolderOf(disc) + "'. Drive: " + Volume().MediaName());
+    tell(core::text::kInsertMedium);
     const auto listed = [this] {
         auto folders = Volume().ListBackups();
         return folders ? std::move(*folders) : std::vector<std::string>();
@@ -161,8 +162,10 @@ kit::Status BackupContent::Load(int disc) const {
     const bool found = LookAgainUntil(fControl, fLookAgain, [&] {
         if (HasDisc(disc)) return true;
         auto now = listed();
-        if (now != seen && !now.empty())
+        if (now != seen && !now.empty()) {
             fReport.Words(core::LineType::Heading, "This is not the medium that is asked for.");
+            tell(core::text::kInsertMedium);
+        }
         seen = std::move(now);
         return false;
     });

@@ -85,16 +85,19 @@ bool BackupJob::WaitForDisc(const BackupWriter::FullDisc& full) {
     if (!fControl.MayGoOn()) return false;
     const auto space = fVolume.Space();
     const int64_t before = space ? space->freeBytes : -1;
-    KTReportLine line;
-    line.AddInt32(full.disc);
-    line.AddString(fVolume.MediaName());
-    fReport.Line(LineType::Heading, text::kMediumFull, std::move(line));
-    if (full.why.kind != ErrorKind::Full) fReport.Words(LineType::Heading, full.why.Text());
+    // What is asked for comes last: it is what the panel shows.
+    const auto ask = [&](const std::string& why) {
+        if (!why.empty()) fReport.Words(LineType::Heading, why);
+        KTReportLine line;
+        line.AddInt32(full.disc);
+        line.AddString(fVolume.MediaName());
+        fReport.Line(LineType::Heading, text::kMediumFull, std::move(line));
+    };
+    ask(full.why.kind == ErrorKind::Full ? "" : full.why.Text());
     std::string told;
     return LookAgainUntil(fControl, fConfig.lookAgain, [&] {
         const std::string problem = ProblemWithDisc(full.needed, before);
-        if (problem != told && problem != kNothingNew && !problem.empty())
-            fReport.Words(LineType::Heading, problem);
+        if (problem != told && problem != kNothingNew && !problem.empty()) ask(problem);
         told = problem;
         return problem.empty();
     });

@@ -1,0 +1,154 @@
+#!/usr/bin/env python3
+"""Backups on discs that are changed: small file systems in files, mounted in one place by the test, as a user
+does who puts in a disc when he is asked for it."""
+import json
+import os
+import subprocess
+import unittest
+
+import house
+import wire
+from house import House
+
+FULL, INSERT = 2, 51  # the texts that ask for a medium
+DISC = 24 << 20
+
+
+def run(*command):
+    return subprocess.run(command, capture_output=True, text=True)
+
+
+class Media(unittest.TestCase):
+    def setUp(self):
+        self.house = House()
+        self.addCleanup(self.house.__exit__)
+        self.drive = self.house.root / "drive"
+        self.drive.mkdir()
+        self.discs = []
+        self.now = None
+        self.addCleanup(self.take_out)
+        self.new_disc("ext4")
+        self.house.start_server()
+        self.peer = self.house.connect()
+
+    def new_disc(self, kind):
+        image = self.house.root / f"disc{len(self.discs) + 1}.img"
+        with open(image, "wb") as file:
+            file.truncate(DISC)
+        options = ["-q", "-m", "0", "-O", "^has_journal"] if kind == "ext4" else []
+        self.assertEqual(run(f"mkfs.{kind}", *options, str(image)).returncode, 0)
+        self.discs.append(image)
+        self.put_in(image)
+
+    def take_out(self):
+        if self.now:
+            # Fails while anything on it is open.
+            done = run("umount", str(self.drive))
+            self.now = None
+            self.assertEqual(done.returncode, 0, done.stderr)
+
+    def put_in(self, image):
+        self.take_out()
+        mounted = run("mount", "-o", "loop", str(image), str(self.drive))
+        if mounted.returncode != 0:
+            self.skipTest("file systems cannot be mounted here: " + mounted.stderr.strip())
+        self.now = image
+
+    def asked(self, text_id, seconds=60):
+        return self.peer.wait_for("KTJF", seconds, lambda m: m.get("text_id") == text_id)
+
+    def save(self, others, title="Discs", **settings):
+        """Saves the source; puts in further discs of these kinds when one is full."""
+        job = self.house.job(title=title, packer="KTNone", target=self.drive)
+        volume = job.get("volume").add("removable", 1)
+        for key, value in settings.items():
+            volume.add(key, value)
+        self.peer.send(job)
+        job_id = self.peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
+        for kind in others:
+            self.asked(FULL)
+            self.new_disc(kind)
+        return job_id, self.end(job_id)
+
+    def end(self, job_id):
+        return self.peer.wait_for("KTJf", 60, lambda m: m.get("job_id", job_id) == job_id).get("status")
+
+    def read(self, job_type, backup, order, target=None):
+        place = f"/{backup}{self.house.rule(self.house.source, False)}/*"
+        selection = wire.Message("SELE").add("SELECTION", "INCLUDE " + place)
+        if target:
+            selection.add("source", "REDIREC " + place).add("redirect", str(target))
+        self.peer.send(wire.Message(
+            "KTJA", client_id=os.getpid(), job_type=job_type, selection=selection,
+            restore=wire.Message("REST", divert=1, createemptydirs=1),
+            start_info=wire.Message("STRT", title="Back again")))
+        job_id = self.peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
+        for image in order:
+            self.asked(INSERT)
+            self.put_in(image)
+        return self.end(job_id)
+
+    def test_a_backup_on_three_discs(self):
+        for number in range(5):
+            (self.house.source / f"file{number}").write_bytes(os.urandom(9_000_000))
+        os.link(self.house.source / "file0", self.house.source / "z-same")
+        was = house.describe(self.house.source)
+        job_id, status = self.save(["ext4", "vfat"])
+        self.assertEqual(status, 0, self.house.report(self.peer, job_id)[0])
+
+        # Every disc tells what it is; the last one where everything lies.
+        together = self.house.root / "together"
+        together.mkdir()
+        folders = []
+        for image in self.discs:
+            self.put_in(image)
+            self.assertIn("restore", (self.drive / "README.txt").read_text())
+            (folder,) = [entry for entry in self.drive.iterdir() if entry.name[0] == "2"]
+            folders.append(folder.name)
+            self.assertEqual(run("sh", "-c", f"cp {folder}/* {together}").returncode, 0)
+            if image is self.discs[-1]:
+                manifest = json.loads((folder / "backup.json").read_text())
+        backup = folders[-1]
+        self.assertEqual(folders, [f"{backup}.disc1", f"{backup}.disc2", backup])
+        self.assertEqual(manifest["discs"], 3)
+        self.assertEqual([medium["disc"] for medium in manifest["media"]], [1, 2, 3])
+        by_hand = self.house.root / "by-hand"
+        by_hand.mkdir()
+        done = run("sh", "-ec", f"cd {together}; sha256sum --quiet -c SHA256SUMS; "
+                   f"cat $(ls -v *.tar) | tar -xpf - -C {by_hand}")
+        self.assertEqual((done.returncode, done.stdout), (0, ""), done.stderr)
+        root = by_hand / self.house.rule(self.house.source, False).strip("/")
+        self.assertEqual(house.differences(was, root), [])
+
+        # Read: in order, each once; the wrong one is not taken.
+        target = self.house.root / "elsewhere"
+        target.mkdir()
+        self.assertEqual(self.read(4, backup, [self.discs[1], *self.discs], target), 0)
+        self.assertEqual(house.differences(was, target), [])
+        self.assertEqual(self.read(1000, backup, self.discs), 0)
+        self.assertEqual(self.read(5, backup, self.discs), 0)
+
+    def test_a_job_that_waits_is_aborted_and_leaves_the_disc_clean(self):
+        (self.house.source / "file").write_bytes(os.urandom(30_000_000))
+        job = self.house.job(packer="KTNone", target=self.drive)
+        job.get("volume").add("removable", 1)
+        self.peer.send(job)
+        job_id = self.peer.wait_for("KTJI").get("job_id")
+        self.asked(FULL)
+        self.peer.send(wire.Message("KTJD", job_id=job_id, flag=1))
+        self.assertEqual(self.end(job_id), 1)
+        self.assertEqual([entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"], [])
+
+    def test_without_room_the_old_backup_goes_first_where_that_is_wanted(self):
+        (self.house.source / "file").write_bytes(os.urandom(15_000_000))
+        self.assertEqual(self.save([])[1], 0)
+        (old,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
+        (self.house.source / "file").write_bytes(os.urandom(15_000_000))
+        self.assertEqual(self.save([], overwrite=1)[1], 0)
+        self.assertEqual(self.peer.wait_for("KTLr").get("name"), old)
+        (new,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
+        self.assertNotEqual(new, old)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
