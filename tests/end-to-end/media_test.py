@@ -27,16 +27,18 @@ class Media(unittest.TestCase):
         self.discs = []
         self.now = None
         self.addCleanup(self.take_out)
-        self.new_disc("ext4")
+        if os.geteuid() != 0:
+            self.skipTest("only root may mount")
+        self.new_disc()
         self.house.start_server()
         self.peer = self.house.connect()
 
-    def new_disc(self, kind):
+    def new_disc(self):
         image = self.house.root / f"disc{len(self.discs) + 1}.img"
         with open(image, "wb") as file:
             file.truncate(DISC)
-        options = ["-q", "-m", "0", "-O", "^has_journal"] if kind == "ext4" else []
-        self.assertEqual(run(f"mkfs.{kind}", *options, str(image)).returncode, 0)
+        made = run("mkfs.ext4", "-q", "-m", "0", "-O", "^has_journal", str(image))
+        self.assertEqual(made.returncode, 0, made.stderr)
         self.discs.append(image)
         self.put_in(image)
 
@@ -57,17 +59,17 @@ class Media(unittest.TestCase):
     def asked(self, text_id, seconds=60):
         return self.peer.wait_for("KTJF", seconds, lambda m: m.get("text_id") == text_id)
 
-    def save(self, others, title="Discs", **settings):
-        """Saves the source; puts in further discs of these kinds when one is full."""
+    def save(self, others=0, title="Discs", **settings):
+        """Saves the source; puts in so many further discs, each when one is full."""
         job = self.house.job(title=title, packer="KTNone", target=self.drive)
         volume = job.get("volume").add("removable", 1)
         for key, value in settings.items():
             volume.add(key, value)
         self.peer.send(job)
         job_id = self.peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
-        for kind in others:
+        for _ in range(others):
             self.asked(FULL)
-            self.new_disc(kind)
+            self.new_disc()
         return job_id, self.end(job_id)
 
     def end(self, job_id):
@@ -93,7 +95,7 @@ class Media(unittest.TestCase):
             (self.house.source / f"file{number}").write_bytes(os.urandom(9_000_000))
         os.link(self.house.source / "file0", self.house.source / "z-same")
         was = house.describe(self.house.source)
-        job_id, status = self.save(["ext4", "vfat"])
+        job_id, status = self.save(2)
         self.assertEqual(status, 0, self.house.report(self.peer, job_id)[0])
 
         # Every disc tells what it is; the last one where everything lies.
@@ -141,11 +143,11 @@ class Media(unittest.TestCase):
 
     def test_without_room_the_old_backup_goes_first_where_that_is_wanted(self):
         (self.house.source / "file").write_bytes(os.urandom(15_000_000))
-        self.assertEqual(self.save([])[1], 0)
+        self.assertEqual(self.save()[1], 0)
         (old,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
         (self.house.source / "file").write_bytes(os.urandom(15_000_000))
-        self.assertEqual(self.save([], overwrite=1)[1], 0)
-        self.assertEqual(self.peer.wait_for("KTLr").get("name"), old)
+        self.assertEqual(self.save(overwrite=1)[1], 0)
+        self.assertEqual(self.peer.wait_for("KTLr").text("name"), old)
         (new,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
         self.assertNotEqual(new, old)
 
