@@ -39,18 +39,17 @@ std::optional<int64_t> ParseTimeOfDay(std::string_view text) {
 }
 
 std::optional<int64_t> ParseDay(std::string_view text) {
-    using namespace std::chrono;
     const auto year = TakeDigits(text, 4);
     if (!year || !Take(text, '-')) return std::nullopt;
     const auto month = TakeDigits(text, 2);
     if (!month || !Take(text, '-')) return std::nullopt;
     const auto day = TakeDigits(text, 2);
     if (!day || !text.empty()) return std::nullopt;
-    const year_month_day date{std::chrono::year(*year),
-                              std::chrono::month(static_cast<unsigned>(*month)),
-                              std::chrono::day(static_cast<unsigned>(*day))};
+    const std::chrono::year_month_day date{std::chrono::year(*year),
+                                           std::chrono::month(static_cast<unsigned>(*month)),
+                                           std::chrono::day(static_cast<unsigned>(*day))};
     if (!date.ok()) return std::nullopt;
-    return sys_days{date}.time_since_epoch().count();
+    return std::chrono::sys_days{date}.time_since_epoch().count();
 }
 
 bool ParseInterval(std::string_view text, core::Schedule& schedule) {

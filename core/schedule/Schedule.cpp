@@ -22,10 +22,10 @@ int32_t Part(const BMessage& record, const char* name, int32_t most) {
 }
 
 int64_t AddMonths(int64_t day, int64_t months) {
-    using namespace std::chrono;
+    using std::chrono::sys_days, std::chrono::year_month_day;
     const year_month_day from{sys_days{std::chrono::days(day)}};
     auto to = from + std::chrono::months(months);
-    if (!to.ok()) to = to.year() / to.month() / last;
+    if (!to.ok()) to = to.year() / to.month() / std::chrono::last;
     return sys_days{to}.time_since_epoch().count();
 }
 

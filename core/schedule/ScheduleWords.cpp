@@ -92,8 +92,7 @@ std::string NextRunText(const Schedule& schedule, int64_t now, const Zone& zone)
 }
 
 std::string DayText(int64_t wall) {
-    using namespace std::chrono;
-    const year_month_day day{sys_days{days(DayOf(wall))}};
+    const std::chrono::year_month_day day{std::chrono::sys_days{std::chrono::days(DayOf(wall))}};
     std::array<char, 32> text;
     std::snprintf(text.data(), text.size(), "%04d-%02u-%02u", static_cast<int>(day.year()),
                   static_cast<unsigned>(day.month()), static_cast<unsigned>(day.day()));

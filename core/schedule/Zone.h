@@ -29,6 +29,6 @@ private:
 int64_t DayOf(int64_t wall);
 int WeekdayOf(int64_t day);
 
-inline constexpr int64_t kSecondsOfDay = 24 * 60 * 60;
+inline constexpr int64_t kSecondsOfDay = 86'400;
 
 }  // namespace core

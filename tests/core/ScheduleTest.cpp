@@ -15,7 +15,8 @@ namespace {
 
 using core::Schedule;
 using core::Zone;
-using namespace std::chrono;
+using std::chrono::days, std::chrono::seconds, std::chrono::sys_days, std::chrono::sys_seconds,
+    std::chrono::year_month_day;
 
 constexpr int64_t kHour = 3600;
 
@@ -28,12 +29,14 @@ int64_t Wall(int year, unsigned month, unsigned day, int hour, int minute = 0) {
 // Local time is one hour ahead, two from the last Sunday of March to the last one of October, both
 // at 01:00 of Greenwich.
 int64_t EuropeanOffset(int64_t instant) {
-    const year_month_day day{floor<days>(sys_seconds{seconds(instant)})};
+    const year_month_day day{std::chrono::floor<days>(sys_seconds{seconds(instant)})};
     const auto change = [&](std::chrono::month month) {
-        return sys_seconds{sys_days{day.year() / month / Sunday[last]}} + 1h;
+        return sys_seconds{sys_days{day.year() / month / std::chrono::Sunday[std::chrono::last]}} +
+               std::chrono::hours(1);
     };
     const sys_seconds at{seconds(instant)};
-    return at >= change(March) && at < change(October) ? 2 * kHour : kHour;
+    return at >= change(std::chrono::March) && at < change(std::chrono::October) ? 2 * kHour
+                                                                                 : kHour;
 }
 
 const Zone kEurope(EuropeanOffset);

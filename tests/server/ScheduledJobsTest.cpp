@@ -13,7 +13,6 @@
 
 namespace {
 
-using namespace std::chrono;
 using tests::Eventually;
 using tests::ScriptedPeer;
 using tests::ServerHouse;
@@ -21,7 +20,9 @@ using tests::ServerHouse;
 constexpr int64_t kHour = 3600, kDay = 24 * kHour;
 
 int64_t Utc(int year, unsigned month, unsigned day, int hour, int minute = 0) {
-    return sys_seconds{sys_days{std::chrono::year(year) / month / day}}.time_since_epoch().count() +
+    return std::chrono::sys_seconds{std::chrono::sys_days{std::chrono::year(year) / month / day}}
+               .time_since_epoch()
+               .count() +
            hour * kHour + minute * 60;
 }
 
