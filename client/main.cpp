@@ -21,6 +21,9 @@
 
 namespace {
 
+// Started with the session: it tells what happens to jobs, and shows no window until it is asked
+// to.
+constexpr QLatin1String kBackground("--background");
 constexpr auto kHandOver = std::chrono::seconds(10);
 
 [[noreturn]] void NoDisplay() {
@@ -99,10 +102,13 @@ int main(int argc, char** argv) {
     KeepHintsReadable();
 
     KTWindowLooper looper;
-    BackupApplication application;
+    BackupApplication::Setup setup;
+    setup.background = QApplication::arguments().contains(kBackground);
+    const bool background = setup.background;
+    BackupApplication application(std::move(setup));
     switch (application.InitCheck()) {
         case BApplication::Start::AlreadyRunning:
-            return HandOver(application);
+            return background ? EXIT_SUCCESS : HandOver(application);
         case BApplication::Start::Failed:
             return CannotStart(application.Problem());
         case BApplication::Start::Ready:

@@ -102,7 +102,10 @@ void BackupApplication::OpenWindow() {
     context.userFolder = fSetup.userFolder;
     fWindow = std::make_unique<BackupWindow>(std::move(context), frame);
     fWindowMessenger = BMessenger(static_cast<BHandler*>(fWindow.get()));
-    fWindow->show();
+    if (fSetup.background)
+        fWindow->StayInBackground();
+    else
+        fWindow->show();
 }
 
 std::string BackupApplication::FolderToWrite(const std::string& programFolder) {

@@ -26,6 +26,7 @@ public:
         std::function<bool(const std::string&)> isReadOnly;          // of the user folder
         std::function<bool(const std::string&)> supportsAttributes;  // of the user folder
         ServerProcess::Patience serverPatience;
+        bool background = false;  // no window at first; closed, it only hides
         std::chrono::milliseconds answerPatience{10'000};
         std::chrono::milliseconds cataloguePatience{60'000};
     };

@@ -21,6 +21,7 @@
 #include "client/mainwindow/KTLanguageMenu.h"
 #include "client/mainwindow/KTStartView.h"
 #include "client/mainwindow/KTToolBar.h"
+#include "client/notices/KTNotices.h"
 #include "client/settings/Preferences.h"
 #include "client/status/KTStatusWindow.h"
 #include "client/uikit/KTAlert.h"
@@ -84,6 +85,8 @@ BackupWindow::BackupWindow(KTToolContext context, const BRect& frame)
             [this] { menuBar()->setActiveAction(menuBar()->actions().constFirst()); });
     setGeometry(KTGeometry::FromRect(frame));
     fStatus = std::make_unique<KTStatusWindow>(fContext.server, fContext.preferences, this);
+    fNotices = std::make_unique<KTNotices>([this] { return fStatus->isActiveWindow(); },
+                                           BMessenger(static_cast<BHandler*>(this)));
     OpenView();
 }
 
@@ -276,6 +279,7 @@ void BackupWindow::ScanResult(BMessage& message) {
 
 void BackupWindow::ReportNotice(BMessage& message) {
     ToViews(message, kReports);
+    if (message.what == core::code::kReportInserted) fNotices->ReportInserted(message);
 }
 
 void BackupWindow::ShowReport(BMessage& message) {
@@ -287,12 +291,13 @@ void BackupWindow::ShowReport(BMessage& message) {
 void BackupWindow::ServerNotice(BMessage& message) {
     for (const client::Tool& tool : client::Tools())
         ToViews(message, {&tool.group, 1});
+    if (message.what == kServerGone) fNotices->ServerGone(fStatus->CountRunning());
     BMessage copy(message);
     fStatus->MessageReceived(copy);
 }
 
 void BackupWindow::JobStarted(BMessage& message) {
-    if (fStatus->OpensByItself() && !fStatus->isVisible()) {
+    if (fStatus->OpensByItself() && !fStatus->isVisible() && isVisible()) {
         // Whoever is typing goes on typing.
         fStatus->setAttribute(Qt::WA_ShowWithoutActivating);
         fStatus->show();
@@ -419,6 +424,7 @@ void BackupWindow::ServerMissing(BMessage&) {
 
 void BackupWindow::Raise(BMessage&) {
     setWindowState(windowState() & ~Qt::WindowMinimized);
+    show();
     raise();
     activateWindow();
 }
@@ -452,13 +458,20 @@ void BackupWindow::SavePrefs(BMessage&) {
     fContext.preferences->Save();
 }
 
+void BackupWindow::StoreAll() {
+    StoreWindowPlaces();
+    if (fContext.preferences->GetInt8(kAutoprefsKey, 0) != 0) StoreToolSettings();
+    fContext.preferences->Save();
+}
+
 void BackupWindow::closeEvent(QCloseEvent* event) {
     event->accept();
-    if (!std::exchange(fEnded, true)) {
-        StoreWindowPlaces();
-        if (fContext.preferences->GetInt8(kAutoprefsKey, 0) != 0) StoreToolSettings();
-        fContext.preferences->Save();
+    if (fBackground && event->spontaneous()) {
+        StoreAll();
+        fStatus->hide();
+        return;
     }
+    if (!std::exchange(fEnded, true)) StoreAll();
     fStatus->hide();
     // Said again when asked again: before the event loop runs, Qt forgets it.
     QCoreApplication::exit(0);

@@ -14,6 +14,7 @@
 #include "kit/message/BMessenger.h"
 
 class KTLanguageMenu;
+class KTNotices;
 class KTRequestWindow;
 class KTStartView;
 class KTStatusWindow;
@@ -28,6 +29,8 @@ public:
     ~BackupWindow() override;
 
     void MessageReceived(BMessage& message) override;
+    // The program runs for its notices: the close box hides the window, only the menu ends it.
+    void StayInBackground() { fBackground = true; }
 
     // The view of a settings group ("backup"), null until the tool was shown.
     KTToolView* View(const char* group) const;
@@ -89,6 +92,7 @@ private:
 
     void StoreToolSettings();
     void StoreWindowPlaces();
+    void StoreAll();
 
     const KTToolContext fContext;
     std::map<int8_t, KTToolView*> fViews;  // by index; the work area owns them
@@ -100,5 +104,7 @@ private:
     QMenu* fJobMenu = nullptr;
     QMenu* fSelectionMenu = nullptr;
     KTLanguageMenu* fLanguageMenu = nullptr;
+    std::unique_ptr<KTNotices> fNotices;
+    bool fBackground = false;
     bool fEnded = false;
 };

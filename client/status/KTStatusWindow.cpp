@@ -124,6 +124,13 @@ void KTStatusWindow::RemovePanel(BMessage& message) {
     if (fList->CountViews() == 0 && fSettings.Get<int32_t>("autoclose", 0) != 0) close();
 }
 
+int KTStatusWindow::CountRunning() const {
+    int running = 0;
+    for (int i = 0; i < fList->CountViews(); ++i)
+        running += PanelAt(i)->IsFinished() ? 0 : 1;
+    return running;
+}
+
 void KTStatusWindow::ServerGone(BMessage&) {
     for (int i = 0; i < fList->CountViews(); ++i)
         PanelAt(i)->ServerGone();

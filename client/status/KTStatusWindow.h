@@ -30,6 +30,8 @@ public:
     void SetPref(const BMessage& settings);
     bool OpensByItself() const { return fSettings.Get<int32_t>("autoopen", 0) != 0; }
 
+    int CountRunning() const;  // panels whose jobs have not ended
+
     KTSpecialListView* List() const { return fList; }
 
     // 'KTJS' 'svrm' 'svgo', and the settings dialog's.

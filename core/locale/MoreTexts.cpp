@@ -308,6 +308,20 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     /* kMoreScheduleUnreadable */
     "Type the time as HH:MM and the date as DD.MM.YYYY, from 1970 to 2106. Else the former ones "
     "stay.",
+    /* kMoreNoticeGood */
+    "it went well.",
+    /* kMoreNoticeErrors */
+    "it ended with errors. What is wrong stands in the report.",
+    /* kMoreNoticeAbnormal */
+    "it broke off.",
+    /* kMoreNoticeOverdue */
+    "it has had no good run for too long.",
+    /* kMoreShowReport */
+    "Show Report",
+    /* kMoreNoticeServerGone */
+    "The backup server has stopped unexpectedly",
+    /* kMoreNoticeServerGoneMore */
+    "Jobs that were running have not been finished.",
 };
 
 }  // namespace core

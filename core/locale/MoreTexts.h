@@ -226,36 +226,43 @@ enum MoreText : int32_t {
     kMorePageSetup,             // menu of the reports
     kMoreReportNotSaved,        // s the file
     kMoreReportNotPrinted,
-    kMorePrintingPage,        // ld
-    kMoreNoReports,           // list of reports, when there are none
-    kMoreNoReportOpen,        // in place of a report
-    kMoreReportFetching,      // in place of a report
-    kMoreReportGone,          // in place of a report
-    kMoreReportEmpty,         // in place of a report
-    kMoreReportUnread,        // in place of a report
-    kMoreNoProblems,          // of a report
-    kMoreProblems,            // of a report, ld
-    kMoreProblemOf,           // of a report, ld, ld
-    kMoreLinesHidden,         // of a report, ld
-    kMorePreviousProblem,     // button of a report
-    kMoreNextProblem,         // button of a report
-    kMoreFindInReport,        // field
-    kMoreNotFound,            // answer of a search
-    kMoreCopy,                // menu of a text
-    kMoreDeleteReportsWhen,   // label
-    kMoreDaysUnit,            // unit: older than ... days
-    kMoreReportsUnit,         // unit: more than ... reports
-    kMoreFoundBackups,        // spoken name of the list in the insert window
-    kMoreInsertHint,          // insert window
-    kMoreLookAgain,           // button of the insert window
-    kMoreInsertNoPlace,       // insert window, before a place is chosen
-    kMoreInsertScanning,      // insert window
-    kMoreInsertNothingFound,  // insert window
-    kMoreInsertCount,         // ld found, ld marked
-    kMoreInsertNotThere,      // ld
-    kMorePasswordOfBase,      // hint of the start dialog
-    kMoreNextRun,             // scheduler: s when, s how often
-    kMoreScheduleUnreadable,  // scheduler
+    kMorePrintingPage,          // ld
+    kMoreNoReports,             // list of reports, when there are none
+    kMoreNoReportOpen,          // in place of a report
+    kMoreReportFetching,        // in place of a report
+    kMoreReportGone,            // in place of a report
+    kMoreReportEmpty,           // in place of a report
+    kMoreReportUnread,          // in place of a report
+    kMoreNoProblems,            // of a report
+    kMoreProblems,              // of a report, ld
+    kMoreProblemOf,             // of a report, ld, ld
+    kMoreLinesHidden,           // of a report, ld
+    kMorePreviousProblem,       // button of a report
+    kMoreNextProblem,           // button of a report
+    kMoreFindInReport,          // field
+    kMoreNotFound,              // answer of a search
+    kMoreCopy,                  // menu of a text
+    kMoreDeleteReportsWhen,     // label
+    kMoreDaysUnit,              // unit: older than ... days
+    kMoreReportsUnit,           // unit: more than ... reports
+    kMoreFoundBackups,          // spoken name of the list in the insert window
+    kMoreInsertHint,            // insert window
+    kMoreLookAgain,             // button of the insert window
+    kMoreInsertNoPlace,         // insert window, before a place is chosen
+    kMoreInsertScanning,        // insert window
+    kMoreInsertNothingFound,    // insert window
+    kMoreInsertCount,           // ld found, ld marked
+    kMoreInsertNotThere,        // ld
+    kMorePasswordOfBase,        // hint of the start dialog
+    kMoreNextRun,               // scheduler: s when, s how often
+    kMoreScheduleUnreadable,    // scheduler
+    kMoreNoticeGood,            // a job's end on the desktop, after its type
+    kMoreNoticeErrors,          // the same
+    kMoreNoticeAbnormal,        // the same
+    kMoreNoticeOverdue,         // the same, of a repeating job
+    kMoreShowReport,            // button of a notice
+    kMoreNoticeServerGone,      // notice on the desktop
+    kMoreNoticeServerGoneMore,  // its second line
     kMoreEnd
 };
 

@@ -111,7 +111,7 @@ void JobDesk::Recover() {
 
     std::set<int32_t> told;
     for (const auto& report : unfinished) {
-        fParts.reports.Announce(report);
+        fParts.reports.Announce(report, {.end = core::JobEnd::Abnormal});
         told.insert(report.jobId);
     }
     for (auto& [job, started] : stored) {
@@ -344,7 +344,7 @@ std::optional<QueuedJob> JobDesk::NextRun(const QueuedJob& job, int64_t started,
 
 // Whoever hears of the end finds the report and the backup in their lists.
 void JobDesk::Finish(int32_t id, core::JobEnd end, std::optional<QueuedJob> next) {
-    fParts.reports.Announce(fOutputs.at(id)->report);
+    fParts.reports.Announce(fOutputs.at(id)->report, {.end = end});
     fOutputs.erase(id);
     fParts.reports.ApplyDeletion();
     if (next && !fQueue.Find(id)->schedule.Repeats()) {

@@ -182,6 +182,7 @@ void ReportDesk::Announce(const ReportInfo& report, ReportCause cause) {
     AddTo(notice, report);
     if (cause.client != 0) notice.Add("client_id", cause.client);
     if (cause.overdue) notice.Add("overdue", true);
+    if (cause.end) notice.Add("status", static_cast<int32_t>(*cause.end));
     fHost.NotifyAll(notice);
 }
 

@@ -6,9 +6,11 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "core/protocol/Codes.h"
 #include "kit/app/SharedArea.h"
 #include "server/app/ServerHost.h"
 #include "server/app/Worker.h"
@@ -22,6 +24,7 @@ namespace server {
 struct ReportCause {
     int32_t client = 0;    // whose wish was refused; 0: nobody's
     bool overdue = false;  // a job's good runs are missing: worth a notice of its own
+    std::optional<core::JobEnd> end = {};  // it is the one of a run, which ended like this
 };
 
 class ReportDesk {
