@@ -467,6 +467,9 @@ void JobDesk::Set(BMessage& message) {
     description::Plan(changed, fParts.host.Now(), fParts.host.LocalZone(), &former.description);
     fQueue.Change(id, std::move(changed));
     Store(*job);
+    // What its editor has opened by passwords is for this job.
+    if (!core::IsBackup(job->type) && job->editors.contains(message.SourceTeam()))
+        fKeys[id].merge(fParts.keys.TakeFor(message.SourceTeam()));
     if (!former.schedule.NeverRuns()) TellIfNeverRuns(*job);
 
     BMessage notice(core::code::kJobChanged);
