@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <ctime>
 
 #include "ctl/BackupJob.h"
 #include "ctl/Backups.h"
@@ -50,6 +51,12 @@ ExitCode Backup(ServerConnection& server, const BackupOptions& options) {
     }
     if (onBase && (options.protect || options.passwordFd))
         return Fail(core::TextOf(kMoreCtlProtectionOfBase), ExitCode::Usage);
+    std::optional<core::Schedule> schedule;
+    if (!options.when.IsEmpty()) {
+        const auto wanted = Changed({}, options.when, ::time(nullptr), core::Zone::OfSystem());
+        if (!wanted) return Fail(wanted.error().Text(), ExitCode::Usage);
+        schedule = *wanted;
+    }
     std::optional<BMessage> job;
     if (!onBase) {
         const auto sources = MapSources(options.paths, BVolumeRoster().Volumes());
@@ -73,9 +80,12 @@ ExitCode Backup(ServerConnection& server, const BackupOptions& options) {
         if (!password) return ExitCode::Failed;
         Protect(*job, password->Text());
     }
-    return SubmitAndWatch(
-        server, std::move(*job),
-        {.onHold = options.onHold, .json = options.json, .verbose = options.verbose});
+    if (schedule) job->Set("scheduler", schedule->ToRecord());
+    return SubmitAndWatch(server, std::move(*job),
+                          {.onHold = options.onHold,
+                           .schedule = schedule,
+                           .json = options.json,
+                           .verbose = options.verbose});
 }
 
 }  // namespace ctl

@@ -19,6 +19,7 @@ struct BackupOptions {
     std::string compress = "zstd";
     std::string title;
     std::string incremental, differential;  // the backup whose set it goes to; one of them at most
+    ScheduleOptions when;  // empty: it starts as soon as there is room, and is waited for
     bool onHold = false;
     bool protect = false;
     std::optional<int> passwordFd;

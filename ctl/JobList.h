@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "core/schedule/Schedule.h"
+#include "ctl/ExitCode.h"
 #include "kit/message/BMessage.h"
 
 namespace ctl {
@@ -31,5 +32,9 @@ core::Schedule ScheduleOf(const BMessage& description);
 // When a waiting job runs next, in words; "" for others.
 std::string NextWords(const ListedJob& job, const core::Schedule& schedule);
 nlohmann::ordered_json ScheduleJson(const core::Schedule& schedule);
+// Prints what the server has made of the schedule that the job was given. The server must be
+// connected.
+ExitCode PrintScheduleOf(ServerConnection& server, int32_t id, const core::Schedule& given,
+                         bool json);
 
 }  // namespace ctl

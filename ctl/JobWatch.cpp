@@ -3,6 +3,7 @@
 #include "core/protocol/LineTypes.h"
 #include "core/protocol/Texts.h"
 #include "core/report/ReportLines.h"
+#include "ctl/JobList.h"
 #include "ctl/Output.h"
 #include "ctl/ProgressLine.h"
 #include "ctl/Say.h"
@@ -34,6 +35,7 @@ private:
     void Progress(const BMessage& message);
     void Interrupted();
     ExitCode Refused();
+    ExitCode InQueue();
     ExitCode Result();
     bool IsDone(const std::optional<BMessage>& report) const;
 
@@ -64,14 +66,7 @@ ExitCode Watch::UntilTheEnd() {
         }
         Take(event->message);
         if (fRefused) return Refused();
-        if (fJob != 0 && fOptions.onHold) {
-            if (fOptions.json) {
-                PrintJson({{"job_id", fJob}, {"status", "on hold"}});
-            } else {
-                Say(kMoreCtlOnHold, JobIdWords(fJob), JobIdWords(fJob));
-            }
-            return ExitCode::Good;
-        }
+        if (fJob != 0 && (fOptions.onHold || fOptions.schedule)) return InQueue();
         if (fRemoved && !fStarted) return Fail(kMoreCtlDeletedEarly);
     }
     fProgress.Clear();
@@ -176,6 +171,13 @@ void Watch::Interrupted() {
     abort.Add("job_id", fJob);
     if (fStarted) abort.Add("flag", int32_t{1});
     fServer.Send(std::move(abort));
+}
+
+ExitCode Watch::InQueue() {
+    if (fOptions.onHold && !fOptions.json) Say(kMoreCtlOnHold, JobIdWords(fJob), JobIdWords(fJob));
+    if (fOptions.schedule) return PrintScheduleOf(fServer, fJob, *fOptions.schedule, fOptions.json);
+    if (fOptions.json) PrintJson({{"job_id", fJob}, {"status", "on hold"}});
+    return ExitCode::Good;
 }
 
 ExitCode Watch::Refused() {

@@ -33,7 +33,8 @@ private:
     const int32_t fId;
 };
 
-ExitCode Change(ServerConnection& server, const ScheduleCommand& command, int32_t id) {
+ExitCode Change(ServerConnection& server, const ScheduleCommand& command, int32_t id,
+                core::Schedule* given) {
     const EditMark mark(server, id);
     auto description = DescriptionOf(server, id);
     if (!description) return Fail(kMoreCtlNoSuchJob, JobIdWords(id));
@@ -41,8 +42,10 @@ ExitCode Change(ServerConnection& server, const ScheduleCommand& command, int32_
         const auto changed = Changed(ScheduleOf(*description), command.options, ::time(nullptr),
                                      core::Zone::OfSystem());
         if (!changed) return Fail(changed.error().Text(), ExitCode::Usage);
+        *given = *changed;
         description->Set("scheduler", changed->ToRecord());
     } else {
+        *given = {};
         description->Remove("scheduler");
     }
     BMessage store(core::code::kSetJob);
@@ -62,28 +65,34 @@ ExitCode ShowSchedule(ServerConnection& server, const ScheduleCommand& command) 
     if (!jobs) return Fail(kMoreServerSilent);
     const ListedJob* job = Find(*jobs, *id);
     if (!job) return Fail(kMoreCtlNoSuchJob, JobIdWords(*id));
-    auto description = DescriptionOf(server, *id);
+    const auto description = DescriptionOf(server, *id);
     if (!description) {
         return Fail(kMoreCtlUnfitJob, JobIdWords(*id),
                     core::TextOf(core::JobStatusTextId(job->status)));
     }
+    core::Schedule schedule = ScheduleOf(*description);
     if (command.none || !command.options.IsEmpty()) {
-        if (const auto code = Change(server, command, *id); code != ExitCode::Good) return code;
-        // What the server made of it. Without a schedule it may be running already.
-        description = DescriptionOf(server, *id);
-        if (!description) description = BMessage();
+        if (const auto code = Change(server, command, *id, &schedule); code != ExitCode::Good)
+            return code;
     }
-    const auto schedule = ScheduleOf(*description);
-    if (command.json) {
-        nlohmann::ordered_json json{{"job_id", *id}, {"number", JobIdWords(*id)}};
-        json.update(ScheduleJson(schedule));
-        PrintJson(json);
+    return PrintScheduleOf(server, *id, schedule, command.json);
+}
+
+ExitCode PrintScheduleOf(ServerConnection& server, int32_t id, const core::Schedule& given,
+                         bool json) {
+    // One that is due may be running already; then nobody gets its description.
+    const auto description = DescriptionOf(server, id);
+    const auto schedule = description ? ScheduleOf(*description) : given;
+    if (json) {
+        nlohmann::ordered_json document{{"job_id", id}, {"number", JobIdWords(id)}};
+        document.update(ScheduleJson(schedule));
+        PrintJson(document);
     } else if (schedule == core::Schedule()) {
-        Say(kMoreCtlScheduleNow, JobIdWords(*id));
+        Say(kMoreCtlScheduleNow, JobIdWords(id));
     } else if (schedule.NeverRuns()) {
-        Say(kMoreCtlJobState, JobIdWords(*id), core::TextOf(kMoreRunsNever));
+        Say(kMoreCtlJobState, JobIdWords(id), core::TextOf(kMoreRunsNever));
     } else {
-        Say(kMoreCtlScheduleOf, JobIdWords(*id),
+        Say(kMoreCtlScheduleOf, JobIdWords(id),
             core::RunsNextText(schedule.time, ::time(nullptr), core::Zone::OfSystem()),
             core::RepeatText(schedule));
     }

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <atomic>
 #include <charconv>
 #include <cstdio>
@@ -65,6 +66,17 @@ void AddVerbose(CLI::App* command, Options& options) {
     command->add_flag("-v,--verbose", options.verbose, TextOf(kMoreCtlHelpVerbose));
 }
 
+std::array<CLI::Option*, 4> AddScheduleOptions(CLI::App* command, ctl::ScheduleOptions& when) {
+    return {
+        command->add_option("--at", when.at, TextOf(kMoreCtlHelpScheduleAt))->type_name("HH:MM"),
+        command->add_option("--on", when.on, TextOf(kMoreCtlHelpScheduleOn))
+            ->type_name("YYYY-MM-DD"),
+        command->add_option("--every", when.every, TextOf(kMoreCtlHelpScheduleEvery))
+            ->type_name("INTERVAL"),
+        command->add_option("--not-on", when.notOn, TextOf(kMoreCtlHelpScheduleNotOn))
+            ->type_name("DAY,…")};
+}
+
 void AddBackupCommand(CLI::App& app, Options& options, Chosen* chosen) {
     const auto run = [&options](ctl::ServerConnection& server) {
         options.backup.json = options.json;
@@ -87,6 +99,7 @@ void AddBackupCommand(CLI::App& app, Options& options, Chosen* chosen) {
     command->add_option("--differential", backup.differential, TextOf(kMoreCtlHelpDifferential))
         ->type_name("BACKUP")
         ->excludes(incremental);
+    AddScheduleOptions(command, backup.when);
     command->add_flag("--hold", backup.onHold, TextOf(kMoreCtlHelpHold));
     command->add_flag("--protect", backup.protect, TextOf(kMoreCtlHelpProtect));
     AddPasswordFd(command, options);
@@ -232,19 +245,8 @@ void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
         ->type_name("");
     auto* none =
         schedule->add_flag("--none", options.schedule.none, TextOf(kMoreCtlHelpScheduleNone));
-    auto& when = options.schedule.options;
-    schedule->add_option("--at", when.at, TextOf(kMoreCtlHelpScheduleAt))
-        ->type_name("HH:MM")
-        ->excludes(none);
-    schedule->add_option("--on", when.on, TextOf(kMoreCtlHelpScheduleOn))
-        ->type_name("YYYY-MM-DD")
-        ->excludes(none);
-    schedule->add_option("--every", when.every, TextOf(kMoreCtlHelpScheduleEvery))
-        ->type_name("INTERVAL")
-        ->excludes(none);
-    schedule->add_option("--not-on", when.notOn, TextOf(kMoreCtlHelpScheduleNotOn))
-        ->type_name("DAY,…")
-        ->excludes(none);
+    for (auto* option : AddScheduleOptions(schedule, options.schedule.options))
+        option->excludes(none);
 
     Add(app, "watch", kMoreCtlHelpWatch, chosen,
         {[&](ctl::ServerConnection& server) { return ctl::Watch(server, options.json); }, 1});

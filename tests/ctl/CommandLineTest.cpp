@@ -172,6 +172,34 @@ TEST_F(CommandLineTest, SchedulesAndQueue) {
     EXPECT_EQ(RunJson({"queue"}), json::array());
 }
 
+TEST_F(CommandLineTest, ABackupForLater) {
+    house.zone = "UTC0";
+    const std::string never = house.Root() + "/never";
+    const auto backup = [&](const std::string& script, std::vector<std::string> more) {
+        more.insert(more.begin(),
+                    {"backup", source, "--to", "/target", "--title", "script:" + script});
+        return more;
+    };
+    // It says when it will run, and does not wait for that.
+    const json made = RunJson(backup("progress 1 2", {"--at", "18:05", "--on", "2099-03-02",
+                                                      "--every", "2days", "--not-on", "sun"}));
+    EXPECT_EQ(made["next"], 4'076'157'900);
+    EXPECT_EQ(made["days"], 2);
+    EXPECT_EQ(made["not_on"], json::array({"sunday"}));
+    EXPECT_EQ(RunJson({"schedule", "1"}), made);
+    EXPECT_EQ(RunJson({"jobs"})[0]["status"], "Waiting");
+    ASSERT_EQ(Run(backup("progress 1 2", {"--hold", "--on", "2099-03-02", "--at", "0:00"})), 0);
+    EXPECT_NE(Output().find("backupctl continue 00000002"), std::string::npos) << Output();
+    EXPECT_NE(Output().find("(2099-03-02, 00:00); once"), std::string::npos) << Output();
+    EXPECT_EQ(RunJson({"jobs"})[1]["status"], "Pause");
+    // From now on: it runs already, and its schedule is told all the same.
+    EXPECT_EQ(RunJson(backup("until " + never, {"--every", "1day"}))["days"], 1);
+    EXPECT_EQ(RunJson({"jobs"})[2]["status"], "Running");
+    EXPECT_EQ(Run(backup("progress 1 2", {"--every", "sometimes"})), 2);
+    EXPECT_EQ(Run(backup("progress 1 2", {"--at", "24:00"})), 2);
+    EXPECT_EQ(RunJson({"jobs"}).size(), 3u);
+}
+
 TEST_F(CommandLineTest, RunningJobsAreWatched) {
     const std::string go = house.Root() + "/go";
     ASSERT_EQ(Backup("line 4 Data;line 3 trouble;until " + go, {"--hold"}), 0);
