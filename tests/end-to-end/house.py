@@ -1,4 +1,5 @@
 """A program folder and a run directory of a test's own, with the real server in it, and trees to save."""
+import json
 import os
 import pathlib
 import shutil
@@ -60,17 +61,18 @@ class House:
             self.server.send_signal(how)
             self.server.wait(20)
 
-    def connect(self, register=True, accept=True):
-        """A client of the server. With `accept` job starts are answered by 'KTAB'."""
+    def connect(self, register=True, accept=True, kind=wire.Peer):
+        """A client of the server; with wire.Stranger as `kind` one of another team. With `accept` job starts are
+        answered by 'KTAB'."""
         def answer(message):
             if message.what == "KTJS" and accept:
                 reply = wire.Message("KTAB", job_id=message.get("job_id"))
-                return reply.add("user", (os.getpid(), 77), "MSNG")
+                return reply.add("user", (peer.team, 77), "MSNG")
             return None
-        peer = wire.Peer(self.run_directory, self.server.pid, answer)
+        peer = kind(self.run_directory, self.server.pid, answer)
         self.peers.append(peer)
         if register:
-            peer.send(wire.Message("KTAD", client_id=os.getpid()))
+            peer.send(wire.Message("KTAD", client_id=peer.team))
         return peer
 
     def rule(self, path, subtree=True):
@@ -118,6 +120,13 @@ class House:
     def backups(self):
         return sorted(p for p in self.target.iterdir() if p.is_dir() and not p.name.endswith(".partial")
                       and p.name[0] == "2")
+
+    def ctl(self, *arguments, status=0):
+        """What backupctl prints as JSON."""
+        done = subprocess.run([self.program / "backupctl", *map(str, arguments), "--json"], env=self.environment,
+                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=60, check=False)
+        assert done.returncode == status, (arguments, done)
+        return json.loads(done.stdout)
 
     def report(self, peer, job_id):
         """The lines of a job's report as (line type, text id)."""

@@ -46,6 +46,10 @@ class Puppet:
         """Waits until the widget is visible."""
         self.until(lambda: self.run("visible", name) == "1", name, seconds)
 
+    def click(self, name):
+        """As a person does it: not before it is there and enabled."""
+        self.until(lambda: self.run("click", name) == "", f"{name} to be clicked")
+
     def gone(self, name, seconds=20):
         self.until(lambda: self.run("visible", name) == "0", f"{name} to go", seconds)
 

@@ -8,62 +8,21 @@ import time
 import unittest
 
 import house
-import puppet
-from house import House
-
-
-class ClientTest(unittest.TestCase):
-    launcher = []  # what the client is started by
-
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.home = self.house.root / "home"
-        self.home.mkdir()
-        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
-                           QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
-                           QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
-        self.client = subprocess.Popen([*self.launcher, self.house.program / "VelmoraBackup"], env=environment)
-        self.addCleanup(self.stop)
-        self.hand = puppet.Puppet(self.house.root / "puppet")
-        self.hand.see("BackupWindow", 30)
-
-    def stop(self):
-        if self.client.poll() is None:
-            self.client.kill()
-        self.client.wait()
+from desktop import ClientTest
 
 
 class Road(ClientTest):
     def open_tool_and_mark_source(self):
-        hand = self.hand
-        hand.trigger("bavw")
-        hand.see("btn_start")
-        parts = self.house.rule(self.house.source, False).strip("/").split("/")
-        for depth in range(1, len(parts)):
-            path = hand.path(*parts[:depth])
-            hand.until(lambda path=path: hand.row("lst_source", "state", path) is not None, f"row {path!r}")
-            hand.row("lst_source", "expand", path)
-        path = hand.path(*parts)
-        hand.until(lambda: hand.row("lst_source", "state", path) is not None, "the source's row")
-        hand.row("lst_source", "click", path)
-        hand.until(lambda: hand.row("lst_source", "state", path) == "2", "the mark")
-
-    def choose_target(self):
-        hand = self.hand
-        hand.click("btn_destination")
-        hand.see("str_path")
-        hand.type("str_path", str(self.house.target))
-        hand.click("btn_ok")
-        hand.gone("str_path")
-        hand.until(lambda: "target" in hand.get("str_destination", "text"), "the destination's name")
-        hand.choose("mnu_packer", "Zstandard")
+        self.hand.trigger("bavw")
+        self.hand.see("btn_start")
+        self.mark_source()
 
     def test_from_the_window_to_the_medium(self):
         house.make_tree(self.house.source)
         hand = self.hand
         self.open_tool_and_mark_source()
-        self.choose_target()
+        self.choose_target(self.house.target)
+        self.hand.choose("mnu_packer", "Zstandard")
         hand.click("btn_start")
         hand.see("str_title")
         hand.type("str_title", "By hand & with care")
@@ -77,16 +36,8 @@ class Road(ClientTest):
 
     def mark_in_catalogue(self, title):
         """The source, in the full backup of that title."""
-        hand = self.hand
-        parts = [title, "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/")]
-        for depth in range(1, len(parts)):
-            path = hand.path(*parts[:depth])
-            hand.until(lambda path=path: hand.row("lst_catalogue", "state", path) is not None, f"row {path!r}")
-            hand.row("lst_catalogue", "expand", path)
-        path = hand.path(*parts)
-        hand.until(lambda: hand.row("lst_catalogue", "state", path) is not None, "the directory's row")
-        hand.row("lst_catalogue", "click", path)
-        hand.until(lambda: hand.row("lst_catalogue", "state", path) == "2", "the mark")
+        place = self.house.rule(self.house.source, False).strip("/").split("/")
+        self.mark("lst_catalogue", title, "Full Backup", *place)
 
     def test_there_and_back(self):
         """A directory is saved with backupctl, destroyed, found in the catalogue and sent elsewhere."""
@@ -148,7 +99,8 @@ class Road(ClientTest):
         hand.until(lambda: hand.row("lst_volumes", "state", "stick") is not None, "the disk's row")
         hand.row("lst_volumes", "click", "stick")
         hand.until(lambda: hand.row("lst_volumes", "state", "stick") == "2", "the mark")
-        self.choose_target()
+        self.choose_target(self.house.target)
+        self.hand.choose("mnu_packer", "Zstandard")
         hand.click("btn_start")
         hand.see("str_title")
         hand.type("str_title", "The stick")
@@ -163,7 +115,8 @@ class Road(ClientTest):
         house.make_tree(self.house.source)
         hand = self.hand
         self.open_tool_and_mark_source()
-        self.choose_target()
+        self.choose_target(self.house.target)
+        self.hand.choose("mnu_packer", "Zstandard")
         hand.click("btn_bakscheduler")
         hand.see("str_nextrun")
         hand.type("DATE", "31.12.2040")

@@ -5,6 +5,8 @@ import os
 import select
 import socket
 import struct
+import subprocess
+import sys
 import time
 
 FIXED = {"BOOL": "<B", "BYTE": "<b", "SHRT": "<h", "LONG": "<i", "LLNG": "<q", "FLOT": "<f", "DBLE": "<d",
@@ -131,8 +133,9 @@ class Peer:
         connection.connect(os.path.join(run_directory, f"team-{team}.sock"))
         self.adopt(connection, on_request)
 
-    def adopt(self, connection, on_request=None):
+    def adopt(self, connection, on_request=None, team=None):
         self.socket = connection
+        self.team = team or os.getpid()
         self.buffer = b""
         self.arrived = []
         self.answers = {}
@@ -144,12 +147,12 @@ class Peer:
         self.socket.close()
 
     def send(self, message):
-        self.socket.sendall(frame(1, message.flatten()))
+        self.socket.sendall(frame(1, message.flatten(), sender=self.team))
 
     def ask(self, message, seconds=10):
         request = self.next_request
         self.next_request += 1
-        self.socket.sendall(frame(2, message.flatten(), request=request))
+        self.socket.sendall(frame(2, message.flatten(), request=request, sender=self.team))
         self.wait(lambda: request in self.answers, seconds, f"an answer to {message.what}")
         return self.answers.pop(request)
 
@@ -176,7 +179,7 @@ class Peer:
             self.arrived.append(message)
             if kind == 2:
                 reply = self.on_request(message) or Message()
-                self.socket.sendall(frame(3, reply.flatten(), token=0, request=request))
+                self.socket.sendall(frame(3, reply.flatten(), token=0, request=request, sender=self.team))
 
     def wait(self, condition, seconds, what):
         end = time.monotonic() + seconds
@@ -197,6 +200,34 @@ class Peer:
         message = find()
         self.arrived.remove(message)
         return message
+
+
+class Stranger(Peer):
+    """A connection made by another process: to the other side a program of its own, `team`, that can be stopped
+    by itself. The process only connects and stays; its connection is used from here."""
+
+    PROGRAM = """
+import socket, sys
+made = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+made.connect(sys.argv[1])
+home = socket.socket(fileno=0)
+socket.send_fds(home, [b"x"], [made.fileno()])
+made.close()
+home.recv(1)
+"""
+
+    def __init__(self, run_directory, team, on_request=None):
+        self.home, theirs = socket.socketpair()
+        self.process = subprocess.Popen([sys.executable, "-c", self.PROGRAM, f"{run_directory}/team-{team}.sock"],
+                                        stdin=theirs)
+        theirs.close()
+        _, descriptors, _, _ = socket.recv_fds(self.home, 1, 1)
+        self.adopt(socket.socket(fileno=descriptors[0]), on_request, self.process.pid)
+
+    def close(self):
+        super().close()
+        self.home.close()
+        self.process.wait()
 
 
 class Team:

@@ -36,11 +36,17 @@ QList<QWidget*> AllWidgets() {
     return all;
 }
 
-// Visible ones first: a hidden tool may have a control of the same name.
+// Visible ones first: a hidden tool may have a control of the same name. "name@other" is the one in
+// the window of the other.
 template <class T>
-T* FindByName(const QString& name) {
+T* FindByName(const QString& whole) {
     T* hidden = nullptr;
+    const QString name = whole.section('@', 0, 0);
+    const QString other = whole.section('@', 1);
+    QWidget* beside = other.isEmpty() ? nullptr : FindByName<QWidget>(other);
+    if (!beside && !other.isEmpty()) return nullptr;
     for (QWidget* widget : AllWidgets()) {
+        if (beside && widget->window() != beside->window()) continue;
         if (widget->objectName() != name) continue;
         if (auto* found = qobject_cast<T*>(widget)) {
             if (widget->isVisible()) return found;
