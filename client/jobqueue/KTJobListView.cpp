@@ -1,5 +1,6 @@
 #include "client/jobqueue/KTJobListView.h"
 
+#include <QKeyEvent>
 #include <array>
 
 #include "client/app/ClientCodes.h"
@@ -173,10 +174,17 @@ QIcon KTJobListView::CellIcon(KTRow row) const {
 }
 
 bool KTJobListView::TestRenameColumnData(KTRow row, int column) {
-    // The server keeps the description of a running job to itself.
+    // A first press on a job marks it. And the server keeps the description of a running one to
+    // itself.
     const auto status = static_cast<core::JobStatus>(JobStatus(row));
-    return fShow == Show::Queue && column == kTitle &&
+    return fShow == Show::Queue && column == kTitle && Rows().IsMarked(row) &&
            (status == core::JobStatus::Waiting || status == core::JobStatus::Paused);
+}
+
+void KTJobListView::keyPressEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_F2 && Type() == ListType::Multiple && CurrentRow() != kNoRow)
+        MultiSelect(CurrentRow());
+    KTColumnListView::keyPressEvent(event);
 }
 
 void KTJobListView::RenameColumnData(KTRow row, int, const QString& text) {

@@ -49,6 +49,9 @@ public:
     bool TestRenameColumnData(KTRow row, int column) override;
     void RenameColumnData(KTRow row, int column, const QString& text) override;
 
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+
 signals:
     // The whole list has come anew.
     void Fetched();

@@ -64,12 +64,14 @@ void KTColumnListView::mousePressEvent(QMouseEvent* event) {
 
 void KTColumnListView::mouseDoubleClickEvent(QMouseEvent* event) {
     const KTRow row = RowAt(event->position().toPoint());
-    const int column = std::max(header()->logicalIndexAt(event->position().toPoint().x()), 0);
-    const bool expander = row != kNoRow && IsOnExpander(row, event->position().toPoint());
-    if (row != kNoRow && !expander && ColumnAt(column).editable) return event->accept();
-    // The second press of two quick ones: a mark that the first one set is taken back.
-    mousePressEvent(event);
-    if (row != kNoRow && !expander && event->button() == Qt::LeftButton) Invoke(row);
+    if (row == kNoRow || event->button() != Qt::LeftButton ||
+        IsOnExpander(row, event->position().toPoint()))
+        return mousePressEvent(event);
+    event->accept();
+    if (state() == EditingState) return;  // the first press was for it
+    // A mark that the first press set is taken back.
+    if (fType == ListType::Multiple) Toggle(row);
+    Invoke(row);
 }
 
 void KTColumnListView::mouseMoveEvent(QMouseEvent* event) {

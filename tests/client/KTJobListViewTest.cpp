@@ -3,6 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <QLineEdit>
+#include <QTest>
+
 #include "core/protocol/Codes.h"
 #include "tests/client/BackupTesting.h"
 
@@ -106,6 +109,14 @@ TEST_F(JobList, TitleEditedInPlaceIsStored) {
     AddJob(inserted, 1, "A", 1, 1);
     AddJob(inserted, 2, "B", 2, 1);
     Send(inserted);
+    const KTRow first = List().RowOfJob(1);
+    List().show();
+    const QPoint title = List().visualRect(List().IndexOf(first, KTJobListView::kTitle)).center();
+    QTest::mouseClick(List().viewport(), Qt::LeftButton, {}, title);
+    EXPECT_TRUE(List().Rows().IsMarked(first)) << "the first press marks";
+    EXPECT_FALSE(List().findChild<QLineEdit*>());
+    QTest::mouseClick(List().viewport(), Qt::LeftButton, {}, title);
+    EXPECT_TRUE(List().findChild<QLineEdit*>()) << "the next one edits";
     EXPECT_TRUE(List().TestRenameColumnData(List().RowOfJob(1), KTJobListView::kTitle));
     EXPECT_FALSE(List().TestRenameColumnData(List().RowOfJob(2), KTJobListView::kTitle))
         << "a running job cannot be changed";
