@@ -54,7 +54,15 @@ void PlaceRelativeTo(QWidget* window, const QWidget* parent, const BRect& offset
 void PlaceOver(QWidget* window, const QWidget* parent) {
     if (!parent) return;
     const QRect frame = parent->window()->frameGeometry();
-    const QPoint corner = frame.center() - QPoint(window->width() / 2, window->height() / 2);
+    QPoint corner = frame.center() - QPoint(window->width() / 2, window->height() / 2);
+    // A place that nobody chose shows all of the window, if the screen is large enough for it.
+    if (const QScreen* screen = parent->window()->screen()) {
+        const QRect room = screen->availableGeometry();
+        corner.setX(
+            std::max(std::min(corner.x(), room.right() + 1 - window->width()), room.left()));
+        corner.setY(
+            std::max(std::min(corner.y(), room.bottom() + 1 - window->height()), room.top()));
+    }
     window->move(Reachable(window, corner));
 }
 
