@@ -27,8 +27,11 @@ class ClientTest(unittest.TestCase):
                            QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
                            QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
         self.client = subprocess.Popen([*self.launcher, self.house.program / "VelmoraBackup"], env=environment)
-        self.hand = puppet.Puppet(self.house.root / "puppet")
+        self.open_hand()
         self.hand.see("BackupWindow", 30)
+
+    def open_hand(self):
+        self.hand = puppet.Puppet(self.house.root / "puppet")
 
     def stop(self):
         if self.client and self.client.poll() is None:
