@@ -26,6 +26,16 @@ public:
     // `out` is replaced by the content of one frame, refused (TooLarge) above `limit` bytes. Input
     // is hostile: Damaged is the answer to anything that is not one whole frame.
     virtual kit::Status Decompress(std::span<const uint8_t> in, size_t limit, Bytes* out) = 0;
+    // The same of the frame that `in` begins with, whatever follows it: for media whose frames
+    // nobody knows any more. `used` gets its size in bytes, 0 where that cannot be told; Damaged
+    // with a size above 0 is a frame that can be passed over. Where frames leave no trace in the
+    // file (no compression) any part of it is one.
+    virtual kit::Status DecompressFirst(std::span<const uint8_t> in, size_t limit, Bytes* out,
+                                        size_t* used) {
+        (void)in, (void)limit, (void)out;
+        *used = 0;
+        return kit::Error::Make(kit::ErrorKind::Unsupported, "", "frames cannot be found");
+    }
 };
 
 class KTCruncher : public KTSettingsOwner {

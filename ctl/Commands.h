@@ -99,6 +99,20 @@ struct VerifyOptions {
 };
 ExitCode Verify(ServerConnection& server, const VerifyOptions& options);
 
+struct ScanOptions {
+    std::string folder;
+    bool json = false;
+};
+ExitCode Scan(ServerConnection& server, const ScanOptions& options);
+
+struct InsertOptions {
+    std::string folder;
+    std::vector<std::string> backups;
+    bool json = false;
+    bool verbose = false;
+};
+ExitCode Insert(ServerConnection& server, const InsertOptions& options);
+
 struct DeleteOptions {
     std::vector<std::string> backups;
     bool withData = false;

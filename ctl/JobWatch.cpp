@@ -1,5 +1,7 @@
 #include "ctl/JobWatch.h"
 
+#include <algorithm>
+
 #include "core/protocol/LineTypes.h"
 #include "core/protocol/Texts.h"
 #include "core/report/ReportLines.h"
@@ -32,6 +34,12 @@ private:
     bool IsOurs(const BMessage& message) const {
         return fJob != 0 && message.Get<int32_t>("job_id", 0) == fJob;
     }
+    // Whether it is one of the backups that this job was to insert.
+    bool IsInserted(const std::string& name) const {
+        return std::ranges::any_of(fOptions.inserted, [&](const std::string& folder) {
+            return !name.empty() && folder.starts_with(name);
+        });
+    }
     void Progress(const BMessage& message);
     void Interrupted();
     ExitCode Refused();
@@ -46,6 +54,7 @@ private:
     int32_t fJob = 0;     // 0: not accepted yet
     int32_t fReport = 0;  // 0: none yet
     std::string fBackup;  // the name of the finished backup
+    std::vector<std::string> fInserted;
     bool fStarted = false, fAborting = false, fRefused = false, fRemoved = false;
     std::optional<JobEnd> fEnd;
 };
@@ -112,7 +121,10 @@ void Watch::Take(BMessage& message) {
             if (IsOurs(message)) fRemoved = true;
             break;
         case code::kCatalogue:
-            if (IsOurs(message)) fBackup = message.Get("name", std::string());
+            if (core::IsBackup(fOptions.type) && IsOurs(message))
+                fBackup = message.Get("name", std::string());
+            if (fStarted && IsInserted(message.Get("name", std::string())))
+                fInserted.push_back(message.Get("name", std::string()));
             break;
         case code::kReportInserted:
             if (IsOurs(message)) fReport = message.Get<int32_t>("report_id", 0);
@@ -152,8 +164,9 @@ void Watch::Progress(const BMessage& message) {
     } else if (type == core::LineType::Volume) {
         fProgress.Clear();
         const std::string text = Printable(core::ReportLineText(message));
-        // A backup's line is the volume's name; a line of the others says all by itself.
-        if (core::IsBackup(fOptions.type)) {
+        // A backup's line is the volume's name, an insert's the medium's; a line of the others says
+        // all by itself.
+        if (core::IsBackup(fOptions.type) || fOptions.type == core::JobType::Insert) {
             Say(core::VolumeTextId(static_cast<int32_t>(fOptions.type)), text);
         } else {
             std::printf("%s\n", text.c_str());
@@ -204,6 +217,7 @@ bool HasLine(const std::optional<BMessage>& report, int32_t textId) {
 bool Watch::IsDone(const std::optional<BMessage>& report) const {
     // With a backup in the catalogue something was saved; without one nothing was.
     if (core::IsBackup(fOptions.type)) return !fBackup.empty();
+    if (fOptions.type == core::JobType::Insert) return !fInserted.empty();
     return HasLine(report, core::text::kBackupLoaded) &&
            !HasLine(report, core::text::kNothingToRestore) &&
            !HasLine(report, core::text::kDestinationFull);
@@ -238,12 +252,15 @@ ExitCode Watch::Result() {
     if (fOptions.json) {
         nlohmann::ordered_json result{{"job_id", fJob}, {"status", status}};
         if (core::IsBackup(fOptions.type)) result["backup"] = fBackup;
+        if (fOptions.type == core::JobType::Insert) result["inserted"] = fInserted;
         result["report_id"] = fReport;
         result["lines"] = report ? ReportJson(*report) : nlohmann::ordered_json::array();
         PrintJson(result);
         return code;
     }
     if (report) PrintReport(*report, fOptions.verbose);
+    for (const auto& name : fInserted)
+        Say(kMoreCtlInserted, Printable(name));
     if (fBackup.empty()) {
         Say(kMoreCtlJobEnded, JobIdWords(fJob), core::TextOf(words));
     } else {

@@ -41,6 +41,8 @@ struct Options {
     ctl::CompareOptions compare;
     ctl::VerifyOptions verify;
     ctl::DeleteOptions remove;
+    ctl::ScanOptions scan;
+    ctl::InsertOptions insert;
     std::string job;
     std::string action;  // of the queue; "": list it
     ctl::ScheduleCommand schedule;
@@ -203,6 +205,32 @@ void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
     remove->add_flag("--yes", options.remove.yes, TextOf(kMoreCtlHelpYes));
 }
 
+void AddInsertCommands(CLI::App& app, Options& options, Chosen* chosen) {
+    auto* scan = Add(app, "scan", kMoreCtlHelpScan, chosen, {[&](ctl::ServerConnection& server) {
+                         options.scan.json = options.json;
+                         return ctl::Scan(server, options.scan);
+                     }});
+    scan->add_option("DIR", options.scan.folder, TextOf(kMoreCtlHelpScanDir))
+        ->required()
+        ->type_name("");
+
+    auto* insert = Add(app, "insert", kMoreCtlHelpInsert, chosen,
+                       {[&](ctl::ServerConnection& server) {
+                            options.insert.json = options.json;
+                            options.insert.verbose = options.verbose;
+                            return ctl::Insert(server, options.insert);
+                        },
+                        kToldOfJobs});
+    insert->add_option("DIR", options.insert.folder, TextOf(kMoreCtlHelpScanDir))
+        ->required()
+        ->type_name("");
+    insert->add_option("BACKUP", options.insert.backups, TextOf(kMoreCtlHelpInsertWhich))
+        ->required()
+        ->type_name("");
+    AddVerbose(insert, options);
+    insert->footer(TextOf(kMoreCtlHelpInsertNotes));
+}
+
 void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
     Add(app, "jobs", kMoreCtlHelpJobs, chosen,
         {[&](ctl::ServerConnection& server) { return ctl::Jobs(server, options.json); }});
@@ -293,6 +321,7 @@ int main(int argc, char** argv) {
     AddBackupCommand(app, options, &chosen);
     AddCatalogueCommands(app, options, &chosen);
     AddRestoreCommands(app, options, &chosen);
+    AddInsertCommands(app, options, &chosen);
     AddJobCommands(app, options, &chosen);
     for (auto* command : app.get_subcommands({})) {
         command->add_flag("--json", options.json, TextOf(kMoreCtlHelpJson));

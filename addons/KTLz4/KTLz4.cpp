@@ -42,6 +42,16 @@ public:
     }
 
     kit::Status Decompress(std::span<const uint8_t> in, size_t limit, Bytes* out) override {
+        size_t used = 0;
+        kit::Status status = DecompressFirst(in, limit, out, &used);
+        if (status && used != in.size())
+            return Error::Make(ErrorKind::Damaged, "", "not exactly one lz4 frame");
+        return status;
+    }
+
+    kit::Status DecompressFirst(std::span<const uint8_t> in, size_t limit, Bytes* out,
+                                size_t* used) override {
+        *used = 0;
         if (!fUnpack) {
             LZ4F_dctx* context = nullptr;
             if (LZ4F_isError(LZ4F_createDecompressionContext(&context, LZ4F_VERSION))) {
@@ -69,8 +79,9 @@ public:
             at += taken;
             done += given;
             if (wanted == 0) {
-                if (at == in.size() && done == out->size()) return {};
-                return Error::Make(ErrorKind::Damaged, "", "not exactly one lz4 frame");
+                *used = at;
+                if (done == out->size()) return {};
+                return Error::Make(ErrorKind::Damaged, "", "lz4 frame too short");
             }
             if (taken == 0 && given == 0) {
                 return Error::Make(ErrorKind::Damaged, "", "lz4 frame too short or too long");

@@ -1,4 +1,6 @@
 // KTNone: no compression. A frame is its content.
+#include <algorithm>
+
 #include "addons/KTCruncher.h"
 
 namespace {
@@ -13,6 +15,11 @@ public:
         if (in.size() > limit) return kit::Error::Make(kit::ErrorKind::TooLarge, "", "frame");
         out->assign(in.begin(), in.end());
         return {};
+    }
+    kit::Status DecompressFirst(std::span<const uint8_t> in, size_t limit, Bytes* out,
+                                size_t* used) override {
+        *used = std::min(in.size(), limit);
+        return Decompress(in.first(*used), limit, out);
     }
 };
 

@@ -95,6 +95,22 @@ public:
         return {};
     }
 
+    kit::Status DecompressFirst(std::span<const uint8_t> in, size_t limit, Bytes* out,
+                                size_t* used) override {
+        *used = 0;
+        out->resize(limit);
+        size_t size = 0;
+        uint64_t memory = kMostMemory;
+        const lzma_ret result = lzma_stream_buffer_decode(&memory, 0, nullptr, in.data(), used,
+                                                          in.size(), out->data(), &size, limit);
+        if (result == LZMA_MEM_ERROR) {
+            return Error::Make(ErrorKind::Io, "", "no memory to decompress");
+        }
+        if (result != LZMA_OK) return Damaged("no whole xz stream");
+        out->resize(size);
+        return {};
+    }
+
 private:
     lzma_options_lzma fOptions{};
     bool fUsable = false;

@@ -49,6 +49,14 @@ public:
         return {};
     }
 
+    kit::Status DecompressFirst(std::span<const uint8_t> in, size_t limit, Bytes* out,
+                                size_t* used) override {
+        const size_t size = ZSTD_findFrameCompressedSize(in.data(), in.size());
+        *used = ZSTD_isError(size) ? 0 : size;
+        if (*used == 0) return kit::Error::Make(kit::ErrorKind::Damaged, "", "no whole zstd frame");
+        return Decompress(in.first(*used), limit, out);
+    }
+
 private:
     std::unique_ptr<ZSTD_CCtx, decltype(&ZSTD_freeCCtx)> fPack;
     std::unique_ptr<ZSTD_DCtx, decltype(&ZSTD_freeDCtx)> fUnpack;

@@ -173,6 +173,9 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "      backupctl restore \"Papers and pictures\" ~/Documents/budget.ods --to ~/found\n"
     "  Bring back a folder to where it was, but replace only older files:\n"
     "      backupctl restore 0000001a ~/Pictures --overwrite older\n"
+    "  Bring back into the list what lies on a disk, on a new machine, too:\n"
+    "      backupctl scan /media/disk/backups\n"
+    "      backupctl insert /media/disk/backups \"Papers and pictures\"\n"
     "  See that a backup is whole; delete it with its data:\n"
     "      backupctl list\n"
     "      backupctl verify 20261122T201530-0000001a\n"
@@ -322,6 +325,32 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "The backup server has stopped unexpectedly",
     /* kMoreNoticeServerGoneMore */
     "Jobs that were running have not been finished.",
+    /* kMoreCtlNoDirectory */
+    "%s is no directory.",
+    /* kMoreCtlNoneFound */
+    "No backups in %s.",
+    /* kMoreCtlNotOnMedium */
+    "There is no backup '%s' in %s.",
+    /* kMoreCtlFoundProtected */
+    "protected",
+    /* kMoreCtlFoundKnown */
+    "in the catalogue",
+    /* kMoreCtlInsertTitle */
+    "Insert from %s",
+    /* kMoreCtlInserted */
+    "In the catalogue: %s",
+    /* kMoreCtlHelpScan */
+    "Show the backups that lie in a directory, also those that the catalogue does not know",
+    /* kMoreCtlHelpInsert */
+    "Bring backups that lie in a directory back into the catalogue; writes nothing to it",
+    /* kMoreCtlHelpScanDir */
+    "The directory in which the backups lie",
+    /* kMoreCtlHelpInsertWhich */
+    "Name of its folder or title, as 'backupctl scan' shows it",
+    /* kMoreCtlHelpInsertNotes */
+    "Where the catalogue beside a backup is lost, all of its data is read to make a new one. A "
+    "protected backup\nis in the list at once; 'backupctl browse' asks for its password and opens "
+    "it.",
 };
 
 }  // namespace core

@@ -263,6 +263,18 @@ enum MoreText : int32_t {
     kMoreShowReport,            // button of a notice
     kMoreNoticeServerGone,      // notice on the desktop
     kMoreNoticeServerGoneMore,  // its second line
+    kMoreCtlNoDirectory,        // s path
+    kMoreCtlNoneFound,          // s path
+    kMoreCtlNotOnMedium,        // s what was named, s path
+    kMoreCtlFoundProtected,     // of a backup in a list
+    kMoreCtlFoundKnown,         // the same
+    kMoreCtlInsertTitle,        // s path
+    kMoreCtlInserted,           // s name of the backup
+    kMoreCtlHelpScan,           // backupctl
+    kMoreCtlHelpInsert,         // backupctl
+    kMoreCtlHelpScanDir,        // backupctl
+    kMoreCtlHelpInsertWhich,    // backupctl
+    kMoreCtlHelpInsertNotes,    // backupctl
     kMoreEnd
 };
 

@@ -60,6 +60,7 @@ BackupServer::~BackupServer() {
     fDayPulse.reset();
     // What runs still writes its report; what writes still uses the desks.
     if (fJobs) fJobs->Stop();
+    if (fBackups) fBackups->Stop();
     fKeys.reset();
     fWriting.reset();
 }
@@ -80,7 +81,10 @@ kit::Status BackupServer::Open(Configuration configuration) {
     fBackups =
         std::make_unique<CatalogueDesk>(host, *fCatalogues, *fReports, configuration.addOnFolder);
     fPanels = std::make_unique<JobPanels>(host);
-    fKeys = std::make_unique<KeyRing>(*fCatalogues);
+    fKeys = std::make_unique<KeyRing>(*fCatalogues,
+                                      [this](const std::string& backup, auto key, int32_t team) {
+                                          fBackups->OpenTree(backup, std::move(key), team);
+                                      });
     fJobs = std::make_unique<JobDesk>(JobDesk::Parts{
         .host = host,
         .records = *fRecords,
@@ -177,6 +181,7 @@ void BackupServer::TeamGone(int32_t team) {
 bool BackupServer::QuitRequested() {
     fQuitting = true;
     fJobs->Stop();
+    fBackups->Stop();
     return fJobs->IsIdle();
 }
 

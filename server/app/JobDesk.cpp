@@ -69,7 +69,7 @@ void JobDesk::Recover() {
     // Ids are the keys of backups: one that a backup or a report has is taken, whatever became of
     // the file of jobs.
     for (const auto& backup : fParts.catalogues.Backups()) {
-        fLastId = std::max({fLastId, backup.jobId, backup.baseId});
+        fLastId = std::max({fLastId.load(), backup.jobId, backup.baseId});
     }
     LineChunk crash;
     crash.AddWords(core::LineType::Error, "The backup server ended while this job was running.");
@@ -83,7 +83,7 @@ void JobDesk::Recover() {
         auto reports = fParts.records.Reports();
         stored = queue.Load(&unreadable);
         unfinished = reports.Load(false);
-        fLastId = std::max({fLastId, queue.LastId(), reports.LastJobId()});
+        fLastId = std::max({fLastId.load(), queue.LastId(), reports.LastJobId()});
         (void)queue.ReserveIds(fLastId);  // they are counted again by the next start
         for (const auto& report : unfinished) {
             fParts.reports.AppendStored(report.id, crash.Message());
@@ -284,9 +284,24 @@ void JobDesk::Start(int32_t id) {
     NotifyStatus(id);
     fParts.panels.JobStarted(id, job.type, job.title, job.description.Get<int32_t>("client_id", 0),
                              output->stream);
-    JobOrder order{id, job.type, job.title, job.description, {}};
+    JobOrder order{id, job.type, job.title, job.description, {}, NumbersFor(id)};
     if (auto keys = fKeys.extract(id)) order.keys = std::move(keys.mapped());
     fRunner.Start(std::move(order), std::move(output), job.paused);
+}
+
+std::function<int32_t(int32_t)> JobDesk::NumbersFor(int32_t id) {
+    std::set<int32_t> taken;
+    for (const auto& [other, job] : fQueue.Jobs())
+        if (other != id) taken.insert(other);
+    return [this, taken = std::move(taken), last = fLastId.load()](int32_t wanted) {
+        // Whoever had it, no job has it any more, and none will get it.
+        if (wanted > 0 && wanted <= last && !taken.contains(wanted)) return wanted;
+        for (int32_t now = fLastId;;) {
+            if (now == std::numeric_limits<int32_t>::max()) return 0;
+            const int32_t next = std::max(wanted, now + 1);
+            if (fLastId.compare_exchange_weak(now, next)) return next;
+        }
+    };
 }
 
 // On the job's thread.
@@ -337,8 +352,12 @@ std::optional<QueuedJob> JobDesk::NextRun(const QueuedJob& job, int64_t started,
     const bool good =
         end == core::JobEnd::Good || (end == core::JobEnd::Errors && core::IsBackup(job.type) &&
                                       fParts.catalogues.FindByJob(job.id).has_value());
-    auto next = job.Next(fLastId + 1, started, good, fParts.host.Now(), fParts.host.LocalZone());
-    if (next) ++fLastId;
+    std::optional<QueuedJob> next;
+    // A job that inserts may take the number meanwhile.
+    for (int32_t last = fLastId;;) {
+        next = job.Next(last + 1, started, good, fParts.host.Now(), fParts.host.LocalZone());
+        if (!next || fLastId.compare_exchange_strong(last, last + 1)) break;
+    }
     return next;
 }
 
@@ -374,7 +393,7 @@ void JobDesk::List(BMessage& message) {
     for (const auto& [id, job] : fQueue.Jobs())
         AddToJobList(reply, job);
     for (const auto& backup : fParts.catalogues.Backups()) {
-        if (backup.type == core::JobType::Full) AddToJobList(reply, backup);
+        if (backup.IsBase()) AddToJobList(reply, backup);
     }
     if (reply.IsEmpty()) reply.what = core::code::kNone;
     message.SendReply(std::move(reply));

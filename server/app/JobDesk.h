@@ -6,6 +6,8 @@
 // after.
 #pragma once
 
+#include <atomic>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -85,12 +87,14 @@ private:
     void TellIfNeverRuns(const QueuedJob& job);
     void TellOverdue();
     void Store(const QueuedJob& job);
+    // Of a job that is about to start: gives numbers to backups that it brings from elsewhere.
+    std::function<int32_t(int32_t wanted)> NumbersFor(int32_t id);
 
     Parts fParts;
     JobQueue fQueue;
     std::map<int32_t, std::shared_ptr<Output>> fOutputs;  // of running jobs
     std::map<int32_t, BackupKeys> fKeys;  // of jobs that wait, for what they will read
-    int32_t fLastId = 0;
+    std::atomic<int32_t> fLastId = 0;     // jobs that insert count on, too
     bool fStopping = false;
     JobRunner fRunner;  // ends before what its jobs use
 };

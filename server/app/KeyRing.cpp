@@ -16,7 +16,7 @@ constexpr int kMostDoublings = 4;
 }  // namespace
 
 // A 'ktpc' with passwords, answered name by name: in between it is others' turn.
-class KeyRing::Question {
+class KeyRing::Question : public std::enable_shared_from_this<Question> {
 public:
     Question(KeyRing& ring, BMessage message) : fRing(ring), fMessage(std::move(message)) {}
 
@@ -25,7 +25,16 @@ public:
         if (fNext < fMessage.Count("name")) return false;
         // Who looks at nothing but the first one must learn of all.
         if (fIsWrong && !fReply.IsEmpty()) fReply.Set<int32_t>("result", 0, 0);
-        fMessage.SendReply(std::move(fReply));
+        if (fLocked.empty()) {
+            fMessage.SendReply(std::move(fReply));
+            return true;
+        }
+        // Who hears that the password is right asks for the tree next.
+        fRing.fOpening.Post([self = shared_from_this()] {
+            for (const auto& [name, key] : self->fLocked)
+                self->fRing.fOpenTree(name, key, self->fMessage.SourceTeam());
+            self->fMessage.SendReply(std::move(self->fReply));
+        });
         return true;
     }
 
@@ -35,9 +44,12 @@ private:
         const auto backup = name ? fRing.fCatalogues.Find(*name) : std::nullopt;
         if (!backup) return;
         const auto password = fMessage.FindString("pw", index);
-        const bool right =
-            !backup->isProtected ||
-            (password && fRing.Try(fMessage.SourceTeam(), *backup, archive::Secret(*password)));
+        bool right = !backup->isProtected;
+        if (!right && password) {
+            const auto key = fRing.Try(fMessage.SourceTeam(), *backup, archive::Secret(*password));
+            right = key != nullptr;
+            if (right && backup->isLocked && fRing.fOpenTree) fLocked.emplace_back(*name, key);
+        }
         fIsWrong |= !right;
         fReply.Add("name", *name);
         fReply.Add<int32_t>("result", right ? 1 : 0);
@@ -46,12 +58,17 @@ private:
     KeyRing& fRing;
     BMessage fMessage;
     BMessage fReply{core::code::kPasswordResult};
+    // Their trees are still to be opened.
+    std::vector<std::pair<std::string, std::shared_ptr<const archive::AgeIdentity>>> fLocked;
     int32_t fNext = 0;
     bool fIsWrong = false;
 };
 
-KeyRing::KeyRing(CatalogueStore& catalogues, Clock::duration delay)
-    : fCatalogues(catalogues), fDelay(delay), fThread([this] { Run(); }) {}
+KeyRing::KeyRing(CatalogueStore& catalogues, OpenTree openTree, Clock::duration delay)
+    : fCatalogues(catalogues),
+      fOpenTree(std::move(openTree)),
+      fDelay(delay),
+      fThread([this] { Run(); }) {}
 
 KeyRing::~KeyRing() {
     {
@@ -155,19 +172,21 @@ void KeyRing::Run() {
     }
 }
 
-bool KeyRing::Try(int32_t team, const BackupInfo& backup, const archive::Secret& password) {
+std::shared_ptr<const archive::AgeIdentity> KeyRing::Try(int32_t team, const BackupInfo& backup,
+                                                         const archive::Secret& password) {
     auto identity = archive::OpenKeyFile(backup.protection.keyFile, password);
     const std::lock_guard lock(fMutex);
-    if (fWorkingFor != team) return false;
+    if (fWorkingFor != team) return nullptr;
     Client& client = fClients[team];
     if (!identity) {
         client.barred = Clock::now() + fDelay * (1 << std::min(client.wrong, kMostDoublings));
         ++client.wrong;
-        return false;
+        return nullptr;
     }
     client.wrong = 0;
-    client.open[backup.name] = std::make_shared<const archive::AgeIdentity>(std::move(*identity));
-    return true;
+    auto key = std::make_shared<const archive::AgeIdentity>(std::move(*identity));
+    client.open[backup.name] = key;
+    return key;
 }
 
 }  // namespace server

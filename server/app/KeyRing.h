@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "kit/message/BMessage.h"
+#include "server/app/Worker.h"
 #include "server/archive/KeyFile.h"
 #include "server/catalogue/CatalogueStore.h"
 #include "server/engine/JobEnvironment.h"
@@ -24,10 +25,15 @@ namespace server {
 class KeyRing {
 public:
     using Clock = std::chrono::steady_clock;
+    // Opens the tree of a backup that came by insert. On a thread of its own; who gave the password
+    // waits for it, nobody else.
+    using OpenTree = std::function<void(
+        const std::string& backup, std::shared_ptr<const archive::AgeIdentity> key, int32_t team)>;
 
     // After a wrong password the next one of the same client is looked at so much later; twice as
     // long after the second, up to 16 times.
-    explicit KeyRing(CatalogueStore& catalogues, Clock::duration delay = std::chrono::seconds(1));
+    explicit KeyRing(CatalogueStore& catalogues, OpenTree openTree = {},
+                     Clock::duration delay = std::chrono::seconds(1));
     ~KeyRing();  // what still waits is let go
 
     void Check(BMessage& message);  // 'ktpc'
@@ -54,10 +60,12 @@ private:
     void Post(Task task);
     void Run();
     Clock::time_point BarredUntil(const Task& task) const;
-    // Whether this is the password; then the backup is open for the client.
-    bool Try(int32_t team, const BackupInfo& backup, const archive::Secret& password);
+    // What the password opens, null for a wrong one; then the backup is open for the client.
+    std::shared_ptr<const archive::AgeIdentity> Try(int32_t team, const BackupInfo& backup,
+                                                    const archive::Secret& password);
 
     CatalogueStore& fCatalogues;
+    const OpenTree fOpenTree;
     const Clock::duration fDelay;
 
     std::mutex fMutex;
@@ -67,6 +75,7 @@ private:
     int32_t fWorkingFor = 0;
     bool fEnd = false;
     std::thread fThread;
+    Worker fOpening;
 };
 
 }  // namespace server

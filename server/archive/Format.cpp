@@ -1,5 +1,7 @@
 #include "server/archive/Format.h"
 
+#include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <ctime>
 
@@ -33,12 +35,38 @@ std::string PartFolder(const std::string& name, int disc) {
     return name + std::string(kPartSuffix) + std::to_string(disc);
 }
 
+int64_t StartOfName(std::string_view name) {
+    std::tm utc{};
+    const std::string text(name.substr(0, 15));
+    const char* end = ::strptime(text.c_str(), "%Y%m%dT%H%M%S", &utc);
+    return end && *end == '\0' ? ::timegm(&utc) : 0;
+}
+
+int32_t JobOfName(std::string_view name) {
+    if (!IsBackupName(name)) return 0;
+    const std::string_view digits = name.substr(name.size() - 8);
+    uint32_t id = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), id, 16);
+    return id <= INT32_MAX ? static_cast<int32_t>(id) : 0;
+}
+
+int DiscOfFolder(std::string_view folder) {
+    const size_t stem = BackupName(0, 0).size() + kPartSuffix.size();
+    if (folder.size() <= stem || !IsBackupName(folder.substr(0, stem - kPartSuffix.size())) ||
+        !folder.substr(0, stem).ends_with(kPartSuffix)) {
+        return 0;
+    }
+    int disc = 0;
+    const char* const end = folder.data() + folder.size();
+    const auto read = std::from_chars(folder.data() + stem, end, disc);
+    return read.ec == std::errc() && read.ptr == end && disc > 0 ? disc : 0;
+}
+
 std::optional<std::string_view> BackupOfFolder(std::string_view folder) {
-    if (folder.ends_with(kPartialSuffix)) folder.remove_suffix(kPartialSuffix.size());
-    const size_t digits = folder.find_last_not_of("0123456789");
-    if (digits != std::string_view::npos && digits + 1 < folder.size()) {
-        const std::string_view stem = folder.substr(0, digits + 1);
-        if (stem.ends_with(kPartSuffix)) folder = stem.substr(0, stem.size() - kPartSuffix.size());
+    if (folder.ends_with(kPartialSuffix)) {
+        folder.remove_suffix(kPartialSuffix.size());
+    } else if (DiscOfFolder(folder) > 0) {
+        folder = folder.substr(0, folder.rfind(kPartSuffix));
     }
     if (!IsBackupName(folder)) return std::nullopt;
     return folder;
@@ -48,6 +76,19 @@ std::string MediumFile(int number, std::string_view compressorSuffix) {
     char text[32];
     std::snprintf(text, sizeof(text), "%04d.tar", number);
     return text + std::string(compressorSuffix);
+}
+
+std::optional<MediumName> ParseMediumFile(std::string_view file) {
+    constexpr std::string_view kTar = ".tar";
+    constexpr size_t kMostDigits = 6;
+    const size_t digits = std::min(file.find_first_not_of("0123456789"), file.size());
+    if (digits < 4 || digits > kMostDigits || !file.substr(digits).starts_with(kTar))
+        return std::nullopt;
+    MediumName name;
+    std::from_chars(file.data(), file.data() + digits, name.number);
+    name.suffix = file.substr(digits + kTar.size());
+    if (name.number < 1 || (!name.suffix.empty() && name.suffix[0] != '.')) return std::nullopt;
+    return name;
 }
 
 }  // namespace server::archive

@@ -35,13 +35,25 @@ inline constexpr size_t kTarRecord = 20 * kTarBlock;  // the stream's length is 
 // "20261122T201530-0000001a": the start in UTC and the job's id.
 std::string BackupName(int64_t start, int32_t jobId);
 bool IsBackupName(std::string_view folder);  // without any suffix
+// What a backup's name says: the start in seconds since the epoch, 0 for an impossible one, and the
+// job's id, 0 for one that no job has.
+int64_t StartOfName(std::string_view name);
+int32_t JobOfName(std::string_view name);
 // "20261122T201530-0000001a.disc1": what of a backup lies on a disc (from 1) that it goes on
 // behind.
 std::string PartFolder(const std::string& name, int disc);
+// The number of that disc; 0 for any other folder.
+int DiscOfFolder(std::string_view folder);
 // The name of the backup in this folder, whole, partial or a part; nothing for any other folder.
 std::optional<std::string_view> BackupOfFolder(std::string_view folder);
 
 // "0001.tar.zst"; media count from 1.
 std::string MediumFile(int number, std::string_view compressorSuffix);
+// The number and what follows ".tar" of such a file; nothing for any other.
+struct MediumName {
+    int number = 0;
+    std::string_view suffix;  // ".zst", ".zst.age", …; a part of the name
+};
+std::optional<MediumName> ParseMediumFile(std::string_view file);
 
 }  // namespace server::archive

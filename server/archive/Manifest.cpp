@@ -2,6 +2,8 @@
 
 #include <ctime>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
 
 #include "server/archive/Format.h"
 
@@ -75,6 +77,19 @@ bool IsPlainName(const std::string& name) {
            name.find_first_of(std::string_view("/\0\n", 3)) == std::string::npos;
 }
 
+// A whole number from 0 to `most`, `absent` where there is none of that name; nothing for what
+// cannot be.
+std::optional<int64_t> NumberOf(const ordered_json& object, const char* key, int64_t absent,
+                                int64_t most = INT64_MAX) {
+    const auto found = object.find(key);
+    if (found == object.end()) return absent;
+    // Above what is signed it reads as below 0.
+    if (!found->is_number_integer()) return std::nullopt;
+    const auto number = found->get<int64_t>();
+    if (number < 0 || number > most) return std::nullopt;
+    return number;
+}
+
 kit::Error Damaged(const char* what) {
     return kit::Error::Make(kit::ErrorKind::Damaged, kManifestFile, what);
 }
@@ -121,6 +136,12 @@ Bytes WriteManifest(const Manifest& manifest) {
     return {text.begin(), text.end()};
 }
 
+void GatherDiscs(Manifest* manifest) {
+    manifest->discs = 1;
+    for (ManifestMedium& medium : manifest->media)
+        medium.disc = 1;
+}
+
 kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
     try {
         const ordered_json json = ordered_json::parse(bytes.begin(), bytes.end());
@@ -139,8 +160,11 @@ kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
         manifest.type = kind == KindOf(core::JobType::Incremental)    ? core::JobType::Incremental
                         : kind == KindOf(core::JobType::Differential) ? core::JobType::Differential
                                                                       : core::JobType::Full;
-        manifest.jobId = json.at("job_id").get<int32_t>();
-        manifest.baseId = json.value("base_id", 0);
+        const auto jobId = NumberOf(json, "job_id", -1, INT32_MAX);
+        const auto baseId = NumberOf(json, "base_id", 0, INT32_MAX);
+        if (!jobId || *jobId < 0 || !baseId) return Damaged("job numbers");
+        manifest.jobId = static_cast<int32_t>(*jobId);
+        manifest.baseId = static_cast<int32_t>(*baseId);
         manifest.baseBackup = json.value("base_backup", "");
         if (!manifest.baseBackup.empty() && !IsBackupName(manifest.baseBackup)) {
             return Damaged("no base backup's name");
@@ -168,19 +192,24 @@ kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
         manifest.discs = json.value("discs", 1);
         if (manifest.discs < 1 || manifest.discs > kMaxDiscs) return Damaged("discs");
         for (const ordered_json& medium : media) {
-            ManifestMedium read{medium.at("file").get<std::string>(),
-                                medium.at("size").get<int64_t>(), medium.value("sha256", ""),
-                                medium.value("disc", manifest.discs)};
-            if (!IsPlainName(read.file) || read.size < 0 || read.disc < 1 ||
-                read.disc > manifest.discs) {
+            const auto size = NumberOf(medium, "size", -1);
+            const auto disc = NumberOf(medium, "disc", manifest.discs, manifest.discs);
+            if (!size || !disc) return Damaged("a medium");
+            ManifestMedium read{medium.at("file").get<std::string>(), *size,
+                                medium.value("sha256", ""), static_cast<int>(*disc)};
+            if (!IsPlainName(read.file) || read.size < 0 || read.disc < 1) {
                 return Damaged("a medium");
             }
             manifest.media.push_back(std::move(read));
         }
-        manifest.entries = json.value("entries", int64_t{0});
-        manifest.files = json.value("files", int64_t{0});
-        manifest.bytes = json.value("bytes", int64_t{0});
-        manifest.errors = json.value("errors", int64_t{0});
+        for (const auto& [key, into] : {std::pair("entries", &manifest.entries),
+                                        {"files", &manifest.files},
+                                        {"bytes", &manifest.bytes},
+                                        {"errors", &manifest.errors}}) {
+            const auto number = NumberOf(json, key, 0);
+            if (!number) return Damaged(key);
+            *into = *number;
+        }
         return manifest;
     } catch (const ordered_json::exception& problem) {
         return Damaged(problem.what());

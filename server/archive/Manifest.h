@@ -52,6 +52,9 @@ struct Manifest {
 
 Bytes WriteManifest(const Manifest& manifest);
 // Total: Damaged for what is no manifest, Unsupported for one of a later format version.
+// What is known of a backup on several discs when the folders of all lie in one: it is on one disc.
+void GatherDiscs(Manifest* manifest);
+
 kit::Result<Manifest> ReadManifest(std::span<const uint8_t> json);
 
 }  // namespace server::archive

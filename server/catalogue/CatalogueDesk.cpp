@@ -7,6 +7,8 @@
 #include "core/protocol/Codes.h"
 #include "server/archive/Format.h"
 #include "server/engine/AddOns.h"
+#include "server/engine/FoundBackup.h"
+#include "server/engine/LockedBackup.h"
 #include "server/engine/SelectedBackups.h"
 #include "server/queue/JobList.h"
 
@@ -20,7 +22,7 @@ kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup)
     if (!volume) return volume.error();
     (*volume)->SetSettings(backup.volumeSettings);
     if (auto access = (*volume)->CheckAccess(); !access) return access;
-    auto removed = (*volume)->RemoveBackup(backup.name);
+    auto removed = (*volume)->RemoveBackup(backup.Folder());
     if (!removed) {
         if (removed.error().kind != kit::ErrorKind::NotFound) return removed;
         // Cut short earlier it has the name of one that was never completed.
@@ -41,6 +43,38 @@ kit::Status RemoveData(const std::string& addOnFolder, const BackupInfo& backup)
 bool BuildsOn(const BackupInfo& other, const BackupInfo& backup) {
     return std::ranges::find(other.builtOn, backup.name) != other.builtOn.end();
 }
+
+// A destination that is only looked at.
+class ScanHost : public KTVolumeHost {
+public:
+    explicit ScanHost(const std::atomic<bool>& stopping) : fStopping(stopping) {}
+    bool IsAborted() const override { return fStopping; }
+    void Tell(const std::string&) override {}
+
+private:
+    const std::atomic<bool>& fStopping;
+};
+
+// What is said while there is no job that says it.
+class Lines : public JobEvents {
+public:
+    void Line(core::LineType type, int32_t textId, KTReportLine arguments) override {
+        chunk.Add(type, textId, arguments);
+    }
+    void SetProgress(const Progress&) override {}
+    LineChunk chunk;
+};
+
+// Nobody pauses it.
+class Unhurried : public JobControl {
+public:
+    explicit Unhurried(const std::atomic<bool>& stopping) : fStopping(stopping) {}
+    bool MayGoOn() override { return !fStopping; }
+    bool IsAborted() const override { return fStopping; }
+
+private:
+    const std::atomic<bool>& fStopping;
+};
 
 }  // namespace
 
@@ -108,14 +142,88 @@ void CatalogueDesk::Report(const BackupInfo& backup, const std::string& words, i
 }
 
 void CatalogueDesk::Scan(BMessage& message) {
-    // Inserting backups from a medium is not part of this version: nothing is found.
+    auto question = std::make_shared<BMessage>(std::move(message));
+    fScanning.Post([this, question] {
+        BMessage answer = ScanNow(question->Get("name", std::string()),
+                                  question->Get("settings", BMessage()), question->SourceTeam());
+        if (auto id = question->Find<int32_t>("id")) answer.Add("id", *id);
+        if (question->IsSourceWaiting()) {
+            question->SendReply(std::move(answer));
+            return;
+        }
+        fHost.Later([this, answer = std::move(answer), team = question->SourceTeam()] {
+            fHost.Send(BMessenger(team, BMessenger::kApplication), answer);
+        });
+    });
+}
+
+// On the scanning worker.
+BMessage CatalogueDesk::ScanNow(const std::string& addOn, const BMessage& settings,
+                                int32_t client) {
     BMessage answer(core::code::kScanResult);
-    if (auto id = message.Find<int32_t>("id")) answer.Add("id", *id);
-    if (message.IsSourceWaiting()) {
-        message.SendReply(std::move(answer));
+    if (addOn.empty()) return answer;  // nothing was chosen yet
+    std::vector<std::string> problems;
+    ScanHost host(fStopping);  // before the destination, so that it is there to the end
+    const auto volume = LoadDestination(fAddOnFolder, addOn);
+    if (!volume) {
+        problems.push_back("The add-on '" + addOn + "' cannot be loaded. " + volume.error().Text());
     } else {
-        fHost.Send(BMessenger(message.SourceTeam(), BMessenger::kApplication), std::move(answer));
+        (*volume)->SetHost(&host);
+        (*volume)->SetSettings(settings);
+        if (*(*volume)->MediaName() == '\0') return answer;
+        const auto folders = BackupFolders(**volume);
+        if (!folders)
+            problems.push_back("The destination cannot be read. " + folders.error().Text());
+        for (const std::string& folder : folders ? *folders : std::vector<std::string>()) {
+            if (fStopping) break;
+            const std::string name(*archive::BackupOfFolder(folder));
+            // What is being made by a job of ours did not end unexpectedly.
+            if (folder != name && fCatalogues.IsBeingMade(name)) continue;
+            // The last one speaks for all.
+            if (archive::DiscOfFolder(folder) > 0 &&
+                (fCatalogues.Find(name) || std::ranges::binary_search(*folders, name))) {
+                continue;
+            }
+            const auto found = LookAt(**volume, folder, fAddOnFolder);
+            if (!found) {
+                problems.push_back("'" + folder + "' cannot be inserted. " + found.error().Text());
+                continue;
+            }
+            answer.Add("title", TitleOfFound(*found));
+            answer.Add("ID", folder);
+            answer.Add("date", BTime::FromSeconds(found->start));
+            answer.Add("protected", int32_t{found->isProtected});
+            answer.Add("known", int32_t{fCatalogues.Find(name).has_value()});
+        }
     }
+    if (!problems.empty()) {
+        fHost.Later([this, problems, client] {
+            LineChunk lines;
+            for (const std::string& words : problems)
+                lines.AddWords(core::LineType::Error, words);
+            fReports.Write(
+                {0, 0, static_cast<int32_t>(core::JobType::Insert), "Looking for backups", 0},
+                std::move(lines), {.client = client});
+        });
+    }
+    return answer;
+}
+
+void CatalogueDesk::OpenTree(const std::string& name,
+                             std::shared_ptr<const archive::AgeIdentity> key, int32_t client) {
+    const auto backup = fCatalogues.Find(name);
+    if (!backup || !backup->isLocked) return;
+    EngineConfig config;
+    config.addOnFolder = fAddOnFolder;
+    Lines lines;
+    Unhurried control(fStopping);
+    const bool opened = OpenLockedBackup(name, std::move(key), config, fCatalogues, lines, control);
+    if (opened) fSearching.Post([this, name] { fSearch.Prepare(name); });
+    if (lines.chunk.Count() == 0) return;
+    fHost.Later([this, backup = *backup, client, chunk = std::move(lines.chunk)]() mutable {
+        fReports.Write({0, 0, static_cast<int32_t>(core::JobType::Insert), backup.title, 0},
+                       std::move(chunk), {.client = client});
+    });
 }
 
 void CatalogueDesk::Delete(BMessage& message) {
@@ -209,7 +317,7 @@ void CatalogueDesk::TellChanges() {
         gone.Add("name", name);
         fHost.NotifyAll(gone);
         fReports.BackupDeleted(backup.jobId);
-        if (backup.type != core::JobType::Full) continue;
+        if (!backup.IsBase()) continue;
         BMessage base(core::code::kJobRemoved);
         base.Add("job_id", backup.jobId);
         fHost.NotifyAll(base);
@@ -218,7 +326,7 @@ void CatalogueDesk::TellChanges() {
         if (fKnown.contains(name)) continue;
         fHost.NotifyAll(fCatalogues.ListOne(name));
         fSearching.Post([this, name = name] { fSearch.Prepare(name); });
-        if (backup.type != core::JobType::Full) continue;
+        if (!backup.IsBase()) continue;
         BMessage base(core::code::kJobInserted);
         AddToJobList(base, backup);
         fHost.NotifyAll(base);

@@ -39,6 +39,30 @@ constexpr char kProtectionTable[] =
     "CREATE TABLE protection(recipient TEXT NOT NULL, key_file BLOB NOT NULL)";
 constexpr char kDiscsTable[] = "CREATE TABLE discs(manifest BLOB NOT NULL)";
 
+constexpr char kInsertedTable[] =
+    "CREATE TABLE inserted(folder TEXT NOT NULL, loose INTEGER NOT NULL, locked INTEGER NOT NULL)";
+
+// What is only known of one that came by insert; others do not have the table.
+Status WriteInserted(Database& database, const BackupInfo& info) {
+    if (Status status = database.Execute(kInsertedTable); !status) return status;
+    Statement insert = database.Prepare("INSERT INTO inserted VALUES(?1,?2,?3)");
+    insert.Bind(1, std::string_view(info.folder))
+        .Bind(2, int64_t{info.isLoose})
+        .Bind(3, int64_t{info.isLocked});
+    return insert.Run();
+}
+
+Status ReadInserted(Database& database, BackupInfo* info) {
+    Statement table = database.Prepare("SELECT 1 FROM sqlite_schema WHERE name = 'inserted'");
+    if (!table.Next()) return table.Result();
+    Statement row = database.Prepare("SELECT folder, loose, locked FROM inserted");
+    if (!row.Next()) return row.Result();
+    info->folder = row.Text(0);
+    info->isLoose = row.Integer(1) != 0;
+    info->isLocked = row.Integer(2) != 0;
+    return {};
+}
+
 Status WriteProtection(Database& database, const archive::Protection& protection) {
     if (Status status = database.Execute(kProtectionTable); !status) return status;
     Statement insert = database.Prepare("INSERT INTO protection VALUES(?1,?2)");
@@ -93,6 +117,9 @@ Status WriteInfo(const std::string& path, const BackupInfo& info) {
     if (info.isRemovable) {
         if (Status status = WriteDiscs(*database, info); !status) return status;
     }
+    if (info.IsCut() || info.isLocked) {
+        if (Status status = WriteInserted(*database, info); !status) return status;
+    }
     return transaction.Commit();
 }
 
@@ -132,6 +159,7 @@ kit::Result<BackupInfo> ReadInfo(const std::string& path) {
         const auto bytes = key.Blob(1);
         info.protection.keyFile.assign(bytes.begin(), bytes.end());
     }
+    if (Status status = ReadInserted(reader->File(), &info); !status) return status.error();
     return info;
 }
 
@@ -308,10 +336,15 @@ Status CatalogueStore::Adopt(const std::string& name, const BackupInfo& info) {
     if (::rename(path.c_str(), final.c_str()) != 0) {
         return Error::FromErrno(errno, path, "rename");
     }
+    ::unlink(NamesPathOf(name).c_str());  // of one that was locked
     if (Status status = SyncPath(fImpl->folder, O_RDONLY | O_DIRECTORY); !status) return status;
     std::lock_guard lock(fImpl->mutex);
     fImpl->backups.insert_or_assign(name, std::make_shared<const BackupInfo>(info));
     return {};
+}
+
+bool CatalogueStore::IsBeingMade(const std::string& name) const {
+    return ::access(PathForNew(name).c_str(), F_OK) == 0;
 }
 
 std::shared_ptr<const BackupInfo> CatalogueStore::Use(const std::string& name) const {
@@ -379,7 +412,13 @@ kit::Result<BMessage> CatalogueStore::List(std::string_view path, std::optional<
     std::string file;
     {
         std::lock_guard lock(fImpl->mutex);
-        if (!fImpl->backups.contains(backup)) return BMessage(core::code::kNone);
+        const auto found = fImpl->backups.find(backup);
+        if (found == fImpl->backups.end()) return BMessage(core::code::kNone);
+        if (found->second->isLocked) {
+            BMessage locked(core::code::kCatalogue);
+            locked.Add("locked", int32_t{1});
+            return locked;
+        }
         file = fImpl->PathOf(backup);
     }
     auto reader = CatalogueReader::Open(file);

@@ -34,6 +34,17 @@ struct BackupInfo {
     std::string mediaName;           // in words
     bool isRemovable = false;        // it lies on discs that may be in the drive or not
     Bytes manifest;                  // of one that takes several, as it stands on the last
+
+    // --- of one that came by insert ---
+    std::string folder;     // of its data on the destination; "": its name
+    bool isLoose = false;   // no manifest can be read: it is what lies in its folder
+    bool isLocked = false;  // its tree is still sealed, and comes with the password
+
+    const std::string& Folder() const { return folder.empty() ? name : folder; }
+    // It ended unexpectedly, or lost what says what it is.
+    bool IsCut() const { return isLoose || !folder.empty(); }
+    // Others can be built on it.
+    bool IsBase() const { return type == core::JobType::Full && !IsCut(); }
 };
 
 class CatalogueStore {
@@ -73,7 +84,10 @@ public:
     std::string PathForNew(const std::string& name) const;
     std::string PathOf(const std::string& name) const;       // for readers of their own
     std::string NamesPathOf(const std::string& name) const;  // its NameIndex, where it has one
+    // One that is known already, and locked, is replaced.
     kit::Status Adopt(const std::string& name, const BackupInfo& info);
+    // Whether a new catalogue of that name is being written: a backup or an insert is under way.
+    bool IsBeingMade(const std::string& name) const;
 
     // For who works with the backup: it is not removed while anyone holds what this gives. Null:
     // there is no such backup, or it is being removed.
@@ -82,7 +96,8 @@ public:
     kit::Result<Removal> BeginRemoval(const std::string& name);
 
     // The answer to 'KTLR' for `path` ("/" or "/Backup name/Volume/…", "index" where one was sent):
-    // code 'KTLi' with the children's arrays, or 'NONE'. An error when the catalogue is damaged.
+    // code 'KTLi' with the children's arrays, or with "locked"; or 'NONE'. An error when the
+    // catalogue is damaged.
     kit::Result<BMessage> List(std::string_view path, std::optional<int32_t> index) const;
     // 'KTLi' with only this backup, for the notice after a finished one.
     BMessage ListOne(const std::string& name) const;

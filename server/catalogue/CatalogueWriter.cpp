@@ -4,27 +4,14 @@
 
 #include <limits>
 
+#include "server/catalogue/CatalogueTables.h"
+
 namespace server {
 
 namespace {
 
 constexpr size_t kBatchRows = 4096;
 constexpr size_t kMaxWaiting = 4;  // batches; more, and the backup waits for the catalogue
-
-constexpr char kTables[] =
-    "CREATE TABLE catalogue(version INTEGER NOT NULL);"
-    "CREATE TABLE entries(id INTEGER PRIMARY KEY, name BLOB NOT NULL, mode INTEGER NOT NULL,"
-    " uid INTEGER NOT NULL, gid INTEGER NOT NULL, size INTEGER NOT NULL, modified INTEGER NOT NULL,"
-    " changed INTEGER NOT NULL, frame INTEGER, offset INTEGER, link INTEGER NOT NULL,"
-    " incomplete INTEGER NOT NULL, node INTEGER NOT NULL);"
-    "CREATE TABLE directories(id INTEGER PRIMARY KEY, first INTEGER NOT NULL,"
-    " count INTEGER NOT NULL, frame INTEGER, offset INTEGER);"
-    "CREATE TABLE frames(id INTEGER PRIMARY KEY, medium INTEGER NOT NULL, offset INTEGER NOT NULL,"
-    " size INTEGER NOT NULL, content INTEGER NOT NULL, hash INTEGER NOT NULL,"
-    " source INTEGER NOT NULL);"
-    "CREATE TABLE chain(id INTEGER PRIMARY KEY, name TEXT NOT NULL);"
-    "CREATE TABLE selection(id INTEGER PRIMARY KEY, rule BLOB NOT NULL);"
-    "CREATE TABLE gone(path BLOB NOT NULL);";
 
 std::span<const uint8_t> BytesOf(std::string_view text) {
     return {reinterpret_cast<const uint8_t*>(text.data()), text.size()};
@@ -47,7 +34,9 @@ kit::Result<std::unique_ptr<CatalogueWriter>> CatalogueWriter::Create(
     ::unlink(path.c_str());
     auto database = Database::OpenScratch(path);
     if (!database) return database.error();
-    if (auto made = database->Execute(kTables); !made) return made.error();
+    for (const CatalogueTable& table : kCatalogueTables) {
+        if (auto made = database->Execute(table.sql); !made) return made.error();
+    }
     const std::string version =
         "INSERT INTO catalogue VALUES(" + std::to_string(kCatalogueVersion) + ")";
     if (auto made = database->Execute(version.c_str()); !made) return made.error();

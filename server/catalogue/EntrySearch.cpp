@@ -63,7 +63,8 @@ struct EntrySearch::Match {
 
 void EntrySearch::Prepare(const std::string& backup) {
     const std::string path = fStore.NamesPathOf(backup);
-    if (!fStore.Find(backup) || NameIndex::Open(path)) return;
+    const auto info = fStore.Find(backup);
+    if (!info || info->isLocked || NameIndex::Open(path)) return;
     if (auto built = NameIndex::Build(fStore.PathOf(backup), path); !built) {
         fDamaged(backup, built.error());
     }
@@ -78,6 +79,7 @@ BMessage EntrySearch::Find(const std::string& text, int32_t most) {
     size_t count = 0;
     for (const auto& backup : fStore.Backups()) {
         if (count > wanted) break;
+        if (backup.isLocked) continue;
         Prepare(backup.name);
         // One more tells that there is more.
         auto found = FindIn(backup.name, folded, wanted + 1 - count);

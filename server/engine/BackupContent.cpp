@@ -8,13 +8,13 @@
 #include "core/protocol/Texts.h"
 #include "server/archive/AgeStream.h"
 #include "server/archive/Format.h"
+#include "server/engine/FoundBackup.h"
 #include "server/engine/LookAgain.h"
 
 namespace server {
 
 namespace {
 
-constexpr int64_t kMostManifest = int64_t{16} << 20;
 // A frame that did not get smaller still has its own format around it.
 constexpr int64_t kMostPacked = static_cast<int64_t>(archive::kFrameSize) * 5 / 4;
 
@@ -65,7 +65,7 @@ BackupContent::BackupContent(const BackupInfo& info, const EngineConfig& config,
       fShown(info.title + " (" + info.name + ")"),
       fCanBeAway(info.isRemovable),
       fHost(report, control),
-      fFolder(info.name) {}
+      fFolder(info.Folder()) {}
 
 kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo& info,
                                                                 const EngineConfig& config,
@@ -78,66 +78,62 @@ kit::Result<std::unique_ptr<BackupContent>> BackupContent::Open(const BackupInfo
     content->fVolume.emplace(std::move(*volume));
     content->Volume().SetHost(&content->fHost);
     content->Volume().SetSettings(info.volumeSettings);
-    if (auto status = content->ReadItsManifest(info); !status) return status.error();
-    if (content->fManifest.name != info.name) {
-        return Damaged(archive::kManifestFile, "of another backup");
-    }
+    if (auto status = content->ReadItsManifest(info, config); !status) return status.error();
     // Whoever put plain media in the place of sealed ones is not to be believed.
     if (content->fManifest.isProtected != info.isProtected) {
         return Damaged(archive::kManifestFile, "protected, or not, as it should not be");
     }
-    std::shared_ptr<const archive::AgeIdentity> key;
     if (info.isProtected) {
         const auto found = keys.find(info.name);
         if (found == keys.end()) {
             return kit::Error::Make(kit::ErrorKind::Denied, info.name, "protected by a password");
         }
-        key = found->second;
+        content->fKey = found->second;
     }
 
     auto compressor = LoadCompressor(config.addOnFolder, content->fManifest.compressor);
     if (!compressor) return compressor.error();
     content->fCompressor.emplace(std::move(*compressor));
     for (const archive::ManifestMedium& medium : content->fManifest.media)
-        content->fMedia.push_back(key ? archive::OpenAge(content->File(medium.file), key)
-                                      : content->File(medium.file));
+        content->fMedia.push_back(content->Plain(content->File(medium.file)));
     return content;
 }
 
-kit::Status BackupContent::ReadItsManifest(const BackupInfo& info) {
-    Bytes json = info.manifest;
-    // The manifest of a backup on several discs is known here, so that none is put in for it alone.
-    if (json.empty()) {
-        const auto file = File(archive::kManifestFile);
-        const auto size = file->Size();
-        if (!size) return size.error();
-        if (*size > kMostManifest) return Damaged(archive::kManifestFile, "too large");
-        json.resize(static_cast<size_t>(*size));
-        const auto got = file->ReadAt(0, json);
-        if (!got) return got.error();
-        json.resize(*got);
+kit::Status BackupContent::ReadItsManifest(const BackupInfo& info, const EngineConfig& config) {
+    // Of a backup on several discs it is known here, so that none is put in for it alone.
+    const bool isKnown = !info.manifest.empty();
+    if (!isKnown && fCanBeAway) {
+        if (auto status = Load(Discs()); !status) return status;
     }
-    auto manifest = archive::ReadManifest(json);
+    auto manifest = isKnown        ? archive::ReadManifest(info.manifest)
+                    : info.isLoose ? ManifestOfFiles(Volume(), fFolder, config.addOnFolder)
+                                   : ReadManifestOf(Volume(), fFolder);
     if (!manifest) return manifest.error();
     fManifest = std::move(*manifest);
+    if (fManifest.name != info.name) return Damaged(archive::kManifestFile, "of another backup");
+    // It is not there to say so.
+    if (info.isLoose) fManifest.buildsOn = info.builtOn;
+    if (!isKnown) archive::GatherDiscs(&fManifest);
     return {};
 }
 
 // --- discs --------------------------------------------------------------------------------------
 
 std::string BackupContent::FolderOf(int disc) const {
-    return disc == Discs() ? fFolder : archive::PartFolder(fFolder, disc);
+    return disc == Discs() ? fFolder : archive::PartFolder(fManifest.name, disc);
 }
 
-// What it is known by: it has the folder, with the media that it is to hold in their sizes.
+// What it is known by: no other disc has this folder. What is missing in it is damage.
 bool BackupContent::HasDisc(int disc) const {
     const auto files = Volume().ListFiles(FolderOf(disc));
-    if (!files) return false;
-    return std::ranges::all_of(fManifest.media, [&](const archive::ManifestMedium& medium) {
-        return medium.disc != disc || std::ranges::any_of(*files, [&](const KTVolumeFile& file) {
-                   return file.name == medium.file && file.size == medium.size;
-               });
-    });
+    return files && !files->empty();
+}
+
+int BackupContent::MissingDisc() const {
+    for (int disc = 1; disc <= Discs(); ++disc) {
+        if (!HasDisc(disc)) return disc;
+    }
+    return 0;
 }
 
 kit::Status BackupContent::Load(int disc) const {
@@ -183,11 +179,7 @@ std::pair<int32_t, int> BackupContent::DiscOf(const CatalogueFrame& frame) const
 
 bool BackupContent::NeedsDiscs() const {
     const auto isAway = [](const BackupContent& content) {
-        if (!content.fCanBeAway) return false;
-        for (int disc = 1; disc <= content.Discs(); ++disc) {
-            if (!content.HasDisc(disc)) return true;
-        }
-        return false;
+        return content.fCanBeAway && content.MissingDisc() != 0;
     };
     return isAway(*this) ||
            std::ranges::any_of(fBases, [&](const auto& base) { return isAway(*base); });
@@ -209,6 +201,15 @@ std::unique_ptr<archive::FileSource> BackupContent::File(const std::string& name
     const int disc = medium == fManifest.media.end() ? Discs() : medium->disc;
     if (fCanBeAway) return std::make_unique<DiscFile>(*this, disc, name);
     return archive::OpenOnVolume(Volume(), FolderOf(disc), name);
+}
+
+std::unique_ptr<archive::FileSource> BackupContent::Plain(
+    std::unique_ptr<archive::FileSource> file) const {
+    return fKey ? archive::OpenAge(std::move(file), fKey) : std::move(file);
+}
+
+std::unique_ptr<archive::FileSource> BackupContent::SecretFile(const std::string& name) const {
+    return Plain(File(fKey ? name + std::string(archive::kSealedSuffix) : name));
 }
 
 archive::FileSource* BackupContent::Medium(int number) const {

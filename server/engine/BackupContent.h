@@ -49,11 +49,17 @@ public:
     std::pair<int32_t, int> DiscOf(const CatalogueFrame& frame) const;
     // Whether discs will be asked for: not all are there, of all of the chain.
     bool NeedsDiscs() const;
+    // The first one of its own that is not there; 0: all are.
+    int MissingDisc() const;
+    // Whether one that is missing is asked for.
+    bool AsksForDiscs() const { return fCanBeAway; }
     // Returns when this disc is there.
     kit::Status Load(int disc) const;
 
     // A file of the backup by its name, as it lies there.
     std::unique_ptr<archive::FileSource> File(const std::string& name) const;
+    // The plain bytes of one that is sealed in a protected backup, by its name in any other.
+    std::unique_ptr<archive::FileSource> SecretFile(const std::string& name) const;
     // The plain bytes of a medium; null where the backup has none of that number.
     archive::FileSource* Medium(int number) const;
 
@@ -67,7 +73,8 @@ private:
 
     BackupContent(const BackupInfo& info, const EngineConfig& config, JobReport& report,
                   JobControl& control);
-    kit::Status ReadItsManifest(const BackupInfo& info);
+    kit::Status ReadItsManifest(const BackupInfo& info, const EngineConfig& config);
+    std::unique_ptr<archive::FileSource> Plain(std::unique_ptr<archive::FileSource> file) const;
     bool HasDisc(int disc) const;
     std::string FolderOf(int disc) const;
 
@@ -81,7 +88,8 @@ private:
     VolumeHost fHost;  // goes after the destination
     std::optional<LoadedAddOn<KTVolume>> fVolume;
     std::optional<LoadedAddOn<KTCruncher>> fCompressor;
-    std::string fFolder;
+    const std::string fFolder;
+    std::shared_ptr<const archive::AgeIdentity> fKey;  // of a protected one
     archive::Manifest fManifest;
     std::vector<std::unique_ptr<archive::FileSource>> fMedia;
     std::vector<std::unique_ptr<BackupContent>> fBases;

@@ -58,14 +58,19 @@ kit::Result<std::unique_ptr<BaseBackup>> BaseBackup::Find(CatalogueStore& catalo
         const bool isFull = backup.type == core::JobType::Full;
         if ((isFull ? backup.jobId : backup.baseId) != setId || setId == 0) continue;
         if (!isFull && type == core::JobType::Differential) continue;
+        if (backup.IsCut()) continue;
         chosen = backup;
         break;
     }
     if (!chosen) return missing("job " + std::to_string(setId));
+    if (chosen->isLocked) return kit::Error::Make(ErrorKind::Denied, chosen->name, "is locked");
     auto catalogue = CatalogueReader::Open(catalogues.PathOf(chosen->name));
     if (!catalogue) return catalogue.error();
     auto origin = catalogue->Origin();
     if (!origin) return origin.error();
+    // Where the catalogue was made anew nobody knows any more what was selected.
+    if (origin->rules.empty())
+        return kit::Error::Make(ErrorKind::Unsupported, chosen->name, "what to save is not known");
     if (origin->chain.back() != chosen->name)
         return kit::Error::Make(ErrorKind::Damaged, chosen->name, "chain");
     auto base =

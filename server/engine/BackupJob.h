@@ -32,7 +32,8 @@ struct BaseBackup {
 
     // Of the set that `setId` names: the full backup for a differential one, else the newest.
     // NotFound: there is none, or one of those that it builds on is missing; the error's path names
-    // it.
+    // it. Denied: its tree is still locked. Unsupported: its catalogue was lost and made anew, so
+    // that it does not tell what was to be saved.
     static kit::Result<std::unique_ptr<BaseBackup>> Find(CatalogueStore& catalogues, int32_t setId,
                                                          core::JobType type);
 };

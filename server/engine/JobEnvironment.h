@@ -72,6 +72,9 @@ struct JobOrder {
     std::string title;
     BMessage description;
     BackupKeys keys;  // of the protected backups that it may read
+    // A job number for a backup that comes from elsewhere: `wanted` where no job has it, else (0,
+    // too) one that nobody ever had. 0: there are no more. Job's thread.
+    std::function<int32_t(int32_t wanted)> number;
 };
 
 // Runs the job to its end on the calling thread (and threads of its own) and says how it ended.

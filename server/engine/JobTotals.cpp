@@ -45,6 +45,8 @@ const TotalsTexts kRestoreTexts{text::kFilesRestored, text::kMegabytesRestored,
                                 text::kKilobytesRestored, text::kBytesRestored};
 const TotalsTexts kCompareTexts{text::kFilesCompared, text::kMegabytesCompared,
                                 text::kKilobytesCompared, text::kBytesCompared};
+const TotalsTexts kInsertTexts{text::kFilesInserted, text::kMegabytesInserted,
+                               text::kKilobytesInserted, text::kBytesInserted};
 
 KTReportLine Number(int64_t value) {
     KTReportLine line;

@@ -11,7 +11,7 @@ namespace server {
 struct TotalsTexts {
     int32_t files, megabytes, kilobytes, bytes;
 };
-extern const TotalsTexts kBackupTexts, kRestoreTexts, kCompareTexts;
+extern const TotalsTexts kBackupTexts, kRestoreTexts, kCompareTexts, kInsertTexts;
 
 void TellTotals(JobReport& report, int64_t files, int64_t bytes, const TotalsTexts& texts);
 

@@ -4,6 +4,7 @@
 #include "server/engine/AddOns.h"
 #include "server/engine/BackupJob.h"
 #include "server/engine/CompareJob.h"
+#include "server/engine/InsertJob.h"
 #include "server/engine/JobEnvironment.h"
 #include "server/engine/JobReport.h"
 #include "server/engine/JobTotals.h"
@@ -49,6 +50,14 @@ JobEnd RunBackup(const JobOrder& order, const EngineConfig& config, CatalogueSto
             const kit::Error& error = found.error();
             if (error.kind == kit::ErrorKind::NotFound)
                 report.Error(text::kBackupMissing, {error.path});
+            else if (error.kind == kit::ErrorKind::Denied)
+                report.Error(text::kPasswordProblem, {},
+                             "'" + error.path + "' came by insert: its password opens it first.");
+            else if (error.kind == kit::ErrorKind::Unsupported)
+                report.ErrorWords(
+                    "Error: nothing can be built on '" + error.path + "'",
+                    "Its catalogue was lost and does not tell any more what it was to "
+                    "save. Make a full backup.");
             else
                 report.Error(text::kNoDatabase, {}, error.Text());
             return JobEnd::Errors;
@@ -110,6 +119,9 @@ JobEnd RunJob(const JobOrder& order, const EngineConfig& config, CatalogueStore&
         }
         if (order.type == core::JobType::Compare) {
             return CompareJob(order, config, catalogues, report, control).Run();
+        }
+        if (order.type == core::JobType::Insert) {
+            return InsertJob(order, config, catalogues, report, control).Run();
         }
         if (order.type == core::JobType::Verify) {
             return VerifyJob(order, config, catalogues, report, control).Run();

@@ -88,6 +88,11 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
                          "'" + info->title + "' is protected by a password and was left out.");
             continue;
         }
+        if (info->isLocked) {
+            report.Error(text::kNoDatabase, {},
+                         "The tree of '" + info->title + "' could not be opened.");
+            continue;
+        }
         const auto content = BackupContent::Open(*info, config, order.keys, report, control);
         if (!content) {
             if (control.IsAborted()) break;

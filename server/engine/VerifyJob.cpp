@@ -8,6 +8,7 @@
 #include "core/protocol/Texts.h"
 #include "server/archive/BackupWriter.h"
 #include "server/archive/Format.h"
+#include "server/archive/SumsFile.h"
 #include "server/archive/TarReader.h"
 #include "server/engine/CatalogueWalk.h"
 #include "server/engine/FrameCursor.h"
@@ -22,7 +23,6 @@ namespace text = core::text;
 namespace {
 
 constexpr size_t kBlock = size_t{1} << 20;
-constexpr int64_t kMostSums = int64_t{4} << 20;
 
 // Follows the stream through the catalogue and reads every frame of it once. What lies in backups
 // that this one builds on is theirs.
@@ -174,33 +174,29 @@ void VerifyJob::Check(const OpenBackup& backup) {
 }
 
 void VerifyJob::CheckSums(const OpenBackup& backup) {
-    const auto wrong = [&](const std::string& why) {
+    const auto sums = archive::ReadSums(*backup.content.File(archive::kSumsFile));
+    if (!sums) {
         if (fControl.IsAborted()) return;
-        fReport.ErrorWords("Error: the checksums of '" + backup.info.name + "' cannot be read",
-                           why);
-    };
-    const auto source = backup.content.File(archive::kSumsFile);
-    const auto size = source->Size();
-    if (!size || *size > kMostSums) return wrong(size ? "too large" : size.error().Text());
-    std::string sums(static_cast<size_t>(*size), '\0');
-    const auto got = source->ReadAt(0, {reinterpret_cast<uint8_t*>(sums.data()), sums.size()});
-    if (!got) return wrong(got.error().Text());
+        // One that was cut short may not have come to its sums.
+        if (backup.info.IsCut() && sums.error().kind == kit::ErrorKind::NotFound) {
+            fReport.Words(LineType::Heading,
+                          "'" + backup.info.title + "' ended before its checksums were written.");
+        } else {
+            fReport.ErrorWords("Error: the checksums of '" + backup.info.name + "' cannot be read",
+                               sums.error().Text());
+        }
+        return;
+    }
     // What the manifest names must be there, whatever the list says.
-    std::set<std::string> missing{archive::kManifestFile};
+    std::set<std::string> missing;
+    if (!backup.info.isLoose) missing.insert(archive::kManifestFile);
     if (backup.info.isProtected) missing.insert(archive::kKeyFile);
     if (!backup.info.builtOn.empty())
         missing.insert(archive::kGoneFile +
                        std::string(backup.info.isProtected ? archive::kSealedSuffix : ""));
     for (const auto& medium : backup.content.Manifest().media)
         missing.insert(medium.file);
-    for (size_t at = 0; at < sums.size();) {
-        const size_t end = std::min(sums.find('\n', at), sums.size());
-        const std::string line = sums.substr(at, end - at);
-        at = end + 1;
-        if (line.size() < 67 || line.substr(64, 2) != "  " || line.find('/') != std::string::npos) {
-            return wrong("a line of it is damaged");
-        }
-        const std::string file = line.substr(66), sum = line.substr(0, 64);
+    for (const auto& [file, sum] : *sums) {
         missing.erase(file);
         // The media of the discs before were read when those were in.
         const auto before = fChecked.find(file);

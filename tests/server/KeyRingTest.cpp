@@ -99,7 +99,7 @@ protected:
 
 TEST_F(KeyRingTest, ARightPasswordOpensItsBackupForItsClientsNextJob) {
     const std::string first = Save("one"), second = Save("two"), plain = Save("");
-    KeyRing ring(*fHouse.catalogues, {});
+    KeyRing ring(*fHouse.catalogues, {}, {});
     const BMessage which =
         fAnswers.Wait(Ask(ring, kAnna, {{first, ""}, {"no such backup", ""}, {plain, ""}}, false));
     EXPECT_EQ(which.what, "ktpr"_code);
@@ -134,7 +134,7 @@ TEST_F(KeyRingTest, AWrongPasswordSlowsItsClientAndNobodyElse) {
     const std::string backup = Save("one");
     const auto right = std::vector<int32_t>{1}, wrong = std::vector<int32_t>{0};
     {
-        KeyRing ring(*fHouse.catalogues, kForever);
+        KeyRing ring(*fHouse.catalogues, {}, kForever);
         EXPECT_EQ(Results(ring, kAnna, {{backup, "guess"}}), wrong);
         const int barred = Ask(ring, kAnna, {{backup, "one"}});
         EXPECT_EQ(Results(ring, kBert, {{backup, "one"}}), right);
@@ -154,7 +154,7 @@ TEST_F(KeyRingTest, AWrongPasswordSlowsItsClientAndNobodyElse) {
         Ask(ring, kBert, {{backup, "one"}});
     }  // a ring that goes waits for nobody
 
-    KeyRing ring(*fHouse.catalogues, std::chrono::milliseconds(60));
+    KeyRing ring(*fHouse.catalogues, {}, std::chrono::milliseconds(60));
     const auto begin = KeyRing::Clock::now();
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(Results(ring, kAnna, {{backup, "guess"}}), wrong);
