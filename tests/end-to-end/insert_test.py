@@ -200,6 +200,19 @@ class Insert(unittest.TestCase):
         self.assertEqual(self.peer.wait_for("KTJf", 30).get("status"), 1)
         self.assertEqual(self.insert(folder)[1], 2)
 
+    def test_a_disc_with_nothing_but_a_part_says_so(self):
+        (self.house.source / "a").write_text("a")
+        self.ctl("backup", self.house.source, "--to", self.house.target)
+        [backup] = self.house.backups()
+        (self.house.target / (backup.name + ".disc1")).mkdir()
+        self.wipe()
+        self.assertEqual([os.fsdecode(folder) for folder in self.scan().all("ID")], [backup.name])
+        shutil.rmtree(backup)
+        self.assertEqual(self.scan().all("ID"), [])
+        report = self.peer.wait_for("rpIN", where=lambda m: m.get("client_id") == os.getpid())
+        self.peer.send(wire.Message("rpOP", report_id=report.get("report_id")).add("user", (os.getpid(), 78), "MSNG"))
+        self.assertIn(b"its last disc is needed", self.peer.wait_for("rpRP").flatten())
+
     def test_a_medium_that_cannot_be_had(self):
         answer = self.peer.ask(wire.Message("ktvs", id=3, name="KTImage", settings=wire.Message(
             "VOLU", addon="KTImage", path=str(self.house.root / "nowhere"))))

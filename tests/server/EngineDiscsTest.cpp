@@ -15,6 +15,7 @@
 #include "server/archive/KeyFile.h"
 #include "server/archive/Manifest.h"
 #include "server/engine/AddOns.h"
+#include "server/engine/LockedBackup.h"
 #include "server/queue/JobDescription.h"
 #include "tests/server/EngineHouse.h"
 
@@ -156,6 +157,21 @@ protected:
         fHouse.events.lines.clear();
         asked.clear();
         return fHouse.Run(order);
+    }
+    JobEnd Insert(const std::string& folder) {
+        JobOrder order;
+        order.id = 2000;
+        order.type = JobType::Insert;
+        order.description.Add("addon", "KTImage");
+        order.description.Add("volume", fHouse.volume);
+        order.description.Add("ID", folder);
+        order.number = [](int32_t wanted) { return std::max(wanted, 1); };
+        fHouse.events.lines.clear();
+        asked.clear();
+        return fHouse.Run(order);
+    }
+    BackupInfo Known() const {
+        return fHouse.catalogues->Find(fBackup).value_or(BackupInfo());
     }
     // What the instructions say: all discs copied into one folder.
     std::string ByHand(bool isProtected = false) {
@@ -401,6 +417,112 @@ TEST_F(EngineDiscs, AChainIsReadDiscByDisc) {
     EXPECT_LE(asked.size(), static_cast<size_t>(fDiscs) + 1) << fHouse.events.All();
     EXPECT_EQ(Read(JobType::Compare), JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Read(JobType::Verify), JobEnd::Good) << fHouse.events.All();
+}
+
+// --- brought back into the catalogue ------------------------------------------------------------
+
+TEST_F(EngineDiscs, TheLastDiscBringsABackupBack) {
+    MakeSource();
+    fDrive->room = roomOfNext = 11'000'000;
+    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    const int discs = DiscsOf(fBackup);
+    const std::string last = Disc(discs) + "/" + fBackup;
+    const auto tree = DescribeTree(fHouse.source);
+    const auto expectRestores = [&](size_t asks) {
+        EngineHouse::Shell("rm -r " + fTo + "/*");
+        EXPECT_EQ(Read(JobType::Restore), JobEnd::Good) << fHouse.events.All();
+        EXPECT_EQ(Differences(tree, DescribeTree(fTo)), "");
+        EXPECT_EQ(asked.size(), asks) << fHouse.events.All();
+    };
+    fHouse.Forget(fBackup);
+
+    // Another disc says what it is, and that it is not enough.
+    PutIn(1);
+    EXPECT_EQ(Insert(archive::PartFolder(fBackup, 1)), JobEnd::Errors);
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "its last disc is needed"))
+        << fHouse.events.All();
+    EXPECT_EQ(Insert(fBackup), JobEnd::Errors);
+    EXPECT_TRUE(asked.empty());
+    EXPECT_TRUE(fHouse.catalogues->Backups().empty());
+
+    PutIn(discs);
+    EXPECT_EQ(Insert(fBackup), JobEnd::Good) << fHouse.events.All();
+    EXPECT_TRUE(asked.empty()) << fHouse.events.All();
+    EXPECT_TRUE(Known().isRemovable);
+    expectRestores(static_cast<size_t>(discs));
+    EXPECT_EQ(Read(JobType::Verify), JobEnd::Good) << fHouse.events.All();
+
+    // All of them are needed where its catalogue is lost.
+    fHouse.Forget(fBackup);
+    fs::remove(last + "/catalogue.db.zst");
+    PutIn(discs);
+    EXPECT_EQ(Insert(fBackup), JobEnd::Good) << fHouse.events.All();
+    EXPECT_TRUE(fHouse.events.Has(LineType::Heading, text::kQuickIndexFailed));
+    EXPECT_EQ(asked.size(), static_cast<size_t>(discs)) << fHouse.events.All();
+    expectRestores(static_cast<size_t>(discs));
+
+    // A medium that was cut is damaged, however often its disc is put in.
+    fHouse.Forget(fBackup);
+    const std::string medium = ManifestOf(fBackup).media.back().file;
+    fs::resize_file(last + "/" + medium, fs::file_size(last + "/" + medium) / 2);
+    EXPECT_EQ(Insert(fBackup), JobEnd::Errors);
+    EXPECT_GT(Known().files, 1) << fHouse.events.All();
+    EXPECT_EQ(asked.size(), static_cast<size_t>(discs)) << fHouse.events.All();
+
+    // Nobody is waited for who was told to stop.
+    fHouse.Forget(fBackup);
+    onAsked = [this](const std::string&) { fHouse.control.aborted = true; };
+    EXPECT_EQ(Insert(fBackup), JobEnd::Aborted);
+    EXPECT_TRUE(fHouse.catalogues->Backups().empty());
+}
+
+TEST_F(EngineDiscs, DiscsInOneFolderAreOne) {
+    MakeSource();
+    fDrive->room = roomOfNext = 11'000'000;
+    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    ASSERT_GT(DiscsOf(fBackup), 2);
+    fHouse.Forget(fBackup);
+    EXPECT_NE(ByHand(), "");
+    fHouse.volume.Set("path", fHouse.target);
+    TakeOut();
+    EXPECT_EQ(Insert(fBackup), JobEnd::Good) << fHouse.events.All();
+    EXPECT_FALSE(Known().isRemovable);
+    EXPECT_EQ(Read(JobType::Restore), JobEnd::Good) << fHouse.events.All();
+    EXPECT_EQ(TreeDifferences(fHouse.source, fTo), "");
+    EXPECT_EQ(Read(JobType::Verify), JobEnd::Good) << fHouse.events.All();
+    EXPECT_TRUE(asked.empty());
+}
+
+TEST_F(EngineDiscs, APasswordAsksForNoDisc) {
+    MakeSource();
+    fDrive->room = roomOfNext = 11'000'000;
+    ASSERT_EQ(Save(JobType::Full, true), JobEnd::Good) << fHouse.events.All();
+    const int discs = DiscsOf(fBackup);
+    const auto open = [&] {
+        fHouse.events.lines.clear();
+        asked.clear();
+        return OpenLockedBackup(fBackup, fIdentity, fHouse.config, *fHouse.catalogues,
+                                fHouse.events, fHouse.control);
+    };
+    fHouse.Forget(fBackup);
+    EXPECT_EQ(Insert(fBackup), JobEnd::Good) << fHouse.events.All();
+    EXPECT_TRUE(Known().isLocked);
+    TakeOut();
+    EXPECT_FALSE(open());
+    PutIn(discs);
+    EXPECT_TRUE(open()) << fHouse.events.All();
+    EXPECT_TRUE(asked.empty());
+    EXPECT_EQ(Read(JobType::Restore), JobEnd::Good) << fHouse.events.All();
+    EXPECT_EQ(TreeDifferences(fHouse.source, fTo), "");
+
+    fHouse.Forget(fBackup);
+    fs::remove(Disc(discs) + "/" + fBackup + "/catalogue.db.zst.age");
+    PutIn(discs);
+    EXPECT_EQ(Insert(fBackup), JobEnd::Good) << fHouse.events.All();
+    EXPECT_FALSE(open());
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "disc 1 of")) << fHouse.events.All();
+    EXPECT_TRUE(asked.empty());
+    EXPECT_TRUE(Known().isLocked);
 }
 
 // --- overwriting --------------------------------------------------------------------------------
