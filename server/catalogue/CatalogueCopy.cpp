@@ -117,8 +117,9 @@ private:
         while (rows.Next()) {
             const int64_t id = rows.Integer(0), first = rows.Integer(1), count = rows.Integer(2);
             const bool isRoot = fDirectories.empty();
-            if ((id == kCatalogueRoot) != isRoot || id < 0 || count < 0 || first < 0 ||
-                first + count > std::numeric_limits<int32_t>::max() || (count > 0 && first <= id) ||
+            constexpr int64_t kMost = std::numeric_limits<int32_t>::max();
+            if ((id == kCatalogueRoot) != isRoot || id < 0 || count < 0 || count > kMost ||
+                first < 0 || first > kMost - count || (count > 0 && first <= id) ||
                 (!isRoot && id <= fDirectories.back().id) ||
                 !IsPlace(rows.Integer(3), rows.Integer(4))) {
                 return Damaged("directories");

@@ -87,6 +87,35 @@ class Remote(unittest.TestCase):
         self.peer.wait_for("KTLr", 30, lambda m: m.text("name") == backup.name)
         self.assertEqual(self.house.backups(), [])
 
+    def test_found_and_brought_back_into_the_catalogue(self):
+        house.make_tree(self.house.source)
+        before = house.describe(self.house.source)
+        _, status = self.house.run_job(self.peer, self.house.job(remote="nas:"))
+        self.assertEqual(status, 0)
+        [backup] = self.house.backups()
+        volume = wire.Message("VOLU", addon="KTRemote", remote="nas:")
+        for catalogue in (True, False):
+            self.peer.send(wire.Message("KTxX", name=backup.name, full=0))
+            self.peer.wait_for("KTLr", 30, lambda m: m.text("name") == backup.name)
+            if not catalogue:
+                (backup / "catalogue.db.zst").unlink()
+            found = self.peer.ask(wire.Message("ktvs", id=1, name="KTRemote", settings=volume), 60)
+            self.assertEqual((found.text("ID"), found.get("known")), (backup.name, 0))
+            job_id, status = self.house.run_job(self.peer, wire.Message(
+                "KTJA", client_id=os.getpid(), job_type=6, addon="KTRemote", volume=volume, ID=backup.name,
+                start_info=wire.Message("STRT", title="Back in")))
+            self.assertEqual(status, 0, self.words(job_id))
+            lines, _ = self.house.report(self.peer, job_id)
+            self.assertEqual(172 in [text for _, text in lines], not catalogue)
+            back = self.house.root / f"back-{catalogue}"
+            back.mkdir()
+            _, status = self.read_back(backup, back)
+            self.assertEqual(status, 0)
+            self.assertEqual(house.differences(before, back), [])
+        self.remote.kill()
+        self.remote.wait()
+        self.assertEqual(self.peer.ask(wire.Message("ktvs", id=2, name="KTRemote", settings=volume), 120).all("ID"), [])
+
     def test_wrong_credentials_are_told_and_secrets_are_not(self):
         (self.house.source / "a").write_text("a")
         job_id, status = self.house.run_job(self.peer, self.house.job(remote="wrong:"))

