@@ -450,7 +450,7 @@ TEST_F(EngineBackup, JobsThatCannotRunSayWhy) {
     order.description.Add("start_info", start);
     EXPECT_EQ(errorOf(order), core::text::kLine);
     order = fHouse.Order();
-    order.type = core::JobType::Insert;
+    order.type = static_cast<core::JobType>(99);
     EXPECT_EQ(errorOf(order), core::text::kLine);
     EXPECT_TRUE(fHouse.Folders().empty());
     EXPECT_TRUE(fHouse.catalogues->Backups().empty());
