@@ -118,6 +118,12 @@ Bytes WriteManifest(const Manifest& manifest) {
         object["file_system"] = volume.fileSystem;
         json["volumes"].push_back(std::move(object));
     }
+    if (!manifest.selection.empty()) json["selection"] = ordered_json::array();
+    for (const std::string& rule : manifest.selection) {
+        ordered_json object;
+        PutBytes(object, "rule", rule);
+        json["selection"].push_back(std::move(object));
+    }
     json["compressor"] = manifest.compressor;
     json["unpack_with"] = manifest.stockCommand;
     json["protected"] = manifest.isProtected;
@@ -186,6 +192,8 @@ kit::Result<Manifest> ReadManifest(std::span<const uint8_t> bytes) {
             manifest.volumes.push_back({GetBytes(volume, "name"), GetBytes(volume, "mount"),
                                         volume.value("file_system", "")});
         }
+        for (const ordered_json& rule : json.value("selection", ordered_json::array()))
+            manifest.selection.push_back(GetBytes(rule, "rule"));
         manifest.compressor = json.value("compressor", "");
         manifest.stockCommand = json.value("unpack_with", "");
         manifest.isProtected = json.value("protected", false);

@@ -38,6 +38,7 @@ struct Manifest {
     int64_t start = 0, end = 0;         // seconds since the epoch
     std::string host;
     std::vector<ManifestVolume> volumes;
+    std::vector<std::string> selection;  // the rules; empty where it does not say
     std::string compressor;    // the add-on
     std::string stockCommand;  // that unpacks a medium to stdout, "" for none
     bool isProtected = false;

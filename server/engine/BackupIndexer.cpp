@@ -150,10 +150,10 @@ Status BackupIndexer::Fetch(const BackupContent& content, const BackupInfo& info
 
 bool BackupIndexer::FromMedia(const BackupContent& content, BackupInfo* info) {
     if (const int disc = content.MissingDisc(); disc != 0 && !content.AsksForDiscs()) {
-        fReport.ErrorWords("Error: disc " + std::to_string(disc) + " of '" + info->title +
-                               "' is not there",
-                           "Its data would have to be read. Copy the folders of all its discs into "
-                           "one, delete it from the list and insert it from there.");
+        fReport.ErrorWords(
+            "Error: disc " + std::to_string(disc) + " of '" + info->title + "' is not there",
+            "Its data would have to be read. Copy the folders of all its discs into "
+            "one, delete it from the list and insert it from there.");
         return false;
     }
     // What it builds on has the rest of its tree.

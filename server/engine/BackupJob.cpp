@@ -31,6 +31,7 @@ namespace text = core::text;
 namespace {
 
 constexpr int64_t kMegabyte = 1048576;
+constexpr size_t kMostSelection = size_t{1} << 20;  // bytes of rules in a manifest
 constexpr int kCatalogueLevel = 3;
 
 std::string HostName() {
@@ -413,6 +414,15 @@ bool BackupJob::WriteManifest() {
     }
     BMessage settings;
     fCompressor.Archive(&settings, true);
+    // All of a set select the same. Of a protected one nobody is to read it.
+    size_t rules = 0;
+    for (const core::SelectionRule& rule : fRules) {
+        if (fBase || fProtection) break;
+        manifest.selection.push_back(rule.Text());
+        rules += manifest.selection.back().size();
+    }
+    // A manifest has its limits, and the catalogue has them anyway.
+    if (rules > kMostSelection) manifest.selection.clear();
     manifest.compressor = settings.Get<std::string>("addon", "");
     manifest.stockCommand = fCompressor.StockCommand();
     manifest.isProtected = fProtection.has_value();

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "core/protocol/Texts.h"
+#include "core/selection/KTSelection.h"
 #include "server/archive/Format.h"
 
 namespace server {
@@ -86,8 +87,21 @@ bool MediaIndex::Run(const BackupInfo* base, BackupInfo* info) {
             return false;
         }
         before.emplace(std::move(*opened));
-        // All of a set select the same. Of a full backup nothing but its catalogue knows it.
+        // All of a set select the same.
         origin.rules = std::move(rules->rules);
+    } else {
+        origin.rules = fContent.Manifest().selection;
+        // One rule less may be far more data: all of them, or none.
+        if (std::ranges::any_of(origin.rules, [](const std::string& rule) {
+                return !core::SelectionRule::Parse(rule);
+            })) {
+            origin.rules.clear();
+        }
+    }
+    if (origin.rules.empty() && !info->IsCut()) {
+        fReport.Words(LineType::Heading, "Nothing can be built on '" + info->title +
+                                             "' any more: what it was to save was written in its "
+                                             "lost catalogue only. Make a new full backup.");
     }
     auto writer = CatalogueWriter::Create(fCatalogues.PathForNew(info->name), origin);
     if (!writer) {

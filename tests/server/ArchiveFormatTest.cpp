@@ -40,6 +40,7 @@ Manifest SomeManifest() {
     manifest.end = 1795378599;
     manifest.host = "desk";
     manifest.volumes = {{"System", "/", "ext4"}, {"\xff\xfe", "/mnt/\xff\xfe", "btrfs"}};
+    manifest.selection = {"INCLUDE /System/home/*", "EXCLUDE /\xff\xfe/tmp"};
     manifest.compressor = "KTZstd";
     manifest.stockCommand = "zstd -d";
     manifest.media = {{"0001.tar.zst", 5'000'000'000, std::string(64, 'a')},

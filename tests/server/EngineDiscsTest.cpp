@@ -170,9 +170,7 @@ protected:
         asked.clear();
         return fHouse.Run(order);
     }
-    BackupInfo Known() const {
-        return fHouse.catalogues->Find(fBackup).value_or(BackupInfo());
-    }
+    BackupInfo Known() const { return fHouse.catalogues->Find(fBackup).value_or(BackupInfo()); }
     // What the instructions say: all discs copied into one folder.
     std::string ByHand(bool isProtected = false) {
         const std::string all = fHouse.target + "/" + fBackup;

@@ -184,6 +184,11 @@ TEST_P(EngineInsert, BringsBackWhatItWas) {
     EXPECT_EQ(Known(backup).files, before.files);
     EXPECT_EQ(Known(backup).bytes, before.bytes);
     EXPECT_EQ(Differences(tree, DescribeTree(Restored(backup))), "");
+
+    // What it was to save is known from its manifest, so the set goes on.
+    WriteWhole(fHouse.source + "/later", "1");
+    const auto later = DescribeTree(fHouse.source);
+    ExpectRestores(Save(JobType::Incremental), later);
 }
 
 TEST_P(EngineInsert, AFlippedByteCostsWhatItTouches) {
@@ -562,6 +567,19 @@ TEST_P(EngineInsertOnce, AProtectedOneIsListedAndOpensWithItsKey) {
         EXPECT_EQ(Differences(first, DescribeTree(Restored(full))), "");
         EXPECT_EQ(Differences(second, DescribeTree(Restored(incremental))), "");
     }
+    // Where its catalogue was lost nobody knows what it was to save, and that is said at once.
+    ForgetAll();
+    EXPECT_EQ(Insert({full}), JobEnd::Good);
+    EXPECT_TRUE(open(full));
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Heading, "Nothing can be built on"));
+    JobOrder order = fHouse.Order();
+    order.type = JobType::Incremental;
+    order.description.Remove("selection");
+    order.description.Add("base_id", Known(full).jobId);
+    fHouse.events.lines.clear();
+    EXPECT_EQ(fHouse.Run(order), JobEnd::Errors);
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "nothing can be built on"))
+        << fHouse.events.All();
     // Without its key it is nobody's any more.
     ForgetAll();
     fs::remove(In(full, "key.age"));

@@ -1,0 +1,97 @@
+#!/usr/bin/env python3
+"""A person's road on a new machine: two backups lie on a disk, one of them protected; the program knows neither.
+They are found, inserted, looked into and restored."""
+import os
+import shutil
+import subprocess
+import unittest
+
+import house
+from desktop import ClientTest
+
+PASSWORD = "left in a drawer"
+
+
+class InsertRoad(ClientTest):
+    def start_client(self):
+        house.make_tree(self.house.source)
+        self.house.start_server()
+        for title, password in (("Home & more", ""), ("Secret", PASSWORD)):
+            words = []
+            read, write = os.pipe()
+            os.write(write, password.encode() + b"\n")
+            os.close(write)
+            if password:
+                words = ["--password-fd", str(read)]
+            subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
+                            "--title", title, *words], env=self.house.environment, check=True,
+                           stdout=subprocess.DEVNULL, pass_fds=(read,))
+            os.close(read)
+        self.house.stop_server()
+        shutil.rmtree(self.house.program / "Backup_Server/data")
+        shutil.rmtree(self.house.root / "data", ignore_errors=True)
+        self.kept = self.house.root / "kept"
+        self.house.source.rename(self.kept)
+        super().start_client()
+
+    def insert(self):
+        hand = self.hand
+        hand.trigger("rsvw")
+        hand.see("btn_insert")
+        hand.click("btn_insert")
+        hand.see("col_listview")
+        self.choose_target(self.house.target)
+        for title in ("Home & more", "Secret"):
+            hand.until(lambda title=title: hand.row("col_listview", "state", title) is not None, f"the row of {title}")
+            hand.row("col_listview", "click", title)
+        hand.until(lambda: "marked: 2" in hand.get("str_found", "text"), "the count")
+        hand.click("btn_ok@col_listview")
+        hand.see("str_title")
+        hand.type("str_title", "Found again")
+        hand.click("btn_ok@str_title")
+        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+
+    def saved(self, title):
+        """The source in the backup."""
+        return [title, "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/")]
+
+    def mark_saved(self, title):
+        self.mark("lst_catalogue", *self.saved(title))
+
+    def send_home(self, title):
+        """Marks the source in the backup and opens the dialog that starts its restore to the home directory."""
+        hand = self.hand
+        self.mark_saved(title)
+        hand.see("RestoreFolderView")
+        hand.key("RestoreFolderView", "Return")
+        hand.click("btn_resstart")
+        hand.see("str_title")
+        hand.until(lambda: hand.get("str_landing", "text") == str(self.home), "where it goes")
+
+    def expect_back(self):
+        house.wait(lambda: house.differences(self.kept, self.home) == [], "the tree to be back", 60)
+
+    def test_found_inserted_restored(self):
+        self.insert()
+        self.send_home("Home & more")
+        self.hand.click("btn_ok@str_title")
+        self.expect_back()
+
+    def test_its_password_opens_the_tree(self):
+        hand = self.hand
+        self.insert()
+        hand.row("lst_catalogue", "expand", self.row("lst_catalogue", "Secret", "Full Backup"))
+        hand.see("str_password")
+        hand.type("str_password", "guessed")
+        hand.click("btn_ok@str_password")
+        hand.until(lambda: "assword" in hand.get("str_hint", "text") and hand.get("str_password", "enabled") == "true",
+                   "the refusal", 30)
+        hand.type("str_password", PASSWORD)
+        hand.click("btn_ok@str_password")
+        hand.gone("str_password")
+        self.mark_saved("Secret")
+        self.assertIsNotNone(self.row("lst_catalogue", *self.saved("Secret"), "docs", "letter.txt"))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
