@@ -18,7 +18,6 @@ namespace {
 
 using kit::Status;
 
-constexpr size_t kMostRules = 100'000;
 constexpr size_t kLongestPath = size_t{64} << 10;
 constexpr int64_t kAskEvery = 10'000;  // rows
 
@@ -76,8 +75,7 @@ private:
         if (!origin) return origin.error();
         for (const std::string& backup : origin->chain)
             if (!archive::IsBackupName(backup)) return Damaged("chain");
-        if (origin->chain.back() != name || origin->rules.size() > kMostRules)
-            return Damaged("of another backup");
+        if (origin->chain.back() != name) return Damaged("of another backup");
         for (const std::string& rule : origin->rules)
             if (!core::SelectionRule::Parse(rule)) return Damaged("selection");
         fCopied.origin = std::move(*origin);

@@ -125,17 +125,21 @@ kit::Status CatalogueReader::Frames(const std::function<bool(const CatalogueFram
 }
 
 kit::Result<CatalogueOrigin> CatalogueReader::Origin() {
-    const auto texts = [this](const char* query, std::vector<std::string>* into) {
+    const auto texts = [this](const char* query, size_t most,
+                              std::vector<std::string>* into) -> kit::Status {
         Statement rows = fDatabase->Prepare(query);
-        while (rows.Next() && into->size() <= kMostInChain)
+        while (rows.Next()) {
+            if (into->size() == most)
+                return kit::Error::Make(kit::ErrorKind::Damaged, "catalogue", "too many rows");
             into->emplace_back(rows.Text(0));
+        }
         return rows.Result();
     };
     CatalogueOrigin origin;
-    kit::Status status = texts("SELECT name FROM chain ORDER BY id", &origin.chain);
-    if (status) status = texts("SELECT rule FROM selection ORDER BY id", &origin.rules);
+    kit::Status status = texts("SELECT name FROM chain ORDER BY id", kMostInChain, &origin.chain);
+    if (status) status = texts("SELECT rule FROM selection ORDER BY id", kMostRules, &origin.rules);
     if (!status) return status.error();
-    if (origin.chain.empty() || origin.chain.size() > kMostInChain) {
+    if (origin.chain.empty()) {
         return kit::Error::Make(kit::ErrorKind::Damaged, "catalogue", "chain");
     }
     return origin;

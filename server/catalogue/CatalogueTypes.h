@@ -53,5 +53,6 @@ struct CatalogueOrigin {
     std::vector<std::string> rules;  // its selection
 };
 inline constexpr size_t kMostInChain = 10'000;
+inline constexpr size_t kMostRules = 1'000'000;  // of a selection
 
 }  // namespace server

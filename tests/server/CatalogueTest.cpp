@@ -153,6 +153,20 @@ TEST_F(Catalogue, ReaderFindsEveryEntryByItsPath) {
     EXPECT_FALSE(reader->FrameAt(2));
 }
 
+TEST_F(Catalogue, KeepsEveryRuleOfALongSelection) {
+    CatalogueOrigin origin{{kName}, {}};
+    for (int i = 0; i < 20'000; ++i)
+        origin.rules.push_back("EXCLUDE /Disk/" + std::to_string(i));
+    auto writer = CatalogueWriter::Create(fStore.PathForNew(kName), origin);
+    ASSERT_TRUE(writer);
+    ASSERT_TRUE((*writer)->Finish());
+    auto reader = CatalogueReader::Open(fStore.PathForNew(kName));
+    ASSERT_TRUE(reader);
+    const auto read = reader->Origin();
+    ASSERT_TRUE(read) << read.error().Text();
+    EXPECT_EQ(read->rules, origin.rules);
+}
+
 TEST_F(Catalogue, LargeDirectoryKeepsByteOrderAndStaysQuickBesideIt) {
     constexpr int32_t kMany = 200'000;
     auto writer = CatalogueWriter::Create(fStore.PathForNew(kName), {{kName}, {}});
