@@ -95,13 +95,15 @@ void ReportDesk::Open(BMessage& message) {
 void ReportDesk::Deliver(int32_t id, const BMessenger& user, BMessage text) {
     text.what = core::code::kReportText;
     text.Add("report_id", id);
-    if (text.FlattenedSize() > kMostDirect) {
+    // A team that takes nothing must not fill the memory: the connection has a limit of its own.
+    const size_t size = text.FlattenedSize();
+    if (size > kMostDirect && WaitingFor(user.Team()) + size <= kMostWaiting) {
         if (auto area = kit::SharedArea::Create(text)) {
             BMessage where(core::code::kReportText);
             where.Add("report_id", id);
             where.Add("area_id", area->Id());
             const uint64_t delivery = ++fDeliveries;
-            fAreas.emplace(delivery, Delivery{id, user, std::move(*area)});
+            fAreas.emplace(delivery, Delivery{id, user, size, std::move(*area)});
             // Released by the answer, and also by the request's end when the receiver goes away.
             fHost.Ask(user, std::move(where),
                       [this, delivery](const BMessage&) { fAreas.erase(delivery); });
@@ -110,6 +112,14 @@ void ReportDesk::Deliver(int32_t id, const BMessenger& user, BMessage text) {
         // Without shared memory the frame carries it: slower, but whole.
     }
     fHost.Send(user, std::move(text));
+}
+
+size_t ReportDesk::WaitingFor(int32_t team) const {
+    size_t waiting = 0;
+    for (const auto& [delivery, area] : fAreas) {
+        if (area.user.Team() == team) waiting += area.size;
+    }
+    return waiting;
 }
 
 void ReportDesk::Close(BMessage& message) {

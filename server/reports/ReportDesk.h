@@ -30,6 +30,7 @@ struct ReportCause {
 class ReportDesk {
 public:
     static constexpr size_t kMostDirect = 1024 * 1024;  // larger reports go through a shared area
+    static constexpr size_t kMostWaiting = 64 * 1024 * 1024;  // in areas, for one team
 
     // `records` belongs to `writing`'s thread from here on. Call before that worker has anything to
     // do.
@@ -64,6 +65,7 @@ public:
 private:
     void Remove(const std::vector<int32_t>& ids);
     void Deliver(int32_t id, const BMessenger& user, BMessage text);
+    size_t WaitingFor(int32_t team) const;  // bytes in areas
 
     ServerHost& fHost;
     Records& fRecords;  // writing thread
@@ -75,6 +77,7 @@ private:
     struct Delivery {
         int32_t report;
         BMessenger user;
+        size_t size;
         kit::SharedArea area;
     };
     std::map<uint64_t, Delivery> fAreas;  // not read yet
