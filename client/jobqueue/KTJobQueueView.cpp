@@ -86,7 +86,7 @@ KTJobQueueView::KTJobQueueView(KTToolContext context, QWidget* parent, const cha
 }
 
 KTJobQueueView::~KTJobQueueView() {
-    for (const int32_t id : fEdited)
+    for (const auto& [id, renamed] : fEdited)
         PostEditMark(id, false);
 }
 
@@ -184,6 +184,11 @@ void KTJobQueueView::MessageReceived(BMessage& message) {
 // --- the list -----------------------------------------------------------------------------------
 
 void KTJobQueueView::Notice(BMessage& message) {
+    if (message.what == core::code::kJobChanged) {
+        const auto edited = fEdited.find(message.Get<int32_t>("job_id", 0));
+        const auto title = message.FindString("title");
+        if (edited != fEdited.end() && title) edited->second = *title;
+    }
     fJobs->MessageReceived(message);
     RelayToEdits(message);
     SetButtonStatus(message);
@@ -191,7 +196,7 @@ void KTJobQueueView::Notice(BMessage& message) {
 
 void KTJobQueueView::ServerBack(BMessage& message) {
     // A new server knows nothing of edit marks.
-    for (const int32_t id : fEdited)
+    for (const auto& [id, renamed] : fEdited)
         PostEditMark(id, true);
     Notice(message);
 }
@@ -372,19 +377,22 @@ void KTJobQueueView::OpenEditWindow(const BMessage& job) {
         default:
             return;
     }
-    fEdited.insert(id);
+    fEdited.emplace(id, std::nullopt);
     Remember(KeyOf(id), window);
     window->show();
 }
 
 void KTJobQueueView::QuitEditJob(BMessage& message) {
-    const BMessage settings = message.Get("settings", BMessage());
+    BMessage settings = message.Get("settings", BMessage());
     const int32_t id = settings.Get<int32_t>("job_id", 0);
-    if (!fEdited.erase(id)) return;
+    const auto edited = fEdited.extract(id);
+    if (edited.empty()) return;
     Forget(KeyOf(id));
     if (message.Get("result", false)) {
         if (const auto place = settings.Find<BRect>("winpos"))
             fSettings.Set(PlaceKeyOf(settings.Get<int32_t>("job_type", 0)), *place);
+        // What it is called now, whatever it was called when the window opened.
+        if (edited.mapped()) settings.Set("title", *edited.mapped());
         BMessage change(core::code::kSetJob);
         change.Add("job_id", id);
         change.Add("job_data", settings);
@@ -401,7 +409,7 @@ void KTJobQueueView::PostEditMark(int32_t jobId, bool edit) {
 }
 
 void KTJobQueueView::RelayToEdits(const BMessage& notice) {
-    for (const int32_t id : fEdited) {
+    for (const auto& [id, renamed] : fEdited) {
         QWidget* open = OpenWindow(KeyOf(id));
         if (auto* window = qobject_cast<KTJQWindow*>(open))
             window->Relay(notice);

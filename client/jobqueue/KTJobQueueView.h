@@ -4,7 +4,8 @@
 #pragma once
 
 #include <QBasicTimer>
-#include <set>
+#include <map>
+#include <optional>
 #include <vector>
 
 #include "client/uikit/KTToolView.h"
@@ -63,6 +64,7 @@ private:
     QLabel* fNext;
     QMenu* fPopUp;
     std::vector<QPushButton*> fButtons;  // as Actions()
-    std::set<int32_t> fEdited;           // jobs with a window open
-    QBasicTimer fMinute;                 // what is said relative to now grows old
+    // Jobs with a window open, and what others have renamed them to meanwhile.
+    std::map<int32_t, std::optional<std::string>> fEdited;
+    QBasicTimer fMinute;  // what is said relative to now grows old
 };

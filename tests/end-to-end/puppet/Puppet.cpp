@@ -56,13 +56,17 @@ T* FindByName(const QString& whole) {
     return hidden;
 }
 
-QAction* FindAction(const QString& name) {
+QAction* FindAction(const QString& whole) {
     QAction* disabled = nullptr;
+    const QString name = whole.section('@', 0, 0);
+    const auto* beside = FindByName<QWidget>(whole.section('@', 1));
     for (QWidget* widget : AllWidgets()) {
         QList<QAction*> actions = widget->actions();
         actions += widget->findChildren<QAction*>();
         for (QAction* action : actions) {
             if (action->objectName() != name) continue;
+            const auto* owner = qobject_cast<QWidget*>(action->parent());
+            if (beside && (!owner || owner->window() != beside->window())) continue;
             if (action->isEnabled()) return action;
             disabled = action;
         }
@@ -191,7 +195,7 @@ QString Run(const QStringList& words) {
         QMetaObject::invokeMethod(menu, "activated", Q_ARG(int, index));
         return "ok";
     }
-    if (command == "row") {  // row NAME click|expand|state|rows PATH
+    if (command == "row") {  // row NAME click|pick|expand|state|rows PATH
         auto* view = qobject_cast<QTreeView*>(widget);
         if (!view) return "error\tno list";
         const QString path = words.value(3);
@@ -208,8 +212,9 @@ QString Run(const QStringList& words) {
             view->setExpanded(row, true);
             return "ok";
         }
-        if (argument == "click") {
-            Mouse(view->viewport(), view->visualRect(row).center());
+        if (argument == "click" || argument == "pick") {  // pick: not where a text can be edited
+            const QModelIndex cell = argument == "pick" ? row.siblingAtColumn(0) : row;
+            Mouse(view->viewport(), view->visualRect(cell).center());
             return "ok";
         }
     }
