@@ -61,9 +61,13 @@ BApplication::~BApplication() {
     Stop();
     // The socket goes before the lock: who finds the lock taken and no socket waits for us to be
     // gone.
-    if (fLink) fLink->Stop();
+    Disconnect();
     kit::HandlerRegistry::Get().SetApplication(0);
     if (be_app == this) be_app = nullptr;
+}
+
+void BApplication::Disconnect() {
+    if (fLink) fLink->Stop();
 }
 
 int32_t BApplication::Team() const {

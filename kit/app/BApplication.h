@@ -46,6 +46,11 @@ public:
     // Every connection to another team has ended, or its process is gone. Looper's thread.
     virtual void TeamGone(int32_t team);
 
+protected:
+    // Ends all connections, after what still waits has been sent; open questions end without an
+    // answer. For the destructor of an application whose answers need what it owns.
+    void Disconnect();
+
 private:
     Start Prepare();
 

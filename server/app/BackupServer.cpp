@@ -63,6 +63,12 @@ BackupServer::~BackupServer() {
     if (fBackups) fBackups->Stop();
     fKeys.reset();
     fWriting.reset();
+    fJobs.reset();
+    fPanels.reset();
+    fBackups.reset();
+    fReports.reset();
+    // The ends of open questions come to `Later`.
+    Disconnect();
 }
 
 kit::Status BackupServer::Open(Configuration configuration) {

@@ -23,6 +23,30 @@ LineChunk Words(core::LineType type, const std::string& words) {
     return lines;
 }
 
+// Of a job that was aborted before its engine had begun to say anything.
+void TellAborted(core::JobType type, JobEvents& events) {
+    KTReportLine arguments;
+    int32_t text = core::text::kBackupAborted;
+    switch (type) {
+        case core::JobType::Restore:
+            text = core::text::kRestoreAborted;
+            break;
+        case core::JobType::Compare:
+            text = core::text::kCompareAborted;
+            break;
+        case core::JobType::Insert:
+            text = core::text::kInsertAborted;
+            break;
+        case core::JobType::Verify:
+            text = core::text::kLine;
+            arguments.AddString("Status:\t\t\t\tCheck aborted!!!");
+            break;
+        default:
+            break;
+    }
+    events.Line(core::LineType::Totals, text, arguments);
+}
+
 }  // namespace
 
 class JobDesk::Output : public JobEvents {
@@ -316,7 +340,10 @@ core::JobEnd JobDesk::Run(const JobOrder& order, JobEvents& events, JobControl& 
         fParts.reports.BeginStored(report);
         (void)transaction.Commit();  // a full disk must not keep a backup from being made
     });
-    if (!control.MayGoOn()) return core::JobEnd::Aborted;
+    if (!control.MayGoOn()) {
+        TellAborted(order.type, events);
+        return core::JobEnd::Aborted;
+    }
     WakefulControl wakeful(control, fParts.keepAwake);
     if (wakeful.IsAwake()) events.Line(core::LineType::Detail, core::kMoreKeptAwake, {});
     struct Registered {
