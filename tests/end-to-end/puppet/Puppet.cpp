@@ -59,7 +59,8 @@ T* FindByName(const QString& whole) {
 QAction* FindAction(const QString& whole) {
     QAction* disabled = nullptr;
     const QString name = whole.section('@', 0, 0);
-    const auto* beside = FindByName<QWidget>(whole.section('@', 1));
+    const QString other = whole.section('@', 1);
+    const auto* beside = other.isEmpty() ? nullptr : FindByName<QWidget>(other);
     for (QWidget* widget : AllWidgets()) {
         QList<QAction*> actions = widget->actions();
         actions += widget->findChildren<QAction*>();
@@ -168,6 +169,10 @@ QString Run(const QStringList& words) {
         return "ok";
     }
     if (!widget->isVisible()) return "error\thidden " + name;
+    if (command == "close") {  // as by the frame of the window
+        QTimer::singleShot(0, widget->window(), &QWidget::close);
+        return "ok";
+    }
     if (command == "click") {
         if (!widget->isEnabled()) return "error\tdisabled " + name;
         Mouse(widget, widget->rect().center());
