@@ -104,6 +104,7 @@ class Editing(QueueWindow):
     def test_renaming_in_place(self):
         hand = self.hand
         hand.row("lst_jobs", "click", self.row("lst_jobs", "Papers"))
+        hand.key("lst_jobs", "F2")
         hand.see("str_cell")
         hand.type("str_cell", "Letters")
         hand.key("str_cell", "Return")
