@@ -4,6 +4,7 @@ import os
 import pathlib
 import shutil
 import signal
+import socket
 import stat
 import subprocess
 import sys
@@ -54,7 +55,12 @@ class House:
     def start_server(self):
         self.server = subprocess.Popen([self.program / "Backup_Server/BackupServer"], env=self.environment,
                                        stdin=subprocess.DEVNULL)
-        wait(lambda: (self.run_directory / f"team-{self.server.pid}.sock").exists(), "the server's socket")
+        wait(self.is_listening, "the server's socket")
+
+    def is_listening(self):
+        # The file is there a moment before anybody listens.
+        with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as tried:
+            return tried.connect_ex(str(self.run_directory / f"team-{self.server.pid}.sock")) == 0
 
     def stop_server(self, how=signal.SIGTERM):
         if self.server and self.server.poll() is None:
