@@ -163,15 +163,12 @@ void Watch::Progress(const BMessage& message) {
         std::fflush(stdout);
     } else if (type == core::LineType::Volume) {
         fProgress.Clear();
-        const std::string text = Printable(core::ReportLineText(message));
-        // A backup's line is the volume's name, an insert's the medium's; a line of the others says
-        // all by itself.
-        if (core::IsBackup(fOptions.type) || fOptions.type == core::JobType::Insert) {
-            Say(core::VolumeTextId(static_cast<int32_t>(fOptions.type)), text);
-        } else {
-            std::printf("%s\n", text.c_str());
-            std::fflush(stdout);
-        }
+        std::printf("%s\n",
+                    Printable(core::VolumeLineText(static_cast<int32_t>(fOptions.type),
+                                                   message.Get<int32_t>(core::kTextIdField, -1),
+                                                   core::ReportLineText(message)))
+                        .c_str());
+        std::fflush(stdout);
     }
 }
 

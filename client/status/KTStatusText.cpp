@@ -72,7 +72,7 @@ void KTStatusText::Update(const BMessage& message) {
     if (lineType == static_cast<int32_t>(core::LineType::Progress))
         Progress(message, text);
     else if (lineType == static_cast<int32_t>(core::LineType::Volume))
-        fStatusLine = core::FormatTextOf(core::VolumeTextId(fJobType), text);
+        fStatusLine = core::VolumeLineText(fJobType, message.Get<int32_t>("text_id", -1), text);
     else
         fStatusLine = OneLine(text);
 }

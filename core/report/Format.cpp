@@ -16,6 +16,24 @@ constexpr int64_t kKilobyte = 1024;
 constexpr std::array kDayNames{"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
 constexpr std::array kMonthNames{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                  "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+
+int32_t VolumeTextId(int32_t jobType) {
+    switch (static_cast<JobType>(jobType)) {
+        case JobType::Full:
+        case JobType::Incremental:
+        case JobType::Differential:
+            return text::kBackupVolume;
+        case JobType::Restore:
+            return text::kRestoreVolume;
+        case JobType::Compare:
+            return text::kCompareVolume;
+        case JobType::Insert:
+            return text::kInsertVolume;
+        case JobType::Verify:
+            break;
+    }
+    return text::kWorkOnVolume;
+}
 }  // namespace
 
 std::string SizeText(int64_t bytes) {
@@ -108,22 +126,8 @@ int32_t JobEndTextId(int32_t endStatus) {
     return text::kJobAbnormalEnd;
 }
 
-int32_t VolumeTextId(int32_t jobType) {
-    switch (static_cast<JobType>(jobType)) {
-        case JobType::Full:
-        case JobType::Incremental:
-        case JobType::Differential:
-            return text::kBackupVolume;
-        case JobType::Restore:
-            return text::kRestoreVolume;
-        case JobType::Compare:
-            return text::kCompareVolume;
-        case JobType::Insert:
-            return text::kInsertVolume;
-        case JobType::Verify:
-            break;
-    }
-    return text::kWorkOnVolume;
+std::string VolumeLineText(int32_t jobType, int32_t textId, const std::string& rendered) {
+    return textId == text::kBackupLoaded ? rendered : FormatTextOf(VolumeTextId(jobType), rendered);
 }
 
 std::string TextOf(int32_t id) {

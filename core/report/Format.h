@@ -19,12 +19,15 @@ std::string DateText(
     int64_t secondsSinceEpoch);  // "Sun Nov 22 20:15:30 2026", local time; "-" for 0
 std::string IdText(int32_t id);  // "000000ff"
 
-// Text ids of a job's type, status and end, and of the status line that names the volume it is at.
-// Every code has one; those that nobody knows are "Unknown", "abnormal job end", "Work on volume".
+// Text ids of a job's type, status and end. Every code has one; those that nobody knows are
+// "Unknown" and "abnormal job end".
 int32_t JobTypeTextId(int32_t jobType);
 int32_t JobStatusTextId(int32_t jobStatus);
 int32_t JobEndTextId(int32_t endStatus);
-int32_t VolumeTextId(int32_t jobType);
+
+// What to show of a line of type Volume of a running job. Its rendered text is a volume's name,
+// and what such a job does with the volume is said; of text 325 it is a sentence and stays.
+std::string VolumeLineText(int32_t jobType, int32_t textId, const std::string& rendered);
 
 // The text of an id in the current language, "" when nobody has it.
 std::string TextOf(int32_t id);

@@ -7,6 +7,7 @@
 #include "core/locale/KTLocale.h"
 #include "core/locale/MoreTexts.h"
 #include "core/locale/TextTable.h"
+#include "core/protocol/Texts.h"
 
 using namespace core;
 
@@ -59,7 +60,8 @@ TEST(Format, CodesInWords) {
     EXPECT_EQ(TextOf(JobEndTextId(2)), "Job ended with errors! Please check Report.");
     for (const int32_t status : {-1, 3, 4})
         EXPECT_EQ(TextOf(JobEndTextId(status)), "abnormal job end");
-    EXPECT_EQ(FormatTextOf(VolumeTextId(6), "Data"), "Insert data from volume 'Data'...");
-    EXPECT_EQ(FormatTextOf(VolumeTextId(3), std::string("Data")), "Backup volume 'Data'...");
-    EXPECT_EQ(FormatTextOf(VolumeTextId(9), "Data"), "Work on volume 'Data'...");
+    EXPECT_EQ(VolumeLineText(6, text::kLine, "Data"), "Insert data from volume 'Data'...");
+    EXPECT_EQ(VolumeLineText(3, -1, "Data"), "Backup volume 'Data'...");
+    EXPECT_EQ(VolumeLineText(9, text::kLine, "Data"), "Work on volume 'Data'...");
+    EXPECT_EQ(VolumeLineText(4, text::kBackupLoaded, "Backup 'X' loaded"), "Backup 'X' loaded");
 }
