@@ -5,6 +5,7 @@
 #include <QDialogButtonBox>
 #include <QKeyEvent>
 #include <QPushButton>
+#include <algorithm>
 
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTGeometry.h"
@@ -15,6 +16,23 @@ namespace {
 
 constexpr uint32_t kConfirm = " ok "_code;
 constexpr char kWindowPosition[] = "winpos";
+
+// The focus comes to what the dialog is about before its buttons, which are made first, and starts
+// there: on a button it would start with the desktop's leftmost one, and Return would press that.
+void OrderFocus(QDialog* dialog, const QWidget* content, QWidget* ok, QWidget* cancel) {
+    QList<QWidget*> inside;
+    for (QWidget* next = dialog->nextInFocusChain(); next != dialog;
+         next = next->nextInFocusChain()) {
+        if (content->isAncestorOf(next) && (next->focusPolicy() & Qt::TabFocus)) inside << next;
+    }
+    if (!inside.isEmpty()) QWidget::setTabOrder(inside.back(), ok);
+    QWidget::setTabOrder(ok, cancel);
+    if (dialog->focusWidget()) return;
+    const auto first = std::ranges::find_if(inside, [dialog](const QWidget* widget) {
+        return widget->isEnabled() && widget->isVisibleTo(dialog);
+    });
+    (first == inside.end() ? ok : *first)->setFocus(Qt::TabFocusReason);
+}
 
 }  // namespace
 
@@ -78,6 +96,7 @@ void KTSetWindow::showEvent(QShowEvent* event) {
             KTGeometry::PlaceRelativeTo(this, fParentWindow, *offset);
         else
             KTGeometry::PlaceOver(this, fParentWindow);
+        OrderFocus(this, fBkgView, fOk, fCancel);
     }
     QDialog::showEvent(event);
 }

@@ -123,6 +123,18 @@ TEST(KTSetWindow, EveryOtherWayOfClosingAnswersThatItWasNotConfirmed) {
     }
 }
 
+TEST(KTSetWindow, FocusGoesThroughTheControlsToTheButtons) {
+    Desk desk;
+    auto* window = new FieldWindow(&desk.parent, {}, desk.tool);
+    window->show();
+    EXPECT_EQ(window->focusWidget(), window->field) << "wherever the desktop puts the buttons";
+    for (const char* next : {"btn_ok", "btn_cancel"}) {
+        Press(window->focusWidget(), Qt::Key_Tab);
+        EXPECT_EQ(window->focusWidget(), Child<QWidget>(window, next));
+    }
+    window->close();
+}
+
 TEST(KTSetWindow, WithoutItsParentThereIsNoAnswer) {
     Listener tool;
     auto parent = std::make_unique<QWidget>();
