@@ -15,6 +15,7 @@
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTIcons.h"
+#include "client/uikit/KTIndicatorStyle.h"
 #include "client/uikit/KTWindowLooper.h"
 #include "core/protocol/Codes.h"
 #include "kit/support/UniqueFd.h"
@@ -99,6 +100,7 @@ int main(int argc, char** argv) {
     QApplication::setDesktopFileName(QString::fromLatin1(client::kDesktopFile));
     QApplication::setWindowIcon(KTIcons::Get("velmora-backup"));
     QApplication::setQuitOnLastWindowClosed(false);
+    KTIndicatorStyle::Install();
     KeepHintsReadable();
 
     KTWindowLooper looper;
