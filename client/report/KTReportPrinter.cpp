@@ -1,8 +1,10 @@
 #include "client/report/KTReportPrinter.h"
 
 #include <QElapsedTimer>
+#include <QGuiApplication>
 #include <QPageLayout>
 #include <QPrinter>
+#include <QScreen>
 #include <QTextLayout>
 #include <QTimerEvent>
 #include <cmath>
@@ -11,8 +13,7 @@
 
 namespace {
 
-constexpr int kSlice = 20;  // milliseconds at a time
-constexpr int kTabColumns = 8;
+constexpr int kSlice = 20;        // milliseconds at a time
 constexpr float kLargest = 5000;  // mm, of a page or a margin
 
 bool IsSensible(float millimetres) {
@@ -92,7 +93,10 @@ void KTReportPrinter::Measure() {
     fPainter.setFont(fSheet.font);
     const QFontMetricsF metrics(fSheet.font, fPrinter.get());
     fLineHeight = metrics.lineSpacing();
-    fTab = metrics.averageCharWidth() * kTabColumns;
+    // Tab stops are told in the screen's resolution; the layout scales them to the printer's.
+    fCharWidth = metrics.averageCharWidth() *
+                 std::round(QGuiApplication::primaryScreen()->logicalDotsPerInchY()) /
+                 fPrinter->logicalDpiY();
     fMargin = fLineHeight;
     const QRect page = fPrinter->pageLayout().paintRectPixels(fPrinter->resolution());
     fWidth = std::max(page.width() - fMargin, fLineHeight);
@@ -137,11 +141,8 @@ void KTReportPrinter::DrawSign(qreal y, qreal height) {
 
 bool KTReportPrinter::NextLine() {
     QTextLayout layout(fSheet.text.LineAt(fLine), fSheet.font, fPrinter.get());
-    QTextOption option;
-    option.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-    option.setTextDirection(Qt::LeftToRight);
-    option.setTabStopDistance(fTab);
-    layout.setTextOption(option);
+    layout.setTextOption(
+        KTReportLineOption(layout.text(), fCharWidth, QTextOption::WrapAtWordBoundaryOrAnywhere));
     layout.beginLayout();
     for (QTextLine part = layout.createLine(); part.isValid(); part = layout.createLine())
         part.setLineWidth(fWidth);

@@ -58,7 +58,8 @@ private:
     const std::function<void(bool)> fDone;
     QPainter fPainter;
     QBasicTimer fNext;
-    qreal fWidth = 0, fHeight = 0, fMargin = 0, fTab = 0, fLineHeight = 0;  // printer's units
+    qreal fWidth = 0, fHeight = 0, fMargin = 0, fLineHeight = 0;  // printer's units
+    qreal fCharWidth = 0;                                         // screen's units
     qreal fY = 0;
     int fLine = 0;
     int fPage = 0;        // the one at hand, from 1

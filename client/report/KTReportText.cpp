@@ -1,5 +1,6 @@
 #include "client/report/KTReportText.h"
 
+#include <QDeadlineTimer>
 #include <algorithm>
 
 #include "client/uikit/KTControl.h"
@@ -7,6 +8,7 @@
 
 namespace {
 
+constexpr int kTabColumns = 4;
 constexpr size_t kLongestLine = 64 * 1024;  // bytes; paths may be longer than the system's limit
 
 int32_t TypeOf(const BMessage& lines, int32_t index) {
@@ -14,6 +16,22 @@ int32_t TypeOf(const BMessage& lines, int32_t index) {
 }
 
 }  // namespace
+
+QTextOption KTReportLineOption(const QString& line, qreal charWidth, QTextOption::WrapMode wrap) {
+    QTextOption option;
+    option.setWrapMode(wrap);
+    option.setTextDirection(Qt::LeftToRight);
+    option.setTabStopDistance(charWidth * kTabColumns);
+    QList<QTextOption::Tab> stops;
+    int column = 0;
+    for (const QChar character : line) {
+        const bool tab = character == u'\t';
+        column = tab ? (column / kTabColumns + 1) * kTabColumns : column + 1;
+        if (tab) stops.append({column * charWidth, QTextOption::LeftTab});
+    }
+    option.setTabs(stops);
+    return option;
+}
 
 bool KTReportText::Shows(int32_t lineType, int32_t filter) {
     switch (static_cast<core::LineType>(lineType)) {
@@ -96,22 +114,34 @@ QByteArray KTReportText::ToUtf8() const {
     return all;
 }
 
-std::optional<KTTextPlace> KTReportText::Find(const QString& words, KTTextPlace from,
-                                              bool forward) const {
-    if (words.isEmpty() || IsEmpty()) return std::nullopt;
-    const int count = CountLines();
-    const int first = std::clamp(from.line, 0, count - 1);
+// --- search -------------------------------------------------------------------------------------
+
+KTReportSearch::KTReportSearch(KTReportText text, QString words, KTTextPlace from, bool forward)
+    : fText(std::move(text)), fWords(std::move(words)), fFrom(from), fForward(forward) {
+    fFrom.line = std::clamp(fFrom.line, 0, std::max(fText.CountLines() - 1, 0));
+}
+
+bool KTReportSearch::Run(std::chrono::milliseconds time) {
+    if (fWords.isEmpty() || fText.IsEmpty()) return true;
+    const QDeadlineTimer end(time);
     // Once round; the line that it starts in comes again at the end, for its other part.
-    for (int step = 0; step <= count; ++step) {
-        const int line = (first + (forward ? step : count - step % count) + count) % count;
-        const QString text = LineAt(line);
-        qsizetype at = -1;
-        if (forward) {
-            at = text.indexOf(words, step == 0 ? from.column : 0, Qt::CaseInsensitive);
-        } else if (step > 0 || from.column > 0) {
-            at = text.lastIndexOf(words, step == 0 ? from.column - 1 : -1, Qt::CaseInsensitive);
-        }
-        if (at >= 0) return KTTextPlace{line, static_cast<int>(at)};
+    while (fStep <= fText.CountLines()) {
+        if (LookAt(fStep++)) return true;
+        if (end.hasExpired()) return false;
     }
-    return std::nullopt;
+    return true;
+}
+
+bool KTReportSearch::LookAt(int step) {
+    const int count = fText.CountLines();
+    const int line = (fFrom.line + (fForward ? step : count - step % count) + count) % count;
+    const QString text = fText.LineAt(line);
+    qsizetype at = -1;
+    if (fForward) {
+        at = text.indexOf(fWords, step == 0 ? fFrom.column : 0, Qt::CaseInsensitive);
+    } else if (step > 0 || fFrom.column > 0) {
+        at = text.lastIndexOf(fWords, step == 0 ? fFrom.column - 1 : -1, Qt::CaseInsensitive);
+    }
+    if (at >= 0) fFound = KTTextPlace{line, static_cast<int>(at)};
+    return at >= 0;
 }

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <QString>
+#include <QTextOption>
+#include <chrono>
 #include <compare>
 #include <memory>
 #include <optional>
@@ -16,6 +18,11 @@ struct KTTextPlace {
     int line = 0, column = 0;
     auto operator<=>(const KTTextPlace&) const = default;
 };
+
+// How a line is laid out, on screen and on paper. The words are written for a tab every four
+// characters: a tab leads to the place where it would lead with characters of one width, so that
+// columns line up in any font. `charWidth`: of an average one, in the units of the layout.
+QTextOption KTReportLineOption(const QString& line, qreal charWidth, QTextOption::WrapMode wrap);
 
 class KTReportText {
 public:
@@ -42,13 +49,33 @@ public:
     KTTextPlace End() const;  // behind the last character
     // All lines, each with its line feed.
     QByteArray ToUtf8() const;
-    // Where the words begin, upper and lower case alike: from `from` on, or the last ones that
-    // begin before it; beyond the end it goes on at the other one. Nothing when they are nowhere.
-    std::optional<KTTextPlace> Find(const QString& words, KTTextPlace from, bool forward) const;
 
 private:
     std::shared_ptr<const BMessage> fLines;
     int fCount = 0;
     std::vector<int32_t> fShown;  // their index in the message
     std::vector<int> fProblems;
+};
+
+// Where some words begin, upper and lower case alike: the next ones from `from` on, or the last
+// ones that begin before it; beyond the end it goes on at the other one. Looks a while at a time,
+// since a long report takes seconds.
+class KTReportSearch {
+public:
+    KTReportSearch(KTReportText text, QString words, KTTextPlace from, bool forward);
+
+    // True when it is over; false when there is more to look at than could be in that time.
+    bool Run(std::chrono::milliseconds time);
+    const std::optional<KTTextPlace>& Found() const { return fFound; }  // nothing: nowhere
+    qsizetype Length() const { return fWords.size(); }
+
+private:
+    bool LookAt(int step);
+
+    KTReportText fText;
+    QString fWords;
+    KTTextPlace fFrom;
+    bool fForward;
+    int fStep = 0;  // lines looked at
+    std::optional<KTTextPlace> fFound;
 };

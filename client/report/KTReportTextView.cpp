@@ -16,7 +16,6 @@
 
 namespace {
 
-constexpr int kTabColumns = 8;
 constexpr int kGap = 4;              // pixels between the margin and the text
 constexpr int kLinesAround = 3;      // what is found is not at the very edge
 constexpr int kDragScrollTime = 40;  // milliseconds between two lines
@@ -133,11 +132,8 @@ int KTReportTextView::TextLeft() const {
 }
 
 void KTReportTextView::LayOut(QTextLayout& layout) const {
-    QTextOption option;
-    option.setWrapMode(QTextOption::NoWrap);
-    option.setTextDirection(Qt::LeftToRight);
-    option.setTabStopDistance(QFontMetricsF(font()).averageCharWidth() * kTabColumns);
-    layout.setTextOption(option);
+    layout.setTextOption(KTReportLineOption(layout.text(), QFontMetricsF(font()).averageCharWidth(),
+                                            QTextOption::NoWrap));
     layout.beginLayout();
     layout.createLine();
     layout.endLayout();

@@ -6,6 +6,7 @@
 #include <QPushButton>
 #include <QShortcut>
 #include <QSplitter>
+#include <QTimerEvent>
 #include <QToolButton>
 #include <algorithm>
 
@@ -14,9 +15,11 @@
 #include "client/report/KTReportListView.h"
 #include "client/report/KTReportPrinter.h"
 #include "client/report/KTReportTextView.h"
+#include "client/settings/Preferences.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
+#include "client/uikit/KTKeptPane.h"
 #include "core/protocol/Codes.h"
 #include "core/protocol/Texts.h"
 #include "core/report/Format.h"
@@ -27,6 +30,8 @@ namespace {
 
 constexpr uint32_t kSelectionChanged = "slch"_code;
 constexpr uint32_t kOpenRow = "RPOR"_code;
+constexpr std::chrono::milliseconds kSearchSlice{20};
+constexpr char kListHeightKey[] = "RPLHEIGHT";
 const QString kDots = QStringLiteral("...");
 
 QString FormattedText(int32_t id, int32_t number) {
@@ -54,11 +59,15 @@ void KTReportView::MakeControls() {
     fList->SetSelectionMessage(BMessage(kSelectionChanged), this);
     fList->SetInvocationMessage(BMessage(kOpenRow), this);
     auto* panes = new QSplitter(Qt::Vertical, this);
+    panes->setObjectName("panes");
     panes->addWidget(fList);
     panes->addWidget(MakeReportPane());
     panes->setChildrenCollapsible(false);
     panes->setStretchFactor(0, 2);
     panes->setStretchFactor(1, 3);
+    Preferences* preferences = Context().preferences;
+    new KTKeptPane(panes, 0, preferences->GetFloat(kListHeightKey, 0),
+                   [preferences](float height) { preferences->Set(kListHeightKey, height); });
 
     const auto button = [this](const char* name, const QString& label, uint32_t code) {
         auto* made = new QPushButton(label);
@@ -329,6 +338,8 @@ void KTReportView::TextCame(BMessage& message) {
 }
 
 void KTReportView::ShowText(KTReportText text) {
+    fSearching.stop();
+    fSearch.reset();
     fText->SetText(std::move(text));
     ShowProblemCount();
     UpdateButtons();
@@ -393,8 +404,26 @@ void KTReportView::FindWords(bool forward) {
     if (words.isEmpty()) return;
     KTTextPlace from = fText->SelectionBegin();
     if (forward && fText->HasSelection()) ++from.column;
-    const auto found = fText->Text().Find(words, from, forward);
+    fSearch.emplace(fText->Text(), words, from, forward);
+    SearchOn();
+}
+
+void KTReportView::SearchOn() {
+    if (!fSearch->Run(kSearchSlice)) {
+        if (fSearching.isActive()) return;
+        fState->setText(KTControl::Text(core::kMoreSearching));
+        return fSearching.start(0, this);
+    }
+    fSearching.stop();
+    const KTReportSearch search = std::move(*fSearch);
+    fSearch.reset();
+    const auto& found = search.Found();
     if (!found) return fState->setText(KTControl::Text(core::kMoreNotFound));
     ShowProblemCount();
-    fText->Select(*found, {found->line, found->column + static_cast<int>(words.size())});
+    fText->Select(*found, {found->line, found->column + static_cast<int>(search.Length())});
+}
+
+void KTReportView::timerEvent(QTimerEvent* event) {
+    if (event->timerId() != fSearching.timerId()) return KTToolView::timerEvent(event);
+    SearchOn();
 }

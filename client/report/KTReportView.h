@@ -3,6 +3,8 @@
 // words here, in the user's language, also those of old reports. Main thread.
 #pragma once
 
+#include <QBasicTimer>
+
 #include "client/report/KTReportText.h"
 #include "client/uikit/KTToolView.h"
 
@@ -36,6 +38,7 @@ public:
 protected:
     void showEvent(QShowEvent* event) override;
     void changeEvent(QEvent* event) override;
+    void timerEvent(QTimerEvent* event) override;
 
 private:
     void MakeControls();
@@ -65,6 +68,7 @@ private:
     void ShowProblemCount();
     void GoToProblem(bool forward);
     void FindWords(bool forward);
+    void SearchOn();
 
     // What is done with it
     void SaveReport(BMessage& message);
@@ -94,6 +98,8 @@ private:
     bool fWaiting = false;
     std::vector<int32_t> fToDelete;  // what the open question is about
     KTReportPrinter* fPrinting = nullptr;
+    std::optional<KTReportSearch> fSearch;  // that goes on
+    QBasicTimer fSearching;
 
     KTReportListView* fList;
     KTElidedLabel* fHeading;

@@ -15,10 +15,12 @@
 #include "client/restore/KTResInsertWindow.h"
 #include "client/restore/KTResSettingWindow.h"
 #include "client/restore/KTRestoreSelectionView.h"
+#include "client/settings/Preferences.h"
 #include "client/uikit/KTAlert.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTDispatch.h"
 #include "client/uikit/KTElidedLabel.h"
+#include "client/uikit/KTKeptPane.h"
 #include "core/locale/MoreTexts.h"
 #include "core/protocol/Texts.h"
 #include "core/selection/RestorePlaces.h"
@@ -35,6 +37,7 @@ constexpr uint32_t kDeleteAnswer = "rdcl"_code;
 constexpr uint32_t kInsertAnswer = "reiq"_code;
 constexpr uint32_t kInsertStartAnswer = "ricl"_code;
 constexpr uint32_t kVolumesKnown = "rsvl"_code;
+constexpr char kFolderSizeKey[] = "RESFOLDERVIEWSIZE";
 constexpr int kLeastTreeWidth = 200;
 
 }  // namespace
@@ -70,12 +73,15 @@ void KTRestoreView::MakeControls() {
     fRedirect->setFocusPolicy(Qt::NoFocus);
     fRedirect->setWidget(new KTFolderView(BMessenger(this), fRedirect));
     fRedirect->hide();
-    fSplitter = new QSplitter;
-    fSplitter->setChildrenCollapsible(false);
-    fSplitter->addWidget(fCatalogue);
-    fSplitter->addWidget(fRedirect);
-    fSplitter->setStretchFactor(0, 3);
-    fSplitter->setStretchFactor(1, 1);
+    auto* panes = new QSplitter;
+    panes->setChildrenCollapsible(false);
+    panes->addWidget(fCatalogue);
+    panes->addWidget(fRedirect);
+    panes->setStretchFactor(0, 3);
+    panes->setStretchFactor(1, 1);
+    Preferences* preferences = Context().preferences;
+    new KTKeptPane(panes, 1, preferences->GetFloat(kFolderSizeKey, 0),
+                   [preferences](float width) { preferences->Set(kFolderSizeKey, width); });
 
     const auto button = [this](const char* name, const QString& text, uint32_t code) {
         auto* made = new QPushButton(text);
@@ -98,7 +104,7 @@ void KTRestoreView::MakeControls() {
     bottom->addStretch(1);
     bottom->addWidget(fStart);
     auto* layout = new QVBoxLayout(this);
-    layout->addWidget(fSplitter, 1);
+    layout->addWidget(panes, 1);
     layout->addLayout(RowOf(schedule));
     layout->addLayout(bottom);
     QWidget* before = fCatalogue;

@@ -13,7 +13,6 @@ class KTFolderView;
 class KTRestoreSelectionView;
 class QPushButton;
 class QScrollArea;
-class QSplitter;
 
 class KTRestoreView : public KTCatalogueTool {
     Q_OBJECT
@@ -60,7 +59,6 @@ private:
     void ToCatalogue(BMessage& message);
 
     KTRestoreJob fJob;
-    QSplitter* fSplitter;
     KTRestoreSelectionView* fCatalogue;
     QScrollArea* fRedirect;
     QPushButton* fInsert;

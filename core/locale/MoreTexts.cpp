@@ -351,6 +351,8 @@ const std::array<const char*, kMoreTextCount> kMoreTextTable = {
     "Where the catalogue beside a backup is lost, all of its data is read to make a new one. A "
     "protected backup\nis in the list at once; 'backupctl browse' asks for its password and opens "
     "it.",
+    /* kMoreSearching */
+    "Searching...",
 };
 
 }  // namespace core

@@ -275,6 +275,7 @@ enum MoreText : int32_t {
     kMoreCtlHelpScanDir,        // backupctl
     kMoreCtlHelpInsertWhich,    // backupctl
     kMoreCtlHelpInsertNotes,    // backupctl
+    kMoreSearching,             // state of the report tool
     kMoreEnd
 };
 

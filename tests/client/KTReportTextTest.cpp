@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QScrollBar>
 #include <QTest>
+#include <QTextLayout>
 
 #include "client/report/KTReportTextView.h"
 #include "tests/client/ReportTesting.h"
@@ -55,6 +56,31 @@ TEST(KTReportText, WordsAreMadeOfIdsAndArguments) {
     EXPECT_EQ(text.LineAt(3), "") << "a text that nobody has";
 }
 
+// The heads of reports, in both languages and in a font whose characters differ in width.
+TEST(KTReportText, ValuesBehindTabsLineUp) {
+    for (const char* family : {"DejaVu Sans Mono", "DejaVu Sans"}) {
+        const QFont font(QString::fromLatin1(family), 10);
+        const auto valueAt = [&font](const QString& line) {
+            QTextLayout layout(line, font);
+            layout.setTextOption(KTReportLineOption(line, QFontMetricsF(font).averageCharWidth(),
+                                                    QTextOption::NoWrap));
+            layout.beginLayout();
+            layout.createLine();
+            layout.endLayout();
+            return layout.lineAt(0).cursorToX(static_cast<int>(line.lastIndexOf('\t')) + 1);
+        };
+        for (const QStringList& head :
+             {QStringList{"Start:\t\t\t\t\t\tx", "Destination:\t\t\t\tx", "Capacity:\t\t\t\t\tx",
+                          "Overwrite existing data:\tx"},
+              {"Files saved:\t\tx", "Time:\t\t\t\tx", "Pack ratio:\t\t\tx"},
+              {"Geschwindigkeit:\tx", "Startzeitpunkt:\t\tx",
+               QString::fromUtf8("Überschreiben:\t\tx"), "Dateien eingelesen:\tx"}}) {
+            for (const QString& line : head)
+                EXPECT_NEAR(valueAt(line), valueAt(head[0]), 1) << family << line.toStdString();
+        }
+    }
+}
+
 TEST(KTReportText, ReadyWordsAndUnevenArrays) {
     BMessage ready("rpRP"_code);
     ready.Add("report", "one");
@@ -69,23 +95,32 @@ TEST(KTReportText, ReadyWordsAndUnevenArrays) {
     EXPECT_TRUE(KTReportText(BMessage("rpRP"_code), 0).IsEmpty());
 }
 
+// In slices of a line each.
+std::optional<KTTextPlace> Find(const KTReportText& text, const char* words, KTTextPlace from,
+                                bool forward) {
+    KTReportSearch search(text, QString::fromUtf8(words), from, forward);
+    while (!search.Run(std::chrono::milliseconds(0))) {
+    }
+    return search.Found();
+}
+
 TEST(KTReportText, FindGoesRoundInBothDirections) {
     BMessage lines("rpRP"_code);
     for (const char* words : {"alpha beta alpha", "gamma", "ALPHA"})
         lines.Add("report", words);
     const KTReportText text(std::move(lines), 0);
     using Place = KTTextPlace;
-    EXPECT_EQ(text.Find("alpha", {0, 0}, true), (Place{0, 0}));
-    EXPECT_EQ(text.Find("alpha", {0, 1}, true), (Place{0, 11}));
-    EXPECT_EQ(text.Find("alpha", {0, 12}, true), (Place{2, 0}));
-    EXPECT_EQ(text.Find("alpha", {2, 1}, true), (Place{0, 0}));
-    EXPECT_EQ(text.Find("alpha", {0, 11}, false), (Place{0, 0}));
-    EXPECT_EQ(text.Find("alpha", {0, 0}, false), (Place{2, 0}));
-    EXPECT_EQ(text.Find("gamma", {1, 1}, true), (Place{1, 0})) << "the only one, from behind it";
-    EXPECT_EQ(text.Find("gamma", {1, 0}, false), (Place{1, 0}));
-    EXPECT_EQ(text.Find("delta", {1, 0}, true), std::nullopt);
-    EXPECT_EQ(text.Find("delta", {1, 0}, false), std::nullopt);
-    EXPECT_EQ(text.Find("", {1, 0}, true), std::nullopt);
+    EXPECT_EQ(Find(text, "alpha", {0, 0}, true), (Place{0, 0}));
+    EXPECT_EQ(Find(text, "alpha", {0, 1}, true), (Place{0, 11}));
+    EXPECT_EQ(Find(text, "alpha", {0, 12}, true), (Place{2, 0}));
+    EXPECT_EQ(Find(text, "alpha", {2, 1}, true), (Place{0, 0}));
+    EXPECT_EQ(Find(text, "alpha", {0, 11}, false), (Place{0, 0}));
+    EXPECT_EQ(Find(text, "alpha", {0, 0}, false), (Place{2, 0}));
+    EXPECT_EQ(Find(text, "gamma", {1, 1}, true), (Place{1, 0})) << "the only one, from behind it";
+    EXPECT_EQ(Find(text, "gamma", {1, 0}, false), (Place{1, 0}));
+    EXPECT_EQ(Find(text, "delta", {1, 0}, true), std::nullopt);
+    EXPECT_EQ(Find(text, "delta", {1, 0}, false), std::nullopt);
+    EXPECT_EQ(Find(text, "", {1, 0}, true), std::nullopt);
     EXPECT_EQ(text.Text({0, 6}, {2, 2}), "beta alpha\ngamma\nAL");
 }
 

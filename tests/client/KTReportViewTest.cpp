@@ -8,6 +8,7 @@
 #include <QLineEdit>
 #include <QPrinter>
 #include <QPushButton>
+#include <QSplitter>
 #include <QTest>
 #include <QToolButton>
 #include <fstream>
@@ -106,6 +107,27 @@ TEST_F(ReportTool, ListsTheNewestOnTopInPlainText) {
     EXPECT_EQ(list.Rows().Count(), 4);
     EXPECT_EQ(list.ReportId(list.Rows().First()), 9);
     EXPECT_EQ(row(5)[0], "Told twice");
+}
+
+TEST_F(ReportTool, HeightOfTheListIsKept) {
+    auto* panes = Find<QSplitter>("panes");
+    const auto drag = [](QSplitter* splitter, int to) {
+        QWidget* handle = splitter->handle(1);
+        const QPoint middle = handle->rect().center();
+        const QPoint there(middle.x(), to - handle->y() + middle.y());
+        QTest::mousePress(handle, Qt::LeftButton, {}, middle);
+        QTest::mouseMove(handle, there);
+        QTest::mouseRelease(handle, Qt::LeftButton, {}, there);
+    };
+    const int height = panes->sizes()[0] + 60;
+    drag(panes, height);
+    EXPECT_EQ(panes->sizes()[0], height);
+    EXPECT_EQ(desk.preferences.GetFloat("RPLHEIGHT", 0), static_cast<float>(height));
+    tool.reset();
+    EXPECT_EQ(Find<QSplitter>("panes")->sizes()[0], height);
+    tool.reset();
+    desk.preferences.Set("RPLHEIGHT", 1e30F);
+    EXPECT_GT(Find<QSplitter>("panes")->sizes()[1], 50) << "the text is not hidden";
 }
 
 TEST_F(ReportTool, NoReportsAndNoServer) {
@@ -260,6 +282,32 @@ TEST_F(ReportTool, WordsAreFound) {
     field->setText("nowhere");
     QTest::keyClick(field, Qt::Key_Return);
     EXPECT_EQ(State(), "Not found");
+}
+
+TEST_F(ReportTool, LongSearchLeavesTheWindowAlive) {
+    BMessage lines("rpRP"_code);
+    lines.Add("report_id", int32_t{3});
+    constexpr int kLines = 200'000;
+    for (int i = 0; i < kLines; ++i)
+        core::AddReportWords(lines, core::LineType::Totals, "hay");
+    core::AddReportWords(lines, core::LineType::Totals, "a needle");
+    Send(lines);
+    auto* field = Find<QLineEdit>("str_find");
+    field->setText("needle");
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_EQ(State(), "Searching...");
+    EXPECT_TRUE(QTest::qWaitFor([this] { return Text().SelectedText() == "needle"; }));
+    EXPECT_EQ(Text().Caret().line, kLines);
+    EXPECT_EQ(State(), "No problems");
+
+    // Another report has nothing of it.
+    field->setText("nowhere");
+    QTest::keyClick(field, Qt::Key_Return);
+    EXPECT_EQ(State(), "Searching...");
+    Send(OneOfEach(3));
+    QTest::qWait(0);
+    EXPECT_NE(State(), "Not found");
+    EXPECT_NE(State(), "Searching...");
 }
 
 TEST_F(ReportTool, SavesTheWholeText) {
