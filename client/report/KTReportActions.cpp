@@ -36,6 +36,7 @@ constexpr char kFamilyKey[] = "logtextfamily";
 constexpr char kStyleKey[] = "logtextstyle";
 constexpr char kSizeKey[] = "logtextsize";
 constexpr char kFilterKey[] = "logfilter";
+constexpr qreal kMargin = 15;                      // mm, unless the page set-up says something else
 constexpr int32_t kLeastSize = 4, kMostSize = 96;  // points
 
 void Present(QWidget* window) {
@@ -47,6 +48,7 @@ void Present(QWidget* window) {
 std::unique_ptr<QPrinter> MakePrinter(const Preferences* preferences) {
     auto printer = std::make_unique<QPrinter>(QPrinter::HighResolution);
     printer->setDocName(QString::fromLatin1(kReportPrintName));
+    printer->setPageMargins({kMargin, kMargin, kMargin, kMargin}, QPageLayout::Millimeter);
     KTPageSetup::Apply(preferences->GetMessageData(kPrinterKey), printer.get());
     return printer;
 }
