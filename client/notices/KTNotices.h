@@ -6,8 +6,8 @@
 #include <functional>
 
 #include "client/notices/KTNoticeBus.h"
-#include "kit/message/BMessenger.h"
 #include "kit/message/BMessage.h"
+#include "kit/message/BMessenger.h"
 
 class KTNotices : public QObject {
     Q_OBJECT

@@ -39,8 +39,8 @@ struct Manifest {
     std::string host;
     std::vector<ManifestVolume> volumes;
     std::vector<std::string> selection;  // the rules; empty where it does not say
-    std::string compressor;    // the add-on
-    std::string stockCommand;  // that unpacks a medium to stdout, "" for none
+    std::string compressor;              // the add-on
+    std::string stockCommand;            // that unpacks a medium to stdout, "" for none
     bool isProtected = false;
     std::vector<ManifestMedium> media;
     int32_t discs = 1;    // the last one holds everything but the media of those before
