@@ -85,7 +85,10 @@ BackupIndexer::BackupIndexer(CatalogueStore& catalogues, JobReport& report, JobC
 
 bool BackupIndexer::Run(const BackupContent& content, BackupInfo* info) {
     const Status quick = Quick(content, info);
-    if (quick) return true;
+    if (quick) {
+        fReport.AddDone(info->files, info->bytes);
+        return true;
+    }
     if (fControl.IsAborted()) return false;
     fReport.Line(LineType::Heading, text::kQuickIndexFailed);
     fReport.Words(LineType::Detail, quick.error().Text());

@@ -199,6 +199,7 @@ bool InsertJob::Lock(KTVolume& volume, BackupInfo* info) {
                       "Its own catalogue is missing: the whole backup is read when its password is "
                       "given.");
     }
+    fReport.AddDone(info->files, info->bytes);
     return true;
 }
 

@@ -48,8 +48,9 @@ class InsertRoad(ClientTest):
         hand.click("btn_ok@col_listview")
         hand.see("str_title")
         hand.type("str_title", "Found again")
-        hand.click("btn_ok@str_title")
+        hand.click("btn_ok@chk_submitonhold")
         hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        self.assertEqual(hand.get("str_files", "text"), hand.get("str_maxfiles", "text"))
 
     def saved(self, title):
         """The source in the backup."""
@@ -74,7 +75,7 @@ class InsertRoad(ClientTest):
     def test_found_inserted_restored(self):
         self.insert()
         self.send_home("Home & more")
-        self.hand.click("btn_ok@str_title")
+        self.hand.click("btn_ok@chk_submitonhold")
         self.expect_back()
 
     def test_its_password_opens_the_tree(self):
