@@ -40,6 +40,7 @@ QWidget* KTColumnListDelegate::createEditor(QWidget* parent, const QStyleOptionV
 
 void KTColumnListDelegate::setEditorData(QWidget* editor, const QModelIndex& index) const {
     auto* field = static_cast<QLineEdit*>(editor);
+    if (field->isModified()) return;  // the row changed below somebody who is typing
     field->setText(index.data(Qt::EditRole).toString());
     field->selectAll();
 }

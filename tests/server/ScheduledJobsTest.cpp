@@ -192,7 +192,13 @@ TEST_F(ScheduledJobsTest, TheClockIsSet) {
 }
 
 TEST_F(ScheduledJobsTest, EveryStateOutlivesAKill) {
-    const std::vector<std::string> long_{"until " + File("never")};
+    // What has begun is on the disk.
+    const auto longOne = [&](const char* begun) {
+        return std::vector<std::string>{"touch " + File(begun), "until " + File("never")};
+    };
+    const auto hasBegun = [&](const char* begun) {
+        return Eventually([&] { return std::filesystem::exists(File(begun)); });
+    };
     const int32_t held = Submit(Daily(kStart + kHour), {}, true);
     const int32_t waiting = Submit(Daily(kStart + kHour));
     const int32_t paused = Submit(Daily(kStart + 2 * kHour));
@@ -200,12 +206,12 @@ TEST_F(ScheduledJobsTest, EveryStateOutlivesAKill) {
     const int32_t edited = Submit(Daily(kStart + 3 * kHour));
     Tell("KTje"_code, edited, "edit", 1);
     EXPECT_EQ(Status(edited), 4);
-    const int32_t running = Submit(Daily(kStart - kHour), long_, false, "/a");
-    WaitUntilRunning(running);
-    const int32_t pausedRunning = Submit(Daily(kStart - kHour), long_, false, "/b");
-    WaitUntilRunning(pausedRunning);
+    const int32_t running = Submit(Daily(kStart - kHour), longOne("a"), false, "/a");
+    ASSERT_TRUE(hasBegun("a"));
+    const int32_t pausedRunning = Submit(Daily(kStart - kHour), longOne("b"), false, "/b");
+    ASSERT_TRUE(hasBegun("b"));
     Tell("KTJP"_code, pausedRunning);
-    const int32_t third = Submit(Daily(kStart - kHour), long_, false, "/c");
+    const int32_t third = Submit(Daily(kStart - kHour), longOne("c"), false, "/c");
     EXPECT_EQ(Status(third), 1);  // two at most side by side
 
     KillAndStart();

@@ -2,6 +2,7 @@
 //   line TYPE TEXT      a line with words
 //   lines N             N lines of type file
 //   progress DONE ALL   bytes
+//   touch PATH          makes that file
 //   until PATH          goes on, block by block, until the file is there
 //   use BACKUP          works with that backup from here to the end; without it the job fails
 //   throw               an exception
@@ -72,6 +73,10 @@ JobEnd Play(const server::JobOrder& order, const server::CatalogueStore& catalog
             step >> progress.size >> progress.maxSize;
             progress.path = "/Volume/file";
             events.SetProgress(progress);
+        } else if (word == "touch") {
+            std::string path;
+            step >> path;
+            std::ofstream{path};
         } else if (word == "until") {
             std::string path;
             step >> path;
