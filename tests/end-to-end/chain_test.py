@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
 """Backups that build on others, from the command line: made, checked, restored, protected like their set."""
-import os
 import subprocess
 import unittest
 
@@ -17,17 +16,7 @@ class Chain(unittest.TestCase):
         self.house.start_server()
 
     def ctl(self, *words, password=None, good=(0,)):
-        arguments = [self.house.program / "backupctl", *words]
-        pipe = {}
-        if password:
-            read, write = os.pipe()
-            os.write(write, password.encode() + b"\n")
-            os.close(write)
-            arguments += ["--password-fd", str(read)]
-            pipe = {"pass_fds": (read,)}
-        done = subprocess.run(arguments, env=self.house.environment, capture_output=True, text=True, check=False, **pipe)
-        if password:
-            os.close(read)
+        done = self.house.run_ctl(*words, password=password)
         self.assertIn(done.returncode, good, done.stdout + done.stderr)
         return done.stdout + done.stderr
 

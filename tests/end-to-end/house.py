@@ -127,6 +127,22 @@ class House:
         return sorted(p for p in self.target.iterdir() if p.is_dir() and not p.name.endswith(".partial")
                       and p.name[0] == "2")
 
+    def run_ctl(self, *words, password=None):
+        """A run of backupctl to its end, with what it printed; a password goes by a pipe."""
+        arguments, pipe = [self.program / "backupctl", *map(str, words)], ()
+        if password:
+            read, write = os.pipe()
+            os.write(write, password.encode() + b"\n")
+            os.close(write)
+            arguments += ["--password-fd", str(read)]
+            pipe = (read,)
+        try:
+            return subprocess.run(arguments, env=self.environment, capture_output=True, text=True, check=False,
+                                  pass_fds=pipe)
+        finally:
+            for end in pipe:
+                os.close(end)
+
     def ctl(self, *arguments, status=0):
         """What backupctl prints as JSON."""
         done = subprocess.run([self.program / "backupctl", *map(str, arguments), "--json"], env=self.environment,

@@ -1,9 +1,7 @@
 #!/usr/bin/env python3
 """A person's road on a new machine: two backups lie on a disk, one of them protected; the program knows neither.
 They are found, inserted, looked into and restored."""
-import os
 import shutil
-import subprocess
 import unittest
 
 import house
@@ -17,16 +15,9 @@ class InsertRoad(ClientTest):
         house.make_tree(self.house.source)
         self.house.start_server()
         for title, password in (("Home & more", ""), ("Secret", PASSWORD)):
-            words = []
-            read, write = os.pipe()
-            os.write(write, password.encode() + b"\n")
-            os.close(write)
-            if password:
-                words = ["--password-fd", str(read)]
-            subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
-                            "--title", title, *words], env=self.house.environment, check=True,
-                           stdout=subprocess.DEVNULL, pass_fds=(read,))
-            os.close(read)
+            done = self.house.run_ctl("backup", self.house.source, "--to", self.house.target, "--title", title,
+                                      password=password)
+            self.assertEqual(done.returncode, 0, done.stderr)
         self.house.stop_server()
         shutil.rmtree(self.house.program / "Backup_Server/data")
         shutil.rmtree(self.house.root / "data", ignore_errors=True)

@@ -4,7 +4,6 @@ import json
 import os
 import shutil
 import signal
-import subprocess
 import unittest
 
 import house
@@ -32,17 +31,7 @@ class Insert(unittest.TestCase):
         self.start()
 
     def ctl(self, *words, password=None, good=(0,)):
-        arguments = [self.house.program / "backupctl", *words]
-        pipe = {}
-        if password:
-            read, write = os.pipe()
-            os.write(write, password.encode() + b"\n")
-            os.close(write)
-            arguments += ["--password-fd", str(read)]
-            pipe = {"pass_fds": (read,)}
-        done = subprocess.run(arguments, env=self.house.environment, capture_output=True, text=True, check=False, **pipe)
-        if password:
-            os.close(read)
+        done = self.house.run_ctl(*words, password=password)
         self.assertIn(done.returncode, good, done.stdout + done.stderr)
         return done.stdout + done.stderr
 
