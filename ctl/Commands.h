@@ -13,7 +13,14 @@ namespace ctl {
 
 class ServerConnection;
 
-struct BackupOptions {
+// What the options of a command begin with, as far as it has them.
+struct CommonOptions {
+    bool json = false;
+    bool verbose = false;
+    std::optional<int> passwordFd;
+};
+
+struct BackupOptions : CommonOptions {
     std::vector<std::string> paths;
     std::string target;
     std::string compress = "zstd";
@@ -22,9 +29,6 @@ struct BackupOptions {
     ScheduleOptions when;  // empty: it starts as soon as there is room, and is waited for
     bool onHold = false;
     bool protect = false;
-    std::optional<int> passwordFd;
-    bool json = false;
-    bool verbose = false;
 };
 ExitCode Backup(ServerConnection& server, const BackupOptions& options);
 
@@ -35,11 +39,10 @@ enum class JobCommand { Start, Pause, Continue, Abort, Delete, Hold };
 ExitCode Control(ServerConnection& server, JobCommand command, const std::string& job, bool json);
 
 // Shows the schedule of the job that the user named, changed before if the options say so.
-struct ScheduleCommand {
+struct ScheduleCommand : CommonOptions {
     std::string job;
     ScheduleOptions options;
     bool none = false;  // no schedule any more
-    bool json = false;
 };
 ExitCode ShowSchedule(ServerConnection& server, const ScheduleCommand& command);
 
@@ -55,69 +58,53 @@ ExitCode PrintReportOf(ServerConnection& server, int32_t id, bool json);
 
 ExitCode List(ServerConnection& server, bool json);
 
-struct BrowseOptions {
+struct BrowseOptions : CommonOptions {
     std::string backup;
     std::string path = "/";
-    std::optional<int> passwordFd;
-    bool json = false;
 };
 ExitCode Browse(ServerConnection& server, const BrowseOptions& options);
 
-struct FindOptions {
+struct FindOptions : CommonOptions {
     std::string text;
     int32_t most = 100;
-    bool json = false;
 };
 ExitCode Find(ServerConnection& server, const FindOptions& options);
 
-struct RestoreOptions {
+struct RestoreOptions : CommonOptions {
     std::string backup;
     std::vector<std::string> paths;
     std::string target;  // "": the old places
     std::string overwrite = "no";
-    std::optional<int> passwordFd;
-    bool json = false;
-    bool verbose = false;
 };
 ExitCode Restore(ServerConnection& server, const RestoreOptions& options);
 
-struct CompareOptions {
+struct CompareOptions : CommonOptions {
     std::string backup;
     std::vector<std::string> paths;  // none: all of it
     std::vector<std::string> items;  // words of IsCompareItem; none: all of them
-    std::optional<int> passwordFd;
-    bool json = false;
-    bool verbose = false;
 };
 ExitCode Compare(ServerConnection& server, const CompareOptions& options);
 
-struct VerifyOptions {
+struct VerifyOptions : CommonOptions {
     std::string backup;
-    std::optional<int> passwordFd;
-    bool json = false;
-    bool verbose = false;
 };
 ExitCode Verify(ServerConnection& server, const VerifyOptions& options);
 
-struct ScanOptions {
+struct ScanOptions : CommonOptions {
     std::string folder;
-    bool json = false;
 };
 ExitCode Scan(ServerConnection& server, const ScanOptions& options);
 
-struct InsertOptions {
+struct InsertOptions : CommonOptions {
     std::string folder;
     std::vector<std::string> backups;
-    bool json = false;
-    bool verbose = false;
 };
 ExitCode Insert(ServerConnection& server, const InsertOptions& options);
 
-struct DeleteOptions {
+struct DeleteOptions : CommonOptions {
     std::vector<std::string> backups;
     bool withData = false;
     bool yes = false;  // do not ask
-    bool json = false;
 };
 ExitCode Delete(ServerConnection& server, const DeleteOptions& options);
 

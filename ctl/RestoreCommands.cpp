@@ -49,6 +49,19 @@ const TreeEntry* FirstOfTwoNamesakes(const std::vector<TreeEntry>& entries) {
     return nullptr;
 }
 
+// Connects, and finds what the user named; a protected one is unlocked. What went wrong is said.
+std::optional<ListedBackup> OpenBackup(ServerConnection& server, const std::string& named,
+                                       const PasswordSource& passwords, ExitCode* problem) {
+    if (auto connected = server.Connect(); !connected) {
+        *problem = Fail(connected.error().Text());
+        return std::nullopt;
+    }
+    auto backup = FindBackup(server, named, problem);
+    if (!backup || Unlock(server, *backup, passwords)) return backup;
+    *problem = ExitCode::Failed;
+    return std::nullopt;
+}
+
 std::string TitleOf(const ListedBackup& backup) {
     return backup.title.empty() ? backup.name : backup.title;
 }
@@ -58,12 +71,10 @@ std::string TitleOf(const ListedBackup& backup) {
 ExitCode Restore(ServerConnection& server, const RestoreOptions& options) {
     const auto overwrite = ParseOverwrite(options.overwrite);
     if (!overwrite) return WrongUse(kMoreCtlBadOverwrite, options.overwrite);
-    if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
-    ExitCode problem = ExitCode::Failed;
-    const auto backup = FindBackup(server, options.backup, &problem);
-    if (!backup) return problem;
     const PasswordSource passwords(options.passwordFd);
-    if (!Unlock(server, *backup, passwords)) return ExitCode::Failed;
+    ExitCode problem = ExitCode::Failed;
+    const auto backup = OpenBackup(server, options.backup, passwords, &problem);
+    if (!backup) return problem;
     BackupTree tree(server, *backup, passwords);
     const auto entries = EntriesOf(tree, options.paths);
     if (!entries) return ExitCode::Failed;
@@ -85,12 +96,10 @@ ExitCode Restore(ServerConnection& server, const RestoreOptions& options) {
 ExitCode Compare(ServerConnection& server, const CompareOptions& options) {
     for (const auto& item : options.items)
         if (!IsCompareItem(item)) return WrongUse(kMoreCtlBadCompareItem, item);
-    if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
-    ExitCode problem = ExitCode::Failed;
-    const auto backup = FindBackup(server, options.backup, &problem);
-    if (!backup) return problem;
     const PasswordSource passwords(options.passwordFd);
-    if (!Unlock(server, *backup, passwords)) return ExitCode::Failed;
+    ExitCode problem = ExitCode::Failed;
+    const auto backup = OpenBackup(server, options.backup, passwords, &problem);
+    if (!backup) return problem;
     BackupTree tree(server, *backup, passwords);
     const auto entries =
         EntriesOf(tree, options.paths.empty() ? std::vector<std::string>{"/"} : options.paths);
@@ -104,12 +113,10 @@ ExitCode Compare(ServerConnection& server, const CompareOptions& options) {
 }
 
 ExitCode Verify(ServerConnection& server, const VerifyOptions& options) {
-    if (auto connected = server.Connect(); !connected) return Fail(connected.error().Text());
-    ExitCode problem = ExitCode::Failed;
-    const auto backup = FindBackup(server, options.backup, &problem);
-    if (!backup) return problem;
     const PasswordSource passwords(options.passwordFd);
-    if (!Unlock(server, *backup, passwords)) return ExitCode::Failed;
+    ExitCode problem = ExitCode::Failed;
+    const auto backup = OpenBackup(server, options.backup, passwords, &problem);
+    if (!backup) return problem;
     return SubmitAndWatch(
         server, VerifyJob(*backup, core::FormatTextOf(kMoreCtlVerifyTitle, TitleOf(*backup))),
         {.type = core::JobType::Verify, .json = options.json, .verbose = options.verbose});

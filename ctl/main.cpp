@@ -32,8 +32,7 @@ constexpr int kToldOfJobs = 2;
 
 // All options of all commands, while the command line is read.
 struct Options {
-    bool json = false, verbose = false;
-    std::optional<int> passwordFd;
+    ctl::CommonOptions common;
     ctl::BackupOptions backup;
     ctl::BrowseOptions browse;
     ctl::FindOptions find;
@@ -58,14 +57,26 @@ CLI::App* Add(CLI::App& app, const char* name, int32_t words, Chosen* chosen, Ch
     return command;
 }
 
+// One with options of its own, to which the common ones are added when it is run.
+template <class Own>
+CLI::App* Add(CLI::App& app, const char* name, int32_t words, Chosen* chosen,
+              const Options& options, Own& own, ExitCode (*run)(ctl::ServerConnection&, const Own&),
+              int told = 0) {
+    const auto runWithAll = [&options, &own, run](ctl::ServerConnection& server) {
+        static_cast<ctl::CommonOptions&>(own) = options.common;
+        return run(server, own);
+    };
+    return Add(app, name, words, chosen, {runWithAll, told});
+}
+
 void AddPasswordFd(CLI::App* command, Options& options) {
-    command->add_option("--password-fd", options.passwordFd, TextOf(kMoreCtlHelpPasswordFd))
+    command->add_option("--password-fd", options.common.passwordFd, TextOf(kMoreCtlHelpPasswordFd))
         ->type_name("N")
         ->check(CLI::NonNegativeNumber.description(""));
 }
 
 void AddVerbose(CLI::App* command, Options& options) {
-    command->add_flag("-v,--verbose", options.verbose, TextOf(kMoreCtlHelpVerbose));
+    command->add_flag("-v,--verbose", options.common.verbose, TextOf(kMoreCtlHelpVerbose));
 }
 
 std::array<CLI::Option*, 4> AddScheduleOptions(CLI::App* command, ctl::ScheduleOptions& when) {
@@ -80,14 +91,9 @@ std::array<CLI::Option*, 4> AddScheduleOptions(CLI::App* command, ctl::ScheduleO
 }
 
 void AddBackupCommand(CLI::App& app, Options& options, Chosen* chosen) {
-    const auto run = [&options](ctl::ServerConnection& server) {
-        options.backup.json = options.json;
-        options.backup.verbose = options.verbose;
-        options.backup.passwordFd = options.passwordFd;
-        return ctl::Backup(server, options.backup);
-    };
-    auto* command = Add(app, "backup", kMoreCtlHelpBackup, chosen, {run, kToldOfJobs});
     auto& backup = options.backup;
+    auto* command =
+        Add(app, "backup", kMoreCtlHelpBackup, chosen, options, backup, ctl::Backup, kToldOfJobs);
     command->add_option("PATH", backup.paths, TextOf(kMoreCtlHelpSources))->type_name("");
     command->add_option("--to", backup.target, TextOf(kMoreCtlHelpTarget))
         ->required()
@@ -117,22 +123,15 @@ void AddBackupArgument(CLI::App* command, std::string& backup) {
 
 void AddCatalogueCommands(CLI::App& app, Options& options, Chosen* chosen) {
     Add(app, "list", kMoreCtlHelpList, chosen,
-        {[&](ctl::ServerConnection& server) { return ctl::List(server, options.json); }});
+        {[&](ctl::ServerConnection& server) { return ctl::List(server, options.common.json); }});
 
     auto* browse =
-        Add(app, "browse", kMoreCtlHelpBrowse, chosen, {[&](ctl::ServerConnection& server) {
-                options.browse.json = options.json;
-                options.browse.passwordFd = options.passwordFd;
-                return ctl::Browse(server, options.browse);
-            }});
+        Add(app, "browse", kMoreCtlHelpBrowse, chosen, options, options.browse, ctl::Browse);
     AddBackupArgument(browse, options.browse.backup);
     browse->add_option("PATH", options.browse.path, TextOf(kMoreCtlHelpBrowsePath))->type_name("");
     AddPasswordFd(browse, options);
 
-    auto* find = Add(app, "find", kMoreCtlHelpFind, chosen, {[&](ctl::ServerConnection& server) {
-                         options.find.json = options.json;
-                         return ctl::Find(server, options.find);
-                     }});
+    auto* find = Add(app, "find", kMoreCtlHelpFind, chosen, options, options.find, ctl::Find);
     find->add_option("TEXT", options.find.text, TextOf(kMoreCtlHelpFindText))
         ->required()
         ->type_name("");
@@ -142,14 +141,8 @@ void AddCatalogueCommands(CLI::App& app, Options& options, Chosen* chosen) {
 }
 
 void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
-    auto* restore = Add(app, "restore", kMoreCtlHelpRestore, chosen,
-                        {[&](ctl::ServerConnection& server) {
-                             options.restore.json = options.json;
-                             options.restore.verbose = options.verbose;
-                             options.restore.passwordFd = options.passwordFd;
-                             return ctl::Restore(server, options.restore);
-                         },
-                         kToldOfJobs});
+    auto* restore = Add(app, "restore", kMoreCtlHelpRestore, chosen, options, options.restore,
+                        ctl::Restore, kToldOfJobs);
     AddBackupArgument(restore, options.restore.backup);
     restore->add_option("PATH", options.restore.paths, TextOf(kMoreCtlHelpRestorePath))
         ->required()
@@ -162,14 +155,8 @@ void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
     AddVerbose(restore, options);
     restore->footer(TextOf(kMoreCtlHelpRestoreNotes));
 
-    auto* compare = Add(app, "compare", kMoreCtlHelpCompare, chosen,
-                        {[&](ctl::ServerConnection& server) {
-                             options.compare.json = options.json;
-                             options.compare.verbose = options.verbose;
-                             options.compare.passwordFd = options.passwordFd;
-                             return ctl::Compare(server, options.compare);
-                         },
-                         kToldOfJobs});
+    auto* compare = Add(app, "compare", kMoreCtlHelpCompare, chosen, options, options.compare,
+                        ctl::Compare, kToldOfJobs);
     AddBackupArgument(compare, options.compare.backup);
     compare->add_option("PATH", options.compare.paths, TextOf(kMoreCtlHelpComparePath))
         ->type_name("");
@@ -181,23 +168,14 @@ void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
     AddPasswordFd(compare, options);
     AddVerbose(compare, options);
 
-    auto* verify = Add(app, "verify", kMoreCtlHelpVerify, chosen,
-                       {[&](ctl::ServerConnection& server) {
-                            options.verify.json = options.json;
-                            options.verify.verbose = options.verbose;
-                            options.verify.passwordFd = options.passwordFd;
-                            return ctl::Verify(server, options.verify);
-                        },
-                        kToldOfJobs});
+    auto* verify = Add(app, "verify", kMoreCtlHelpVerify, chosen, options, options.verify,
+                       ctl::Verify, kToldOfJobs);
     AddBackupArgument(verify, options.verify.backup);
     AddPasswordFd(verify, options);
     AddVerbose(verify, options);
 
     auto* remove =
-        Add(app, "delete", kMoreCtlHelpDelete, chosen, {[&](ctl::ServerConnection& server) {
-                options.remove.json = options.json;
-                return ctl::Delete(server, options.remove);
-            }});
+        Add(app, "delete", kMoreCtlHelpDelete, chosen, options, options.remove, ctl::Delete);
     remove->add_option("BACKUP", options.remove.backups, TextOf(kMoreCtlHelpWhichBackup))
         ->required()
         ->type_name("");
@@ -206,21 +184,13 @@ void AddRestoreCommands(CLI::App& app, Options& options, Chosen* chosen) {
 }
 
 void AddInsertCommands(CLI::App& app, Options& options, Chosen* chosen) {
-    auto* scan = Add(app, "scan", kMoreCtlHelpScan, chosen, {[&](ctl::ServerConnection& server) {
-                         options.scan.json = options.json;
-                         return ctl::Scan(server, options.scan);
-                     }});
+    auto* scan = Add(app, "scan", kMoreCtlHelpScan, chosen, options, options.scan, ctl::Scan);
     scan->add_option("DIR", options.scan.folder, TextOf(kMoreCtlHelpScanDir))
         ->required()
         ->type_name("");
 
-    auto* insert = Add(app, "insert", kMoreCtlHelpInsert, chosen,
-                       {[&](ctl::ServerConnection& server) {
-                            options.insert.json = options.json;
-                            options.insert.verbose = options.verbose;
-                            return ctl::Insert(server, options.insert);
-                        },
-                        kToldOfJobs});
+    auto* insert = Add(app, "insert", kMoreCtlHelpInsert, chosen, options, options.insert,
+                       ctl::Insert, kToldOfJobs);
     insert->add_option("DIR", options.insert.folder, TextOf(kMoreCtlHelpScanDir))
         ->required()
         ->type_name("");
@@ -233,11 +203,11 @@ void AddInsertCommands(CLI::App& app, Options& options, Chosen* chosen) {
 
 void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
     Add(app, "jobs", kMoreCtlHelpJobs, chosen,
-        {[&](ctl::ServerConnection& server) { return ctl::Jobs(server, options.json); }});
+        {[&](ctl::ServerConnection& server) { return ctl::Jobs(server, options.common.json); }});
     const auto addControl = [&](const char* name, int32_t words, ctl::JobCommand what) {
         auto* command =
             Add(app, name, words, chosen, {[&options, what](ctl::ServerConnection& server) {
-                    return ctl::Control(server, what, options.job, options.json);
+                    return ctl::Control(server, what, options.job, options.common.json);
                 }});
         command->add_option("JOB", options.job, TextOf(kMoreCtlHelpWhichJob))
             ->required()
@@ -251,23 +221,21 @@ void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
         {"start", ctl::JobCommand::Start},       {"pause", ctl::JobCommand::Pause},
         {"continue", ctl::JobCommand::Continue}, {"abort", ctl::JobCommand::Abort},
         {"delete", ctl::JobCommand::Delete},     {"hold", ctl::JobCommand::Hold}};
-    auto* queue =
-        Add(app, "queue", kMoreCtlHelpQueue, chosen,
-            {[&options, actions](ctl::ServerConnection& server) {
-                if (options.action.empty()) return ctl::Queue(server, options.json);
-                return ctl::Control(server, actions.at(options.action), options.job, options.json);
-            }});
+    auto* queue = Add(app, "queue", kMoreCtlHelpQueue, chosen,
+                      {[&options, actions](ctl::ServerConnection& server) {
+                          if (options.action.empty())
+                              return ctl::Queue(server, options.common.json);
+                          return ctl::Control(server, actions.at(options.action), options.job,
+                                              options.common.json);
+                      }});
     auto* action = queue->add_option("ACTION", options.action, TextOf(kMoreCtlHelpQueueAction))
                        ->type_name("")
                        ->check(CLI::IsMember(actions).description(""));
     auto* job = queue->add_option("JOB", options.job, TextOf(kMoreCtlHelpWhichJob))->type_name("");
     action->needs(job);
 
-    auto* schedule =
-        Add(app, "schedule", kMoreCtlHelpSchedule, chosen, {[&](ctl::ServerConnection& server) {
-                options.schedule.json = options.json;
-                return ctl::ShowSchedule(server, options.schedule);
-            }});
+    auto* schedule = Add(app, "schedule", kMoreCtlHelpSchedule, chosen, options, options.schedule,
+                         ctl::ShowSchedule);
     schedule->add_option("JOB", options.schedule.job, TextOf(kMoreCtlHelpWhichJob))
         ->required()
         ->type_name("");
@@ -277,21 +245,22 @@ void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
         option->excludes(none);
 
     Add(app, "watch", kMoreCtlHelpWatch, chosen,
-        {[&](ctl::ServerConnection& server) { return ctl::Watch(server, options.json); }, 1});
+        {[&](ctl::ServerConnection& server) { return ctl::Watch(server, options.common.json); },
+         1});
 
     Add(app, "reports", kMoreCtlHelpReports, chosen,
-        {[&](ctl::ServerConnection& server) { return ctl::Reports(server, options.json); }});
+        {[&](ctl::ServerConnection& server) { return ctl::Reports(server, options.common.json); }});
     auto* report = Add(app, "report", kMoreCtlHelpReport, chosen,
                        {[&](ctl::ServerConnection& server) {
                             if (options.follow)
-                                return ctl::Follow(server, options.report, options.json);
+                                return ctl::Follow(server, options.report, options.common.json);
                             int32_t number = 0;
                             const char* end = options.report.data() + options.report.size();
                             const auto [stop, problem] =
                                 std::from_chars(options.report.data(), end, number);
                             if (problem != std::errc() || stop != end)
                                 return ctl::WrongUse(kMoreCtlNoReportNumber, options.report);
-                            return ctl::Report(server, number, options.json);
+                            return ctl::Report(server, number, options.common.json);
                         },
                         1});
     report->add_flag("--follow", options.follow, TextOf(kMoreCtlHelpFollow));
@@ -324,7 +293,7 @@ int main(int argc, char** argv) {
     AddInsertCommands(app, options, &chosen);
     AddJobCommands(app, options, &chosen);
     for (auto* command : app.get_subcommands({})) {
-        command->add_flag("--json", options.json, TextOf(kMoreCtlHelpJson));
+        command->add_flag("--json", options.common.json, TextOf(kMoreCtlHelpJson));
     }
     try {
         app.parse(argc, argv);

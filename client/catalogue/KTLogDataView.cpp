@@ -8,7 +8,7 @@
 #include <array>
 
 #include "client/selection/SourceIcons.h"
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTIcons.h"
 #include "core/files/HeaderFile.h"
@@ -17,22 +17,16 @@
 
 namespace {
 
-constexpr float kLeastWidth = 20;
-
-struct ColumnWidth {
-    const char* key;
-    float usual;
-};
-constexpr std::array<ColumnWidth, 10> kWidths = {{{"", 20},
-                                                  {"RESNAMECOLWIDTH", 230},
-                                                  {"RESSIZECOLWIDTH", 80},
-                                                  {"RESDATECOLWIDTH", 170},
-                                                  {"", 80},
-                                                  {"", 120},
-                                                  {"RESREDIRECTCOLWIDTH", 150},
-                                                  {"RESMEDIACOLWIDTH", 60},
-                                                  {"RESOFFSETCOLWIDTH", 80},
-                                                  {"RESINDEXCOLWIDTH", 60}}};
+constexpr ColumnWidth kWidths[] = {{"", 20},
+                                   {"RESNAMECOLWIDTH", 230},
+                                   {"RESSIZECOLWIDTH", 80},
+                                   {"RESDATECOLWIDTH", 170},
+                                   {"", 80},
+                                   {"", 120},
+                                   {"RESREDIRECTCOLWIDTH", 150},
+                                   {"RESMEDIACOLWIDTH", 60},
+                                   {"RESOFFSETCOLWIDTH", 80},
+                                   {"RESINDEXCOLWIDTH", 60}};
 
 // Colours of rows, in the order of the numbers that rows hold.
 struct ColorSetting {
@@ -62,11 +56,8 @@ std::vector<KTColumn> Columns(const Preferences* preferences) {
     };
     std::vector<KTColumn> made;
     for (const auto& [label, kind] : columns) {
-        const ColumnWidth& width = kWidths[made.size()];
-        made.emplace_back(
-            label,
-            preferences && *width.key ? preferences->GetFloat(width.key, width.usual) : width.usual,
-            kLeastWidth, kind);
+        made.emplace_back(label, WidthOf(kWidths[made.size()], preferences), kLeastColumnWidth,
+                          kind);
     }
     return made;
 }
@@ -318,8 +309,7 @@ void KTLogDataView::dropEvent(QDropEvent* event) {
 // --- cells --------------------------------------------------------------------------------------
 
 void KTLogDataView::ColumnWidthChanged(int column, float width) {
-    if (const char* key = kWidths[static_cast<size_t>(column)].key; *key && fPreferences)
-        fPreferences->Set(key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 QString KTLogDataView::NameOf(KTRow row) const {

@@ -2,36 +2,30 @@
 
 #include <QHeaderView>
 #include <QKeyEvent>
-#include <array>
 
 #include "client/catalogue/KTPasswordList.h"
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Texts.h"
 
 namespace {
 
-constexpr float kLeastWidth = 20;
 constexpr char kTyped[] = "*";  // stands for any password; the cell shows its dots
 constexpr int kUsualRows = 6;
 constexpr int kFewestRows = 3;
 
-struct ColumnWidth {
-    const char* key;
-    float usual;
-};
-constexpr std::array<ColumnWidth, 4> kWidths = {{{"RSTTITLECOLWIDTH", 150},
-                                                 {"RSTDATECOLWIDTH", 180},
-                                                 {"RSTPWCOLWIDTH", 110},
-                                                 {"RSTNAMECOLWIDTH", 210}}};
+constexpr ColumnWidth kWidths[] = {{"RSTTITLECOLWIDTH", 150},
+                                   {"RSTDATECOLWIDTH", 180},
+                                   {"RSTPWCOLWIDTH", 110},
+                                   {"RSTNAMECOLWIDTH", 210}};
 
 std::vector<KTColumn> Columns(const Preferences* preferences) {
     using namespace core::text;
     std::vector<KTColumn> columns;
     const int32_t labels[] = {kTitle, kDate, kPassword, kName};
-    for (size_t i = 0; i < kWidths.size(); ++i)
-        columns.emplace_back(KTControl::Text(labels[i]),
-                             preferences->GetFloat(kWidths[i].key, kWidths[i].usual), kLeastWidth);
+    for (const int32_t label : labels)
+        columns.emplace_back(KTControl::Text(label), WidthOf(kWidths[columns.size()], preferences),
+                             kLeastColumnWidth);
     columns[KTPasswordListView::kPassword].editable = true;
     columns[KTPasswordListView::kPassword].typingHidden = true;
     return columns;
@@ -74,7 +68,7 @@ bool KTPasswordListView::FinishEditing() {
 }
 
 void KTPasswordListView::ColumnWidthChanged(int column, float width) {
-    fPreferences->Set(kWidths[static_cast<size_t>(column)].key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 void KTPasswordListView::RenameColumnData(KTRow row, int column, const QString& text) {

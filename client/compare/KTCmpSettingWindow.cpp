@@ -42,14 +42,11 @@ KTCmpSettingWindow::KTCmpSettingWindow(const QString& title, QWidget* parentWind
     // Without any settings everything is compared, and the dialog says so.
     const bool isNew = !settings.Has(kAll);
     for (const Item& item : kItems) {
-        auto* box = new QCheckBox(KTControl::LabelText(item.label));
-        KTControl::Name(box, item.key);
-        box->setChecked(settings.Get<int32_t>(item.key, 0) != 0 || (isNew && fItems.empty()));
-        layout->addWidget(box);
-        fItems.push_back(box);
+        const bool isAll = fItems.empty();
+        fItems.push_back(AddFlag(layout, item.key, item.key, item.label,
+                                 IsSet(item.key) || (isNew && isAll), isAll ? kAllSwitched : 0));
     }
     layout->addStretch(1);
-    KTControl::Bind(fItems.front(), BMessage(kAllSwitched), this);
     AllSwitched();
 }
 
@@ -67,6 +64,5 @@ void KTCmpSettingWindow::AllSwitched() {
 
 void KTCmpSettingWindow::Save(BMessage& settings) {
     if (!Result()) return;
-    for (const QCheckBox* box : fItems)
-        settings.Set(KTControl::ToBytes(box->objectName()), static_cast<int32_t>(box->isChecked()));
+    SaveFlags(settings);
 }

@@ -1,11 +1,10 @@
 #include "client/jobqueue/KTJobListView.h"
 
 #include <QKeyEvent>
-#include <array>
 
 #include "client/app/ClientCodes.h"
 #include "client/app/ServerLink.h"
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTIcons.h"
 #include "client/uikit/KTWindowLooper.h"
@@ -17,31 +16,25 @@ namespace {
 
 constexpr uint32_t kRenamed = "clrn"_code;
 constexpr uint32_t kFetch = "jlfe"_code;
-constexpr float kLeastWidth = 20;
 
-struct ColumnWidth {
-    const char* key;
-    float usual;
-};
-constexpr std::array<ColumnWidth, 7> kWidths = {{{"", 0},
-                                                 {"JQTITLECOLWIDTH", 170},
-                                                 {"JQSTATUSCOLWIDTH", 70},
-                                                 {"JQTYPECOLWIDTH", 120},
-                                                 {"JQDATECOLWIDTH", 170},
-                                                 {"JQIDCOLWIDTH", 80},
-                                                 {"", 0}}};
+constexpr ColumnWidth kWidths[] = {{"", 0},
+                                   {"JQTITLECOLWIDTH", 170},
+                                   {"JQSTATUSCOLWIDTH", 70},
+                                   {"JQTYPECOLWIDTH", 120},
+                                   {"JQDATECOLWIDTH", 170},
+                                   {"JQIDCOLWIDTH", 80},
+                                   {"", 0}};
 
 std::vector<KTColumn> Columns(KTJobListView::Show show, const Preferences* preferences) {
     using List = KTJobListView;
     using core::text::kDate, core::text::kId, core::text::kStatus, core::text::kTitle,
         core::text::kType;
     const auto column = [preferences](int index, int32_t text, KTColumnKind kind) {
-        const auto& [key, usual] = kWidths[static_cast<size_t>(index)];
-        return KTColumn(KTControl::Text(text),
-                        preferences ? preferences->GetFloat(key, usual) : usual, kLeastWidth, kind);
+        return KTColumn(KTControl::Text(text), WidthOf(kWidths[index], preferences),
+                        kLeastColumnWidth, kind);
     };
     std::vector<KTColumn> columns = {
-        KTColumn(QString(), kLeastWidth, kLeastWidth, KTColumnKind::Icon),
+        KTColumn(QString(), kLeastColumnWidth, kLeastColumnWidth, KTColumnKind::Icon),
         column(List::kTitle, kTitle, KTColumnKind::Text),
         column(List::kStatus, kStatus, KTColumnKind::Text),
         column(List::kType, kType, KTColumnKind::Text),
@@ -137,8 +130,7 @@ void KTJobListView::MessageReceived(BMessage& message) {
 }
 
 void KTJobListView::ColumnWidthChanged(int column, float width) {
-    const auto& [key, usual] = kWidths[static_cast<size_t>(column)];
-    if (*key && fPreferences) fPreferences->Set(key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 QString KTJobListView::CellText(KTRow row, int column) const {

@@ -1,7 +1,6 @@
 #include "client/jobqueue/KTJobSettingWindow.h"
 
 #include <QBoxLayout>
-#include <QCheckBox>
 #include <QGroupBox>
 #include <algorithm>
 
@@ -29,13 +28,8 @@ KTJobSettingWindow::KTJobSettingWindow(const QString& title, QWidget* parentWind
     auto* group = new QGroupBox(KTControl::LabelText(core::kMoreColumnsShown));
     KTControl::Name(group, "grp_columns");
     auto* boxes = new QVBoxLayout(group);
-    for (const Choice& choice : kChoices) {
-        auto* box = new QCheckBox(KTControl::LabelText(choice.label));
-        KTControl::Name(box, choice.key);
-        box->setChecked(Shows(settings, choice.column));
-        boxes->addWidget(box);
-        fColumns.push_back(box);
-    }
+    for (const Choice& choice : kChoices)
+        AddFlag(boxes, choice.key, choice.key, choice.label, Shows(settings, choice.column));
     auto* layout = new QVBoxLayout(BkgView());
     layout->addWidget(group);
     layout->addStretch(1);
@@ -47,6 +41,5 @@ bool KTJobSettingWindow::Shows(const BMessage& settings, KTJobListView::Column c
 }
 
 void KTJobSettingWindow::Save(BMessage& settings) {
-    for (const QCheckBox* box : fColumns)
-        settings.Set(KTControl::ToBytes(box->objectName()), static_cast<int32_t>(box->isChecked()));
+    SaveFlags(settings);
 }

@@ -5,8 +5,6 @@
 #include "client/jobqueue/KTJobListView.h"
 #include "client/uikit/KTSetWindow.h"
 
-class QCheckBox;
-
 class KTJobSettingWindow : public KTSetWindow {
     Q_OBJECT
 public:
@@ -20,5 +18,4 @@ protected:
     void Save(BMessage& settings) override;
 
 private:
-    std::vector<QCheckBox*> fColumns;
 };

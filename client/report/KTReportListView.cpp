@@ -2,34 +2,26 @@
 
 #include <QMouseEvent>
 #include <algorithm>
-#include <array>
 
 #include "client/app/ServerLink.h"
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "core/protocol/Codes.h"
 #include "core/protocol/Texts.h"
 
 namespace {
 
-constexpr float kLeastWidth = 20;
-
-struct ColumnWidth {
-    const char* key;
-    float usual;
-};
-constexpr std::array<ColumnWidth, 4> kWidths = {{{"RPLTITLECOLWIDTH", 190},
-                                                 {"RPLTYPECOLWIDTH", 100},
-                                                 {"RPLDATECOLWIDTH", 175},
-                                                 {"RPLIDCOLWIDTH", 50}}};
+constexpr ColumnWidth kWidths[] = {{"RPLTITLECOLWIDTH", 190},
+                                   {"RPLTYPECOLWIDTH", 100},
+                                   {"RPLDATECOLWIDTH", 175},
+                                   {"RPLIDCOLWIDTH", 50}};
 
 std::vector<KTColumn> Columns(const Preferences* preferences) {
     using List = KTReportListView;
     using core::text::kDate, core::text::kId, core::text::kTitle, core::text::kType;
     const auto column = [preferences](int index, int32_t text, KTColumnKind kind) {
-        const auto& [key, usual] = kWidths[static_cast<size_t>(index)];
-        return KTColumn(KTControl::Text(text), preferences->GetFloat(key, usual), kLeastWidth,
-                        kind);
+        return KTColumn(KTControl::Text(text), WidthOf(kWidths[index], preferences),
+                        kLeastColumnWidth, kind);
     };
     std::vector<KTColumn> columns = {column(List::kTitle, kTitle, KTColumnKind::Text),
                                      column(List::kType, kType, KTColumnKind::Text),
@@ -139,8 +131,7 @@ void KTReportListView::RemoveReports(const BMessage& message) {
 }
 
 void KTReportListView::ColumnWidthChanged(int column, float width) {
-    if (static_cast<size_t>(column) < kWidths.size())
-        fPreferences->Set(kWidths[static_cast<size_t>(column)].key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 QString KTReportListView::CellText(KTRow row, int column) const {

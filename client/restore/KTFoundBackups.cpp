@@ -1,9 +1,8 @@
 #include "client/restore/KTFoundBackups.h"
 
 #include <QHeaderView>
-#include <array>
 
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "client/uikit/KTIcons.h"
 #include "core/locale/MoreTexts.h"
@@ -11,16 +10,11 @@
 
 namespace {
 
-constexpr float kLeastWidth = 20;
 constexpr uint8_t kBackupColor = 1;
 constexpr int kUsualRows = 8;
 
-struct ColumnWidth {
-    const char* key;
-    float usual;
-};
-constexpr std::array<ColumnWidth, 4> kWidths = {
-    {{"", 20}, {"namecolumnwidth", 170}, {"datecolumnwidth", 180}, {"", 190}}};
+constexpr ColumnWidth kWidths[] = {
+    {"", 20}, {"namecolumnwidth", 170}, {"datecolumnwidth", 180}, {"", 190}};
 
 std::vector<KTColumn> Columns(const Preferences* preferences) {
     using enum KTColumnKind;
@@ -30,8 +24,7 @@ std::vector<KTColumn> Columns(const Preferences* preferences) {
                                                         {KTControl::Text(core::text::kId), Text}};
     std::vector<KTColumn> made;
     for (const auto& [label, kind] : columns) {
-        const auto& [key, usual] = kWidths[made.size()];
-        made.emplace_back(label, *key ? preferences->GetFloat(key, usual) : usual, kLeastWidth,
+        made.emplace_back(label, WidthOf(kWidths[made.size()], preferences), kLeastColumnWidth,
                           kind);
     }
     return made;
@@ -70,8 +63,7 @@ KTRow KTFoundBackups::RowOfId(std::string_view id) const {
 }
 
 void KTFoundBackups::ColumnWidthChanged(int column, float width) {
-    const char* key = kWidths[static_cast<size_t>(column)].key;
-    if (*key) fPreferences->Set(key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 QString KTFoundBackups::CellText(KTRow row, int column) const {

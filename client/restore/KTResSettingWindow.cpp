@@ -36,19 +36,13 @@ KTResSettingWindow::KTResSettingWindow(const QString& title, QWidget* parentWind
 
     auto* layout = new QVBoxLayout(BkgView());
     layout->addLayout(row);
-    const auto box = [&](const char* name, const char* key, int32_t text, uint32_t code) {
-        auto* check = new QCheckBox(KTControl::LabelText(text));
-        KTControl::Name(check, name);
-        check->setChecked(settings.Get<int32_t>(key, 0) != 0);
-        KTControl::Bind(check, BMessage(code), this);
-        layout->addWidget(check);
-        return check;
+    const auto flag = [&](const char* name, const char* key, int32_t text, uint32_t code) {
+        return AddFlag(layout, name, key, text, IsSet(key), code);
     };
-    fAskOverwrite = box("chk_askoverwrite", "askoverwrite", kAsk, "rsAO"_code);
-    fCreateRoot = box("chk_createroot", "createroot", kCreateRootDirectory, "rsCR"_code);
-    fEmptyDirectories =
-        box("chk_emptydirs", "createemptydirs", kCreateEmptyDirectories, "rsED"_code);
-    fDivert = box("chk_divert", "divert", kShowPathlist, kDivertSwitched);
+    flag("chk_askoverwrite", "askoverwrite", kAsk, "rsAO"_code);
+    flag("chk_createroot", "createroot", kCreateRootDirectory, "rsCR"_code);
+    flag("chk_emptydirs", "createemptydirs", kCreateEmptyDirectories, "rsED"_code);
+    fDivert = flag("chk_divert", "divert", kShowPathlist, kDivertSwitched);
     layout->addStretch(1);
 }
 
@@ -61,16 +55,10 @@ void KTResSettingWindow::MessageReceived(BMessage& message) {
 
 void KTResSettingWindow::Save(BMessage& settings) {
     if (!Result()) return;
-    const auto flag = [&settings](const char* key, const QCheckBox* box) {
-        settings.Set(key, static_cast<int32_t>(box->isChecked()));
-    };
     // An index that no item has marks none, and stays as it was.
     if (fOverwrite->currentIndex() >= 0)
         settings.Set("overwrite", static_cast<int32_t>(fOverwrite->currentIndex()));
-    flag("askoverwrite", fAskOverwrite);
-    flag("createroot", fCreateRoot);
-    flag("createemptydirs", fEmptyDirectories);
-    flag("divert", fDivert);
+    SaveFlags(settings);
 }
 
 void KTResSettingWindow::closeEvent(QCloseEvent* event) {

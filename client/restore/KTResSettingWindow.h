@@ -28,8 +28,5 @@ private:
     int32_t fDivertBefore;
     bool fClosed = false;
     QComboBox* fOverwrite;
-    QCheckBox* fAskOverwrite;
-    QCheckBox* fCreateRoot;
-    QCheckBox* fEmptyDirectories;
     QCheckBox* fDivert;
 };

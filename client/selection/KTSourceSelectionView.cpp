@@ -5,24 +5,15 @@
 #include <ctime>
 
 #include "client/selection/SourceIcons.h"
-#include "client/settings/Preferences.h"
+#include "client/settings/ColumnWidths.h"
 #include "client/uikit/KTControl.h"
 #include "core/locale/MoreTexts.h"
 
 namespace {
 
-constexpr float kMinWidth = 20;
-
-// The key a width is read from and, where it differs, the one it is stored under.
-struct Width {
-    const char* read;
-    const char* stored;
-    float standard;
-};
-constexpr Width kWidths[] = {
-    {nullptr, nullptr, 16},    {"FCOLWIDT", "FCOLWIDT", 230}, {"SCOLWIDT", "SCOLWIDT", 70},
-    {"SCOLWIDT", nullptr, 70}, {"FDATWIDT", "FDATWIDT", 150}, {"NODEWIDT", "NODEWIDT", 70},
-};
+constexpr ColumnWidth kWidths[] = {{"", 16},          {"FCOLWIDT", 230},
+                                   {"SCOLWIDT", 70},  {"SCOLWIDT", 70, false},
+                                   {"FDATWIDT", 150}, {"NODEWIDT", 70}};
 
 }  // namespace
 
@@ -34,11 +25,8 @@ std::vector<KTColumn> KTSourceSelectionView::Columns(const Preferences* preferen
     };
     std::vector<KTColumn> columns;
     for (const auto& [label, kind] : kColumns) {
-        const Width& width = kWidths[columns.size()];
-        const float wanted = preferences && width.read
-                                 ? preferences->GetFloat(width.read, width.standard)
-                                 : width.standard;
-        columns.emplace_back(label, wanted, kMinWidth, kind);
+        columns.emplace_back(label, WidthOf(kWidths[columns.size()], preferences),
+                             kLeastColumnWidth, kind);
     }
     return columns;
 }
@@ -102,8 +90,7 @@ KTRow KTSourceSelectionView::EntryBelow(KTRow row, std::string_view name) const 
 // --- cells --------------------------------------------------------------------------------------
 
 void KTSourceSelectionView::ColumnWidthChanged(int column, float width) {
-    if (!fPreferences || column < 0 || column >= static_cast<int>(std::size(kWidths))) return;
-    if (const char* key = kWidths[column].stored) fPreferences->Set(key, width);
+    StoreWidth(kWidths, column, width, fPreferences);
 }
 
 QString KTSourceSelectionView::CellText(KTRow row, int column) const {

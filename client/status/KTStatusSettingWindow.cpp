@@ -31,17 +31,12 @@ KTStatusSettingWindow::KTStatusSettingWindow(QWidget* parentWindow, const BMessa
                   replyCode, target) {
     using namespace core::text;
     auto* layout = new QVBoxLayout(BkgView());
-    const auto box = [&](const char* name, const char* key, int32_t text, uint32_t code) {
-        auto* check = new QCheckBox(KTControl::LabelText(text));
-        KTControl::Name(check, name);
-        check->setChecked(settings.Get<int32_t>(key, 0) != 0);
-        KTControl::Bind(check, BMessage(code), this);
-        layout->addWidget(check);
-        return check;
+    const auto flag = [&](const char* name, const char* key, int32_t text, uint32_t code) {
+        return AddFlag(layout, name, key, text, IsSet(key), code);
     };
-    fAutoOpen = box("chk_autoopen", "autoopen", kShowOnNewJob, "stao"_code);
-    fAutoClose = box("chk_autoclose", "autoclose", kCloseWhenEmpty, "stac"_code);
-    fRemoveItems = box("chk_removeitems", "removeitems", kRemoveFinished, kRemoveSwitched);
+    flag("chk_autoopen", "autoopen", kShowOnNewJob, "stao"_code);
+    flag("chk_autoclose", "autoclose", kCloseWhenEmpty, "stac"_code);
+    fRemoveItems = flag("chk_removeitems", "removeitems", kRemoveFinished, kRemoveSwitched);
 
     const auto delay = settings.Find<int32_t>("removedelay");
     fRemoveDelay = new QLineEdit(delay ? QString::number(*delay) : QString(kUsualDelay));
@@ -58,7 +53,7 @@ KTStatusSettingWindow::KTStatusSettingWindow(QWidget* parentWindow, const BMessa
     row->addWidget(new QLabel(KTControl::LabelText(kSeconds)));
     row->addStretch(1);
     layout->addLayout(row);
-    fFollowMain = box("chk_followmain", "followmain", kFollowMainWindow, "stfw"_code);
+    flag("chk_followmain", "followmain", kFollowMainWindow, "stfw"_code);
     layout->addStretch(1);
 }
 
@@ -94,13 +89,7 @@ std::optional<int32_t> KTStatusSettingWindow::Delay(const std::string& text) {
 }
 
 void KTStatusSettingWindow::Save(BMessage& settings) {
-    const auto flag = [&settings](const char* key, const QCheckBox* box) {
-        settings.Set(key, static_cast<int32_t>(box->isChecked()));
-    };
-    flag("autoopen", fAutoOpen);
-    flag("autoclose", fAutoClose);
-    flag("removeitems", fRemoveItems);
-    flag("followmain", fFollowMain);
+    SaveFlags(settings);
     // A text without a number keeps the former delay.
     if (const auto delay = Delay(KTControl::ToBytes(fRemoveDelay->text())))
         settings.Set("removedelay", *delay);

@@ -25,9 +25,6 @@ protected:
 private:
     void CheckDelay(const BMessage& message);
 
-    QCheckBox* fAutoOpen;
-    QCheckBox* fAutoClose;
     QCheckBox* fRemoveItems;
     QLineEdit* fRemoveDelay;
-    QCheckBox* fFollowMain;
 };

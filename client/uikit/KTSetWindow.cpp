@@ -1,6 +1,7 @@
 #include "client/uikit/KTSetWindow.h"
 
 #include <QBoxLayout>
+#include <QCheckBox>
 #include <QCloseEvent>
 #include <QDialogButtonBox>
 #include <QKeyEvent>
@@ -99,6 +100,22 @@ void KTSetWindow::showEvent(QShowEvent* event) {
         OrderFocus(this, fBkgView, fOk, fCancel);
     }
     QDialog::showEvent(event);
+}
+
+QCheckBox* KTSetWindow::AddFlag(QBoxLayout* layout, const char* name, const char* key,
+                                int32_t label, bool checked, uint32_t code) {
+    auto* box = new QCheckBox(KTControl::LabelText(label));
+    KTControl::Name(box, name);
+    box->setChecked(checked);
+    if (code != 0) KTControl::Bind(box, BMessage(code), this);
+    layout->addWidget(box);
+    fFlags.emplace_back(key, box);
+    return box;
+}
+
+void KTSetWindow::SaveFlags(BMessage& settings) const {
+    for (const auto& [key, box] : fFlags)
+        settings.Set(key, static_cast<int32_t>(box->isChecked()));
 }
 
 void KTSetWindow::closeEvent(QCloseEvent* event) {

@@ -9,9 +9,13 @@
 
 #include <QDialog>
 #include <QPointer>
+#include <utility>
+#include <vector>
 
 #include "kit/app/BHandler.h"
 
+class QBoxLayout;
+class QCheckBox;
 class QPushButton;
 
 class KTSetWindow : public QDialog, public BHandler {
@@ -35,6 +39,12 @@ protected:
     // Writes the controls into `settings`; called on every way of closing, before the answer is
     // sent.
     virtual void Save(BMessage& settings) { (void)settings; }
+    // A check box with that text for the int32 `key` of the settings, which SaveFlags writes back
+    // for all of them. `code`: sent to this window when it is switched, unless 0.
+    QCheckBox* AddFlag(QBoxLayout* layout, const char* name, const char* key, int32_t label,
+                       bool checked, uint32_t code = 0);
+    void SaveFlags(BMessage& settings) const;
+    bool IsSet(const char* key) const { return fSettings.Get<int32_t>(key, 0) != 0; }
     // A window of a size of the user's own, at first this one; it is stored with the place.
     void KeepSize(QSize usual) { fUsualSize = usual; }
     // Return in this field does not press the default button (password fields, numbers).
@@ -56,6 +66,7 @@ private:
     bool fAnswered = false;
     bool fPlaced = false;
     QSize fUsualSize;  // invalid: as large as its content needs
+    std::vector<std::pair<const char*, QCheckBox*>> fFlags;
     QWidget* fBkgView;
     QPushButton* fOk;
     QPushButton* fCancel;

@@ -99,11 +99,7 @@ void CompareJob::Backup::Run() {
     };
     if (needsDiscs) CompareLinks(later);
     fOrder.Finish();
-    if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
-    if (walk.Refused() > 0) {
-        fJob.fReport.ErrorWords("Error: " + std::to_string(walk.Refused()) +
-                                " entries of the catalogue cannot be what it says");
-    }
+    TellUnread(walk, walked, fJob.fReport);
     EntryComparer comparer(fContent, fCatalogue, fJob.fItems, fJob.fReport, fJob.fControl);
     if (!needsDiscs) CompareLinks([&](const CompareItem& item) { Compare(comparer, item); });
     beside.join();

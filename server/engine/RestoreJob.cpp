@@ -134,11 +134,7 @@ void RestoreJob::Backup::Run() {
     const kit::Status walked = walk.Run(fRoot, *this);
     fOrder.Finish();
     counting.join();
-    if (!walked) fJob.fReport.Error(text::kNoDatabase, {}, walked.error().Text());
-    if (walk.Refused() > 0) {
-        fJob.fReport.ErrorWords("Error: " + std::to_string(walk.Refused()) +
-                                " entries of the catalogue cannot be what it says");
-    }
+    TellUnread(walk, walked, fJob.fReport);
 
     EntryRestorer restorer(fContent, fCatalogue, fJob.fReport, fJob.fControl, fJob.fLosses,
                            fJob.fOverwrite);

@@ -122,4 +122,12 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
     }
 }
 
+void TellUnread(const CatalogueWalk& walk, const kit::Status& walked, JobReport& report) {
+    if (!walked) report.Error(text::kNoDatabase, {}, walked.error().Text());
+    if (walk.Refused() > 0) {
+        report.ErrorWords("Error: " + std::to_string(walk.Refused()) +
+                          " entries of the catalogue cannot be what it says");
+    }
+}
+
 }  // namespace server

@@ -9,6 +9,7 @@
 #include "core/selection/KTSelection.h"
 #include "server/catalogue/CatalogueReader.h"
 #include "server/engine/BackupContent.h"
+#include "server/engine/CatalogueWalk.h"
 #include "server/engine/JobReport.h"
 
 namespace server {
@@ -30,6 +31,9 @@ void ForEachSelectedBackup(const std::vector<core::SelectionRule>& rules, const 
                            const EngineConfig& config, CatalogueStore& catalogues,
                            JobReport& report, JobControl& control, Chain chain,
                            const std::function<bool(const OpenBackup&)>& visit);
+
+// What a walk over such a backup's catalogue could not read or would not believe.
+void TellUnread(const CatalogueWalk& walk, const kit::Status& walked, JobReport& report);
 
 // The first component of "/a/b/c".
 std::string_view FirstPart(std::string_view path);
