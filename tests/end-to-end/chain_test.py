@@ -4,22 +4,12 @@ import subprocess
 import unittest
 
 import house
-from house import House
+from house import ServerTest
 
 PASSWORD = "one for the whole set"
 
 
-class Chain(unittest.TestCase):
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.house.start_server()
-
-    def ctl(self, *words, password=None, good=(0,)):
-        done = self.house.run_ctl(*words, password=password)
-        self.assertIn(done.returncode, good, done.stdout + done.stderr)
-        return done.stdout + done.stderr
-
+class Chain(ServerTest):
     def change(self):
         source = self.house.source
         (source / "docs" / "letter").write_text("changed")
@@ -75,17 +65,6 @@ class Chain(unittest.TestCase):
         restored = next(p for p in (to / "source", to) if p.exists())
         self.assertEqual(house.differences(trees[-1], restored), [])
         self.ctl("verify", backups[-1].name, password=PASSWORD)
-
-    def test_what_makes_no_sense_is_refused(self):
-        source = self.house.source
-        house.make_tree(source)
-        self.ctl("backup", "--to", self.house.target, good=(2,))
-        self.ctl("backup", source, "--incremental", "none", "--to", self.house.target, good=(2,))
-        self.ctl("backup", "--incremental", "none", "--to", self.house.target, good=(1, 2))
-        self.ctl("backup", "--incremental", "a", "--differential", "b", "--to", self.house.target,
-                 good=range(2, 128))
-        self.assertEqual(self.house.backups(), [])
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -1,53 +1,39 @@
 #!/usr/bin/env python3
 """backupctl with the real server: what it saved it lists, finds, checks, brings back and deletes; and how it
 comes to a password."""
-import json
 import os
 import pty
 import select
 import shutil
-import subprocess
 import threading
 import time
 import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 SERVER = "application/x-vnd.velmoraware-backupserver"
 SECRET = "open-sesame-4711 \u00e4"
 
 
-class CommandLine(unittest.TestCase):
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
+class CommandLine(ServerTest):
+    def start(self):  # backupctl launches the server
         self.house.environment["LC_ALL"] = "C.UTF-8"
 
-    def ctl(self, *arguments, status=0):
-        done = subprocess.run([self.house.program / "backupctl", *map(str, arguments)], stdin=subprocess.DEVNULL,
-                              env=self.house.environment, capture_output=True, timeout=60,
-                              start_new_session=True)  # away from the terminal of whoever runs the test
-        self.assertEqual(done.returncode, status, done.stdout + done.stderr)
-        return done.stdout.decode(errors="replace") + done.stderr.decode(errors="replace")
-
-    def json(self, *arguments, status=0):
-        return json.loads(self.ctl(*arguments, "--json", status=status))
-
     def save(self, title="Papers"):
-        return self.json("backup", self.house.source, "--to", self.house.target, "--title", title)["backup"]
+        return self.house.ctl("backup", self.house.source, "--to", self.house.target, "--title", title)["backup"]
 
     def test_there_and_back(self):
         house.make_tree(self.house.source)
         was = house.describe(self.house.source)
         name = self.save()
-        [listed] = self.json("list")
+        [listed] = self.house.ctl("list")
         self.assertEqual((listed["name"], listed["title"]), (name, "Papers"))
-        [found] = [entry for entry in self.json("find", "LETTER")["found"]]
+        [found] = [entry for entry in self.house.ctl("find", "LETTER")["found"]]
         self.assertEqual(found["path"], self.house.rule(self.house.source, False) + "/docs/letter.txt")
         self.assertEqual(found["size"], 600)
-        names = [entry["name"] for entry in self.json("browse", "Papers", self.house.source / "docs")]
+        names = [entry["name"] for entry in self.house.ctl("browse", "Papers", self.house.source / "docs")]
         self.assertEqual(names, ["deep", "letter.txt", "same as big"])
 
         # By the path that find printed, into a folder that is not there yet.
@@ -59,14 +45,14 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(house.differences(was, elsewhere / "source"), [])
         # To the old place, which is gone.
         shutil.rmtree(self.house.source)
-        result = self.json("restore", "1", self.house.source)
+        result = self.house.ctl("restore", "1", self.house.source)
         self.assertEqual(result["status"], "good")
         self.assertEqual(house.differences(was, self.house.source), [])
 
     def test_what_has_changed_since(self):
         house.make_tree(self.house.source)
         name = self.save()
-        self.assertEqual(self.json("compare", name)["status"], "good")
+        self.assertEqual(self.house.ctl("compare", name)["status"], "good")
         letter = self.house.source / "docs/letter.txt"
         was = letter.stat()
         letter.write_bytes(b"dEAR reader\n" * 50)
@@ -76,7 +62,7 @@ class CommandLine(unittest.TestCase):
         shutil.rmtree(self.house.source / "docs/deep")
 
         def told(*arguments, status=3):
-            lines = self.json("compare", name, *arguments, status=status)["lines"]
+            lines = self.house.ctl("compare", name, *arguments, status=status)["lines"]
             place = self.house.rule(self.house.source, False)
             return sorted(line["text"].replace(place, "") for line in lines if line["linetype"] == 3)
         self.assertEqual(told("--only", "data,permissions"), [
@@ -104,13 +90,13 @@ class CommandLine(unittest.TestCase):
             os.utime(letter, (4e9, 4e9))
             self.ctl("restore", name, letter, *how)
             self.assertEqual({path.read_text() for path in self.house.source.iterdir()}, expected, how)
-        self.ctl("restore", name, self.house.source / "missing", status=1)
+        self.ctl("restore", name, self.house.source / "missing", good=(1,))
         for folder in ("a", "b"):
             (self.house.source / folder).mkdir()
             (self.house.source / folder / "same").write_text(folder)
         name = self.save("Namesakes")
         self.assertIn("'same'", self.ctl("restore", name, self.house.source / "a/same", self.house.source / "b/same",
-                                         "--to", self.house.root / "x", status=2))
+                                         "--to", self.house.root / "x", good=(2,)))
 
     def test_damage_is_found_and_the_rest_comes_back(self):
         for number in range(3):
@@ -121,54 +107,41 @@ class CommandLine(unittest.TestCase):
         with medium.open("r+b") as file:
             file.seek(2_000_000)  # in a frame that holds the first file only
             file.write(b"scratch")
-        checked = self.json("verify", name, status=3)
+        checked = self.house.ctl("verify", name, status=3)
         self.assertEqual(checked["status"], "done with problems")
         self.assertTrue([line for line in checked["lines"] if line["linetype"] == 3])
         target = self.house.root / "saved"
-        self.assertEqual(self.json("restore", name, "/", "--to", target, status=3)["status"], "done with problems")
+        self.assertEqual(self.house.ctl("restore", name, "/", "--to", target, status=3)["status"], "done with problems")
         self.assertEqual(len(list(target.rglob("noise-?"))), 2)
         # Nothing at all to read: failed.
         medium.rename(self.house.root / "medium")
         (self.house.target / name).rename(self.house.root / "away")
-        self.assertEqual(self.json("verify", name, status=1)["status"], "failed")
-        self.assertEqual(self.json("restore", name, "/", "--to", target, status=1)["status"], "failed")
-        self.ctl("delete", name, "--yes", "--with-data", status=1)
+        self.assertEqual(self.house.ctl("verify", name, status=1)["status"], "failed")
+        self.assertEqual(self.house.ctl("restore", name, "/", "--to", target, status=1)["status"], "failed")
+        self.ctl("delete", name, "--yes", "--with-data", good=(1,))
         self.ctl("delete", name, "--yes")
-        self.assertEqual(self.json("list"), [])
-
-    def with_password(self, password, *arguments):
-        """As ctl, with the password on a descriptor; gives the exit status."""
-        read, write = os.pipe()
-        os.write(write, password.encode() + b"\n")
-        os.close(write)
-        try:
-            return subprocess.run([self.house.program / "backupctl", *map(str, arguments), "--password-fd", str(read)],
-                                  stdin=subprocess.DEVNULL, env=self.house.environment, capture_output=True,
-                                  pass_fds=[read], timeout=60).returncode
-        finally:
-            os.close(read)
+        self.assertEqual(self.house.ctl("list"), [])
 
     def test_a_protected_backup_opens_with_its_password_only(self):
         house.make_tree(self.house.source)
-        self.assertEqual(self.with_password(SECRET, "backup", self.house.source, "--to", self.house.target,
-                                            "--protect"), 0)
+        self.ctl("backup", self.house.source, "--to", self.house.target, "--protect", password=SECRET)
         [backup] = self.house.backups()
         self.assertTrue((backup / "key.age").exists())
         target = self.house.root / "back"
         restore = ("restore", backup.name, self.house.source, "--to", target)
-        self.ctl(*restore, status=1)  # nobody to ask
-        self.assertEqual(self.with_password("wrong", *restore), 1)
+        self.ctl(*restore, good=(1,))  # nobody to ask
+        self.ctl(*restore, password="wrong", good=(1,))
         self.assertFalse(target.exists())
-        self.assertEqual(self.with_password(SECRET, *restore), 0)
+        self.ctl(*restore, password=SECRET)
         self.assertEqual(house.differences(self.house.source, target / "source"), [])
-        self.assertEqual(self.with_password(SECRET, "verify", backup.name), 0)
-        self.assertEqual(self.with_password(SECRET, "compare", backup.name, self.house.source), 0)
-        self.assertEqual(self.with_password("wrong", "compare", backup.name), 1)
+        self.ctl("verify", backup.name, password=SECRET)
+        self.ctl("compare", backup.name, self.house.source, password=SECRET)
+        self.ctl("compare", backup.name, password="wrong", good=(1,))
 
     def test_deleting_asks_and_takes_the_data_along(self):
         (self.house.source / "a").write_text("a")
         name = self.save()
-        self.ctl("delete", name, "--with-data", status=2)  # there is nobody to ask
+        self.ctl("delete", name, "--with-data", good=(2,))  # there is nobody to ask
         for answer, left in ((b"n\n", True), (b"\n", True), (b"y\n", False)):
             with Terminal(self.house, "delete", name, "--with-data") as terminal:
                 terminal.wait_for(b"[y/N]")
@@ -178,12 +151,10 @@ class CommandLine(unittest.TestCase):
         self.assertEqual(self.house.backups(), [])
 
 
-class Passwords(unittest.TestCase):
+class Passwords(ServerTest):
     """The server's side is played here: what backupctl sends it, and what it never shows."""
 
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
+    def start(self):
         self.house.environment["LC_ALL"] = "C.UTF-8"
         self.tried = []
         self.team = wire.Team(self.house.run_directory, SERVER, self.answer)
@@ -250,29 +221,22 @@ class Passwords(unittest.TestCase):
         self.assertEqual(self.tried, ["wrong"] * 3)
 
     def test_from_a_descriptor(self):
-        def run(password, *arguments):
-            read, write = os.pipe()
-            os.write(write, password)
-            os.close(write)
-            process = subprocess.Popen([self.house.program / "backupctl", *map(str, arguments), "--password-fd",
-                                        str(read)], env=self.house.environment, pass_fds=[read],
-                                       stdout=subprocess.PIPE, stderr=subprocess.STDOUT, stdin=subprocess.DEVNULL,
-                                       start_new_session=True)
-            os.close(read)
-            self.addCleanup(process.stdout.close)
-            self.addCleanup(process.kill)
-            return process
-        self.assertEqual(run(b"", "browse", "26").wait(20), 1)
-        self.assertEqual(run(b"wrong\n", "browse", "26").wait(20), 1)
-        self.assertEqual(run(b"x" * 5000, "browse", "26").wait(20), 1)
+        def browse(password, status):
+            self.ctl("browse", "26", password=password, good=(status,))
+        browse(b"", 1)
+        browse(b"wrong\n", 1)
+        browse(b"x" * 5000, 1)
         self.assertEqual(self.tried, ["wrong"])
-        self.assertEqual(run(SECRET.encode() + b"\nnot this", "browse", "26").wait(20), 0)
-        process = run(SECRET.encode(), "verify", "26")
+        browse(SECRET.encode() + b"\nnot this", 0)
+        # The one that waits for the end of its job is ended by the server's.
+        waiting = threading.Thread(target=self.house.run_ctl, args=("verify", "26"),
+                                   kwargs={"password": SECRET.encode()})
+        waiting.start()
         job = self.submitted()
         self.assertEqual(job.get("job_type"), 1000)
         self.assertNotIn(SECRET.encode(), job.flatten())
-        process.kill()
-        process.wait(20)
+        self.stop()
+        waiting.join()
 
     def test_a_new_one_is_asked_for_twice(self):
         with Terminal(self.house, "backup", self.house.source, "--to", self.house.target, "--protect") as terminal:

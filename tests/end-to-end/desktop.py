@@ -23,14 +23,15 @@ class ClientTest(unittest.TestCase):
         self.start_client()
 
     def start_client(self):
-        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
-                           QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
-                           QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
-        self.client = subprocess.Popen([*self.launcher, self.house.program / "VelmoraBackup"], env=environment)
-        self.open_hand()
+        self.launch_client()
         self.hand.see("BackupWindow", 30)
 
-    def open_hand(self):
+    def launch_client(self, *arguments, **environment):
+        self.environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
+                                QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
+                                QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet", **environment)
+        self.client = subprocess.Popen([*self.launcher, self.house.program / "VelmoraBackup", *arguments],
+                                       env=self.environment)
         self.hand = puppet.Puppet(self.house.root / "puppet")
 
     def stop(self):
@@ -56,6 +57,15 @@ class ClientTest(unittest.TestCase):
     def mark_source(self, *below, state="2"):
         """Clicks the mark of the source, or of something below it."""
         self.mark("lst_source", *self.house.rule(self.house.source, False).strip("/").split("/"), *below, state=state)
+
+    def start_job(self, title, end="Job successful"):
+        """In the start dialog, which opens: gives the title and waits for the end in the panel."""
+        self.hand.see("chk_submitonhold")
+        self.hand.type("str_title", title)
+        self.hand.click("btn_ok@chk_submitonhold")
+        self.hand.gone("chk_submitonhold")
+        if end:
+            self.hand.until(lambda: end in self.hand.run("names"), end, 60)
 
     def choose_target(self, target):
         hand = self.hand

@@ -12,18 +12,15 @@ import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 MIB = 1 << 20
 EDITED = 4
 
 
-class Hanging(unittest.TestCase):
+class Hanging(ServerTest):
     def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.house.start_server()
-        self.peer = self.house.connect()
+        super().setUp()
         self.hanging = self.house.connect(kind=wire.Stranger)
         self.times = []
 

@@ -10,6 +10,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import unittest
 
 import wire
 
@@ -101,54 +102,84 @@ class House:
                                    text=True).stdout.strip()
         return label or ("System" if mount == "/" else mount.rsplit("/", 1)[1])
 
-    def job(self, title="End to end", rules=None, packer="KTZstd", target=None, remote=None, **start_info):
+    def job(self, title="End to end", rules=None, packer="KTZstd", target=None, remote=None, mediasize=0,
+            **start_info):
         selection = wire.Message("SELE")
         for rule in rules or ["INCLUDE " + self.rule(self.source)]:
             selection.add("SELECTION", rule)
         volume = (wire.Message("VOLU", addon="KTRemote", remote=remote) if remote else
                   wire.Message("VOLU", addon="KTImage", path=str(target or self.target)))
-        start = wire.Message("STRT", title=title)
-        for key, value in start_info.items():
-            start.add(key, value)
+        if mediasize:
+            volume.add("mediasize", mediasize, "LLNG")
         return wire.Message("KTJA", client_id=os.getpid(), job_type=1, selection=selection,
                             addon=volume.text("addon"),
                             volume=volume, bak_addonpacker=packer, bak_packer=wire.Message("PACK"),
-                            start_info=start)
+                            start_info=wire.Message("STRT", title=title, **start_info))
+
+    def read_job(self, backup, target=None, job_type=4):
+        """Restores the source out of a backup (or compares or checks it), to `target` instead of the old place."""
+        record = f"/{backup}{self.rule(self.source)}"
+        selection = wire.Message("SELE", SELECTION="INCLUDE " + record)
+        if target:
+            selection.add("source", "REDIREC " + record).add("redirect", str(target))
+        return wire.Message("KTJA", client_id=os.getpid(), job_type=job_type, selection=selection,
+                            restore=wire.Message("REST", divert=1 if target else 0, createemptydirs=1),
+                            start_info=wire.Message("STRT", title="Back again"))
+
+    def submit(self, peer, job):
+        """The job's number. A finished full backup is inserted as well, as a base for others."""
+        peer.send(job)
+        return peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
 
     def run_job(self, peer, job, seconds=60):
         """Submits and waits for the end; gives the job id and the end's "status"."""
-        peer.send(job)
-        # A finished full backup is inserted as well, as a base for others.
-        job_id = peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
+        job_id = self.submit(peer, job)
         end = peer.wait_for("KTJf", seconds, lambda message: message.get("job_id", job_id) == job_id)
         return job_id, end.get("status")
+
+    def folder(self, name):
+        """A new one, beside the source."""
+        made = self.root / name
+        made.mkdir()
+        return made
 
     def backups(self):
         return sorted(p for p in self.target.iterdir() if p.is_dir() and not p.name.endswith(".partial")
                       and p.name[0] == "2")
 
     def run_ctl(self, *words, password=None):
-        """A run of backupctl to its end, with what it printed; a password goes by a pipe."""
+        """A run of backupctl to its end, with what it printed; a password goes by a pipe, as a line or as bytes."""
         arguments, pipe = [self.program / "backupctl", *map(str, words)], ()
-        if password:
+        if password is not None:
             read, write = os.pipe()
-            os.write(write, password.encode() + b"\n")
+            os.write(write, password if isinstance(password, bytes) else password.encode() + b"\n")
             os.close(write)
             arguments += ["--password-fd", str(read)]
             pipe = (read,)
         try:
-            return subprocess.run(arguments, env=self.environment, capture_output=True, text=True, check=False,
-                                  pass_fds=pipe)
+            return subprocess.run(arguments, env=self.environment, stdin=subprocess.DEVNULL, capture_output=True,
+                                  text=True, errors="replace", check=False, pass_fds=pipe, timeout=60,
+                                  start_new_session=True)  # away from the terminal of whoever runs the test
         finally:
             for end in pipe:
                 os.close(end)
 
     def ctl(self, *arguments, status=0):
         """What backupctl prints as JSON."""
-        done = subprocess.run([self.program / "backupctl", *map(str, arguments), "--json"], env=self.environment,
-                              stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, timeout=60, check=False)
+        done = self.run_ctl(*arguments, "--json")
         assert done.returncode == status, (arguments, done)
         return json.loads(done.stdout)
+
+    def wipe(self):
+        """Another machine: nothing is left but the medium."""
+        self.stop_server()
+        shutil.rmtree(self.program / "Backup_Server/data")
+        shutil.rmtree(self.root / "data", ignore_errors=True)
+
+    def places_of(self, secret):
+        """The files that hold it, of the server's and of the destination's."""
+        return subprocess.run(["grep", "-r", "-l", "-a", "-F", "-e", secret, self.program / "Backup_Server",
+                               self.target, self.runtime, self.root / "data"], capture_output=True, text=True).stdout
 
     def report(self, peer, job_id):
         """The lines of a job's report as (line type, text id)."""
@@ -169,6 +200,35 @@ class House:
                         f"tar -x -p --xattrs --xattrs-include='*' --acls --numeric-owner -C {restored}"],
                        check=True)
         return restored / self.rule(source or self.source, False).lstrip("/")
+
+
+class ServerTest(unittest.TestCase):
+    """A house with its server, and a client of it."""
+
+    def setUp(self):
+        self.house = House()
+        self.addCleanup(self.house.__exit__)
+        self.start()
+
+    def start(self):
+        self.house.start_server()
+        self.peer = self.house.connect()
+
+    def ctl(self, *words, password=None, good=(0,)):
+        """All that backupctl prints; how it may end is in `good`."""
+        done = self.house.run_ctl(*words, password=password)
+        self.assertIn(done.returncode, good, done.stdout + done.stderr)
+        return done.stdout + done.stderr
+
+    def save(self, title="End to end", **options):
+        """A good backup: its folder."""
+        job_id, status = self.house.run_job(self.peer, self.house.job(title, **options))
+        self.assertEqual(status, 0, self.house.report(self.peer, job_id))
+        return self.house.backups()[-1]
+
+    def errors_of(self, job_id):
+        """The text ids of the errors in its report."""
+        return [text_id for line_type, text_id in self.house.report(self.peer, job_id)[0] if line_type == 3]
 
 
 def wait(condition, what, seconds=15):

@@ -1,6 +1,5 @@
 #!/usr/bin/env python3
 """Backups that come back from their medium to a machine that knows nothing of them any more."""
-import json
 import os
 import shutil
 import signal
@@ -8,32 +7,15 @@ import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 PASSWORD = "left in a drawer"
 
 
-class Insert(unittest.TestCase):
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.start()
-
-    def start(self):
-        self.house.start_server()
-        self.peer = self.house.connect()
-
+class Insert(ServerTest):
     def wipe(self):
-        """Another machine: nothing is left but the medium."""
-        self.house.stop_server()
-        shutil.rmtree(self.house.program / "Backup_Server/data")
-        shutil.rmtree(self.house.root / "data", ignore_errors=True)
+        self.house.wipe()
         self.start()
-
-    def ctl(self, *words, password=None, good=(0,)):
-        done = self.house.run_ctl(*words, password=password)
-        self.assertIn(done.returncode, good, done.stdout + done.stderr)
-        return done.stdout + done.stderr
 
     def scan(self, **volume):
         settings = wire.Message("VOLU", addon="KTImage", path=str(self.house.target), **volume)
@@ -64,19 +46,19 @@ class Insert(unittest.TestCase):
         self.ctl("backup", "--incremental", full, "--to", self.house.target)
         trees.append(house.describe(source))
         backups = [backup.name for backup in self.house.backups()]
-        listed = json.loads(self.ctl("list", "--json"))
-        self.assertEqual([b["known"] for b in json.loads(self.ctl("scan", self.house.target, "--json"))], [True] * 2)
+        listed = self.house.ctl("list")
+        self.assertEqual([b["known"] for b in self.house.ctl("scan", self.house.target)], [True] * 2)
 
         self.wipe()
-        self.assertEqual(json.loads(self.ctl("list", "--json")), [])
-        found = json.loads(self.ctl("scan", self.house.target, "--json"))
+        self.assertEqual(self.house.ctl("list"), [])
+        found = self.house.ctl("scan", self.house.target)
         self.assertEqual([(b["id"], b["title"], b["known"], b["protected"]) for b in found],
                          [(name, "Home", False, False) for name in backups])
         self.ctl("insert", self.house.target, "nothing", good=(1,))
         self.ctl("insert", self.house.target, "Home", good=(1,))  # two have this title
-        done = json.loads(self.ctl("insert", self.house.target, *backups, "--json"))
+        done = self.house.ctl("insert", self.house.target, *backups)
         self.assertEqual((done["status"], sorted(done["inserted"])), ("good", backups))
-        self.assertEqual(json.loads(self.ctl("list", "--json")), listed)
+        self.assertEqual(self.house.ctl("list"), listed)
         for backup, tree in zip(backups, trees):
             self.expect_restores(backup, tree)
             self.ctl("verify", backup)
@@ -86,12 +68,12 @@ class Insert(unittest.TestCase):
         (source / "later").write_text("later")
         self.ctl("backup", "--incremental", full, "--to", self.house.target)
         self.expect_restores(self.house.backups()[-1].name, house.describe(source))
-        jobs = [b["job_id"] for b in json.loads(self.ctl("list", "--json"))]
+        jobs = [b["job_id"] for b in self.house.ctl("list")]
         self.assertEqual(len(set(jobs)), 3)
         self.ctl("insert", self.house.target, backups[0])
         self.ctl("delete", *[b.name for b in self.house.backups()], "--with-data", "--yes")
         self.assertEqual(self.house.backups(), [])
-        self.assertEqual(json.loads(self.ctl("scan", self.house.target, "--json")), [])
+        self.assertEqual(self.house.ctl("scan", self.house.target), [])
         self.ctl("scan", self.house.root / "nowhere", good=(1,))
 
     def test_a_protected_one_is_locked_until_its_password_comes(self):
@@ -155,7 +137,7 @@ class Insert(unittest.TestCase):
             lines, _ = self.house.report(self.peer, job_id)
             self.assertIn((3, 173), lines)
             name = left[0].name.removesuffix(".partial")
-            backups = json.loads(self.ctl("list", "--json"))
+            backups = self.house.ctl("list")
             if (3, 164) in lines:  # nothing whole was there yet
                 self.assertEqual(backups, [])
             else:

@@ -8,7 +8,7 @@ import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 FULL, INSERT = 2, 51  # the texts that ask for a medium
 DISC = 24 << 20
@@ -18,20 +18,16 @@ def run(*command):
     return subprocess.run(command, capture_output=True, text=True)
 
 
-class Media(unittest.TestCase):
-    def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.drive = self.house.root / "drive"
-        self.drive.mkdir()
+class Media(ServerTest):
+    def start(self):
+        self.drive = self.house.folder("drive")
         self.discs = []
         self.now = None
         self.addCleanup(self.take_out)
         if os.geteuid() != 0:
             self.skipTest("only root may mount")
         self.new_disc()
-        self.house.start_server()
-        self.peer = self.house.connect()
+        super().start()
 
     def new_disc(self):
         image = self.house.root / f"disc{len(self.discs) + 1}.img"
@@ -59,14 +55,15 @@ class Media(unittest.TestCase):
     def asked(self, text_id, seconds=60):
         return self.peer.wait_for("KTJF", seconds, lambda m: m.get("text_id") == text_id)
 
-    def save(self, others=0, title="Discs", **settings):
+    def job(self, **settings):
+        job = self.house.job("Discs", packer="KTNone", target=self.drive)
+        for key, value in dict(settings, removable=1).items():
+            job.get("volume").add(key, value)
+        return job
+
+    def save(self, others=0, **settings):
         """Saves the source; puts in so many further discs, each when one is full."""
-        job = self.house.job(title=title, packer="KTNone", target=self.drive)
-        volume = job.get("volume").add("removable", 1)
-        for key, value in settings.items():
-            volume.add(key, value)
-        self.peer.send(job)
-        job_id = self.peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
+        job_id = self.house.submit(self.peer, self.job(**settings))
         for _ in range(others):
             self.asked(FULL)
             self.new_disc()
@@ -76,15 +73,7 @@ class Media(unittest.TestCase):
         return self.peer.wait_for("KTJf", 60, lambda m: m.get("job_id", job_id) == job_id).get("status")
 
     def read(self, job_type, backup, order, target=None):
-        place = f"/{backup}{self.house.rule(self.house.source, False)}/*"
-        selection = wire.Message("SELE").add("SELECTION", "INCLUDE " + place)
-        if target:
-            selection.add("source", "REDIREC " + place).add("redirect", str(target))
-        self.peer.send(wire.Message(
-            "KTJA", client_id=os.getpid(), job_type=job_type, selection=selection,
-            restore=wire.Message("REST", divert=1, createemptydirs=1),
-            start_info=wire.Message("STRT", title="Back again")))
-        job_id = self.peer.wait_for("KTJI", where=lambda m: not m.get("base")).get("job_id")
+        job_id = self.house.submit(self.peer, self.house.read_job(backup, target, job_type))
         for image in order:
             self.asked(INSERT)
             self.put_in(image)
@@ -99,8 +88,7 @@ class Media(unittest.TestCase):
         self.assertEqual(status, 0, self.house.report(self.peer, job_id)[0])
 
         # Every disc tells what it is; the last one where everything lies.
-        together = self.house.root / "together"
-        together.mkdir()
+        together = self.house.folder("together")
         folders = []
         for image in self.discs:
             self.put_in(image)
@@ -114,8 +102,7 @@ class Media(unittest.TestCase):
         self.assertEqual(folders, [f"{backup}.disc1", f"{backup}.disc2", backup])
         self.assertEqual(manifest["discs"], 3)
         self.assertEqual([medium["disc"] for medium in manifest["media"]], [1, 2, 3])
-        by_hand = self.house.root / "by-hand"
-        by_hand.mkdir()
+        by_hand = self.house.folder("by-hand")
         done = run("sh", "-ec", f"cd {together}; sha256sum --quiet -c SHA256SUMS; "
                    f"cat $(ls -v *.tar) | tar -xpf - -C {by_hand}")
         self.assertEqual((done.returncode, done.stdout), (0, ""), done.stderr)
@@ -123,8 +110,7 @@ class Media(unittest.TestCase):
         self.assertEqual(house.differences(was, root), [])
 
         # Read: in order, each once; the wrong one is not taken.
-        target = self.house.root / "elsewhere"
-        target.mkdir()
+        target = self.house.folder("elsewhere")
         self.assertEqual(self.read(4, backup, [self.discs[1], *self.discs], target), 0)
         self.assertEqual(house.differences(was, target), [])
         self.assertEqual(self.read(1000, backup, self.discs), 0)
@@ -132,10 +118,7 @@ class Media(unittest.TestCase):
 
     def test_a_job_that_waits_is_aborted_and_leaves_the_disc_clean(self):
         (self.house.source / "file").write_bytes(os.urandom(30_000_000))
-        job = self.house.job(packer="KTNone", target=self.drive)
-        job.get("volume").add("removable", 1)
-        self.peer.send(job)
-        job_id = self.peer.wait_for("KTJI").get("job_id")
+        job_id = self.house.submit(self.peer, self.job())
         self.asked(FULL)
         self.peer.send(wire.Message("KTJD", job_id=job_id, flag=1))
         self.assertEqual(self.end(job_id), 1)

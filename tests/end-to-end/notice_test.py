@@ -32,18 +32,11 @@ class Notices(ClientTest):
             process.stdout.close()
 
     def start_client(self):
-        environment = dict(self.house.environment, QT_QPA_PLATFORM="offscreen", HOME=str(self.home),
-                           DBUS_SESSION_BUS_ADDRESS=self.address,
-                           QT_PLUGIN_PATH=str(house.PROGRAM.parent / "test-plugins"),
-                           QT_QPA_GENERIC_PLUGINS=f"puppet:{self.house.root}/puppet")
-        self.client = subprocess.Popen([self.house.program / "VelmoraBackup", "--background"], env=environment)
-        self.environment = environment
-        self.open_hand()
+        self.launch_client("--background", DBUS_SESSION_BUS_ADDRESS=self.address)
         self.hand.until(lambda: self.hand.get("BackupWindow", "windowTitle"), "the program", 30)
 
     def backup(self, title, source):
-        subprocess.run([self.house.program / "backupctl", "backup", source, "--to", self.house.target, "--title", title],
-                       env=self.house.environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False)
+        self.house.run_ctl("backup", source, "--to", self.house.target, "--title", title)
         house.wait(lambda: f'string "{title}"' in self.heard.read_text(), f"the notice of {title}")
 
     def test_tells_how_jobs_ended_and_opens_when_asked(self):

@@ -1,24 +1,20 @@
 #!/usr/bin/env python3
 """Programs that watch and edit one queue: what they hear of each other, and whose marks hold a job back."""
 import os
-import signal
-import time
 import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 WAITING, RUNNING, PAUSED, EDITED = 1, 2, 3, 4
 NOTICES = ("KTJI", "KTJR", "KTjc", "KTLi", "KTLr", "rpIN", "rpRM")
 
 
-class QueueTest(unittest.TestCase):
+class QueueTest(ServerTest):
     def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.house.start_server()
-        self.one = self.house.connect()
+        super().setUp()
+        self.one = self.peer
         (self.house.source / "letter").write_text("Dear reader")
 
     def submit(self, title, packer="KTZstd", level=None, **start_info):

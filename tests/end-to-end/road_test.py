@@ -1,7 +1,6 @@
 #!/usr/bin/env python3
 """A person's road: start the program, mark a directory, choose where to, press start, give a title, watch
 the panel, read that it went well; then the backup is unpacked with stock tools and compared."""
-import json
 import os
 import subprocess
 import time
@@ -24,62 +23,25 @@ class Road(ClientTest):
         self.choose_target(self.house.target)
         self.hand.choose("mnu_packer", "Zstandard")
         hand.click("btn_start")
-        hand.see("str_title")
-        hand.type("str_title", "By hand & with care")
-        hand.click("btn_ok")
-        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        self.start_job("By hand & with care")
         [backup] = self.house.backups()
         self.assertEqual(house.differences(self.house.source, self.house.unpack(backup)), [])
         hand.trigger("_QRQ")
         self.assertEqual(self.client.wait(20), 0)
         self.assertTrue((self.house.program / "Backup.prefs").exists())
 
-    def mark_in_catalogue(self, title):
-        """The source, in the full backup of that title."""
-        place = self.house.rule(self.house.source, False).strip("/").split("/")
-        self.mark("lst_catalogue", title, "Full Backup", *place)
-
-    def test_there_and_back(self):
-        """A directory is saved with backupctl, destroyed, found in the catalogue and sent elsewhere."""
-        house.make_tree(self.house.source)
-        subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
-                        "--title", "Home & more"], env=self.house.environment, check=True, stdout=subprocess.DEVNULL)
-        kept = self.house.root / "kept"
-        self.house.source.rename(kept)
-        hand = self.hand
-        hand.trigger("rsvw")
-        hand.see("btn_resstart")
-        self.mark_in_catalogue("Home & more")
-        # The browser of directories stands at home; Return sends the row there.
-        hand.see("RestoreFolderView")
-        hand.key("RestoreFolderView", "Return")
-        hand.click("btn_resstart")
-        hand.see("str_title")
-        hand.until(lambda: hand.get("str_landing", "text") == str(self.home), "where it goes")
-        hand.type("str_title", "Get it back")
-        hand.click("btn_ok")
-        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
-        self.assertEqual(house.differences(kept, self.home), [])
-        self.assertFalse(self.house.source.exists())
-
     def test_holding_a_backup_against_the_disk(self):
         house.make_tree(self.house.source)
-        subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to", self.house.target,
-                        "--title", "Then"], env=self.house.environment, check=True, stdout=subprocess.DEVNULL)
+        self.house.ctl("backup", self.house.source, "--to", self.house.target, "--title", "Then")
         hand = self.hand
         hand.trigger("cpvw")
         hand.see("btn_cmpsettings")
-        self.mark_in_catalogue("Then")
-
-        def compare(end):
-            hand.click("btn_resstart")
-            hand.see("chk_submitonhold")
-            hand.click("btn_ok")
-            hand.gone("chk_submitonhold")
-            hand.until(lambda: end in hand.run("names"), end, 60)
-        compare("Job successful")
+        self.mark("lst_catalogue", "Then", "Full Backup", *self.house.rule(self.house.source, False).strip("/").split("/"))
+        hand.click("btn_resstart")
+        self.start_job("As it was?")
         (self.house.source / "empty").write_text("not any more")
-        compare("Job ended with errors")
+        hand.click("btn_resstart")
+        self.start_job("And now?", "Job ended with errors")
 
     def test_quick_backup_of_a_disk_that_is_plugged_in(self):
         hand = self.hand
@@ -102,10 +64,7 @@ class Road(ClientTest):
         self.choose_target(self.house.target)
         self.hand.choose("mnu_packer", "Zstandard")
         hand.click("btn_start")
-        hand.see("str_title")
-        hand.type("str_title", "The stick")
-        hand.click("btn_ok")
-        hand.until(lambda: "Job successful" in hand.run("names"), "the panel's good end", 60)
+        self.start_job("The stick")
         [backup] = self.house.backups()
         self.assertEqual(house.differences(stick, self.house.unpack(backup, source=stick)), [])
         subprocess.run(["umount", stick], check=True)
@@ -129,17 +88,9 @@ class Road(ClientTest):
         hand.gone("str_nextrun")
         self.assertIn("18:05:00 2040", hand.get("str_bakscheduler", "text"))
         hand.click("btn_start")
-        hand.see("str_title")
-        hand.type("str_title", "On New Year's Eve")
-        hand.click("btn_ok")
-        hand.gone("str_title")
-
-        def jobs():
-            found = subprocess.run([self.house.program / "backupctl", "jobs", "--json"], check=True,
-                                   env=self.house.environment, stdout=subprocess.PIPE)
-            return json.loads(found.stdout)
-        house.wait(jobs, "the job in the queue")
-        [job] = jobs()
+        self.start_job("On New Year's Eve", None)
+        house.wait(lambda: self.house.ctl("jobs"), "the job in the queue")
+        [job] = self.house.ctl("jobs")
         self.assertEqual(job["title"], "On New Year's Eve")
         self.assertEqual(time.strftime("%Y-%m-%d %H:%M", time.localtime(job["date"])), "2040-12-31 18:05")
         self.assertEqual(self.house.backups(), [])
@@ -167,10 +118,7 @@ class ReportRoad(ClientTest):
         (self.house.source / "good").write_text("good")
         (self.house.source / "secret").write_text("nobody reads this")
         (self.house.source / "secret").chmod(0)
-        done = subprocess.run([self.house.program / "backupctl", "backup", self.house.source, "--to",
-                               self.house.target, "--title", "With a gap"], env=self.house.environment,
-                              stdout=subprocess.DEVNULL, check=False)
-        self.assertEqual(done.returncode, 3)
+        self.house.ctl("backup", self.house.source, "--to", self.house.target, "--title", "With a gap", status=3)
         hand = self.hand
         hand.trigger("rpvw")
         hand.see("lst_reports")

@@ -1,25 +1,20 @@
 #!/usr/bin/env python3
-"""Repeating jobs with the real server, which is killed in every state that a job can be in; and two
-servers, one of which is the service's."""
+"""Repeating jobs with the real server, which is killed in every state that a job can be in."""
 import os
 import signal
-import subprocess
 import time
 import unittest
 
 import house
 import wire
-from house import House, wait
+from house import ServerTest, wait
 
 DAY = 24 * 60 * 60
 
 
-class Schedules(unittest.TestCase):
+class Schedules(ServerTest):
     def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
-        self.house.start_server()
-        self.peer = self.house.connect()
+        super().setUp()
         house.make_tree(self.house.source)
 
     def submit(self, title, due=0, path=None, level=0, **start_info):
@@ -44,8 +39,7 @@ class Schedules(unittest.TestCase):
 
     def kill_and_start(self):
         self.house.stop_server(signal.SIGKILL)
-        self.house.start_server()
-        self.peer = self.house.connect()
+        self.start()
 
     def test_every_state_outlives_a_kill(self):
         due = int(time.time()) // 60 * 60 + DAY
@@ -58,8 +52,7 @@ class Schedules(unittest.TestCase):
         # One that is caught at work: it has much to do, and is paused, so that it cannot get away.
         large = self.house.source / "large"
         house.write(large, os.urandom(64 << 20))
-        elsewhere = self.house.root / "elsewhere"
-        elsewhere.mkdir()
+        elsewhere = self.house.folder("elsewhere")
         running = self.submit("running", path=elsewhere, level=9)
         wait(lambda: list(elsewhere.glob("*.partial")), "its first file")
         self.tell("KTJP", running)
@@ -93,21 +86,11 @@ class Schedules(unittest.TestCase):
         job = self.submit("missed", due)
         self.house.stop_server(signal.SIGKILL)
         wait(lambda: time.time() > due, "the time that is missed")
-        self.house.start_server()
-        self.peer = self.house.connect()
+        self.start()
         wait(lambda: job not in self.jobs() and self.jobs(), "its run", 60)
         [(following, (status, date, _))] = self.jobs().items()
         self.assertEqual((status, date), (1, due + DAY))
         self.assertEqual(len(self.house.backups()), 1)
-
-    def test_a_second_server_steps_back(self):
-        """Whoever launches one while the service runs; or the service's while a launched one does."""
-        second = subprocess.run([self.house.program / "Backup_Server/BackupServer"], timeout=20,
-                                env=self.house.environment, stdin=subprocess.DEVNULL)
-        self.assertEqual(second.returncode, 0)
-        self.assertEqual(self.jobs(), {})
-        self.assertIsNone(self.house.server.poll())
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -9,26 +9,20 @@ import unittest
 
 import house
 import wire
-from house import House
+from house import ServerTest
 
 PAUSED = 3
 ABORTED_TEXTS = {18, 73, 170, 297, 279}  # a check says it in words
 ABNORMAL_TEXT = 151
 
 
-class ServerEnd(unittest.TestCase):
+class ServerEnd(ServerTest):
     def setUp(self):
-        self.house = House()
-        self.addCleanup(self.house.__exit__)
+        super().setUp()
         (self.house.source / "large").write_bytes(os.urandom(1 << 20) * 96)
         (self.house.source / "small").write_text("small")
-        self.start()
         self.name = self.house.ctl("backup", self.house.source, "--to", self.house.target, "--compress", "none",
                                    "--title", "Whole")["backup"]
-
-    def start(self):
-        self.house.start_server()
-        self.peer = self.house.connect()
 
     def begin(self, *arguments):
         self.peer.ask(wire.Message("KTJL"))
@@ -91,8 +85,7 @@ class ServerEnd(unittest.TestCase):
 
     def test_with_many_in_the_queue(self):
         """Those that wait are there again, the one that ran is not."""
-        elsewhere = self.house.root / "elsewhere"
-        elsewhere.mkdir()
+        elsewhere = self.house.folder("elsewhere")
         self.peer.send(self.house.job("Runs", target=elsewhere, packer="KTXz"))
         running = self.peer.wait_for("KTJI", where=lambda m: m.text("title") == "Runs").get("job_id")
         self.peer.send(wire.Message("KTJP", job_id=running))

@@ -1,13 +1,11 @@
 // Sealed files, in both directions against the stock program.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "server/archive/AgeStream.h"
 #include "server/archive/AgeText.h"
 #include "server/archive/KeyFile.h"
-#include "tests/server/EngineHouse.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/server/Trees.h"
 
 namespace server::archive {
 namespace {
@@ -51,15 +49,10 @@ Bytes Sealed(const AgeRecipient& recipient, std::string_view plain, size_t step 
 
 class Age : public testing::Test {
 protected:
-    void SetUp() override {
-        fRoot = std::filesystem::temp_directory_path() / "velmora-age-XXXXXX";
-        ASSERT_TRUE(::mkdtemp(fRoot.data()));
-        WriteWhole(fRoot + "/id.txt", fIdentity->Text().Text());
-    }
-    void TearDown() override { std::filesystem::remove_all(fRoot); }
+    Age() { WriteWhole(fRoot + "/id.txt", fIdentity->Text().Text()); }
 
     std::string Shell(const std::string& command) const {
-        return EngineHouse::Shell("cd " + fRoot + " && " + command);
+        return server::Shell("cd " + fRoot + " && " + command);
     }
     // With the password typed on a terminal.
     std::string Typing(const std::string& password, const std::string& command) const {
@@ -69,10 +62,7 @@ protected:
     void Write(const std::string& name, const Bytes& bytes) const {
         WriteWhole(fRoot + "/" + name, {reinterpret_cast<const char*>(bytes.data()), bytes.size()});
     }
-    Bytes Read(const std::string& name) const {
-        std::ifstream in(fRoot + "/" + name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
-    }
+    Bytes Read(const std::string& name) const { return BytesOf(ReadWhole(fRoot + "/" + name)); }
     std::unique_ptr<FileSource> Open(Bytes sealed) const {
         return OpenAge(std::make_unique<Memory>(std::move(sealed)), fIdentity);
     }
@@ -86,7 +76,8 @@ protected:
         return ErrorKind::None;
     }
 
-    std::string fRoot;
+    const TemporaryFolder fFolder;
+    const std::string fRoot = fFolder.Path();
     const std::shared_ptr<const AgeIdentity> fIdentity =
         std::make_shared<AgeIdentity>(AgeIdentity::Generate());
     const AgeRecipient fRecipient = fIdentity->Recipient();

@@ -1,13 +1,11 @@
 // Names, the manifest, and the tar headers as stock tar reads them.
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-
 #include "server/archive/Format.h"
 #include "server/archive/Manifest.h"
 #include "server/archive/TarMember.h"
-#include "tests/server/EngineHouse.h"
+#include "tests/TemporaryFolder.h"
+#include "tests/server/Trees.h"
 
 namespace server::archive {
 namespace {
@@ -85,15 +83,15 @@ TEST(ArchiveManifest, RefusesWhatIsNone) {
 
 // Lists an archive of one member with stock tar.
 std::string Listed(const TarMember& member) {
-    EngineHouse house;
+    const TemporaryFolder folder;
     Bytes tar;
     AppendTarHeader(member, tar);
     EXPECT_EQ(tar.size() % 512, 0u);
     // An archive that announces more than it holds is listed all the same, with a complaint behind.
     tar.resize(tar.size() + 1024);
-    WriteWhole(house.root + "/a.tar", {reinterpret_cast<const char*>(tar.data()), tar.size()});
-    return EngineHouse::Shell("TZ=UTC tar --numeric-owner --full-time -tvf " + house.root +
-                              "/a.tar 2>/dev/null | head -1");
+    WriteWhole(folder / "a.tar", {reinterpret_cast<const char*>(tar.data()), tar.size()});
+    return Shell("TZ=UTC tar --numeric-owner --full-time -tvf " + (folder / "a.tar") +
+                 " 2>/dev/null | head -1");
 }
 
 TEST(ArchiveTar, NumbersBeyondTheFieldsOfUstar) {
@@ -139,11 +137,11 @@ TEST(ArchiveTar, PathsOfEveryLength) {
             }
         }
     }
-    EngineHouse house;
+    const TemporaryFolder folder;
     tar.resize(tar.size() + 1024);
-    WriteWhole(house.root + "/a.tar", {reinterpret_cast<const char*>(tar.data()), tar.size()});
+    WriteWhole(folder / "a.tar", {reinterpret_cast<const char*>(tar.data()), tar.size()});
     const std::string listed =
-        EngineHouse::Shell("tar -tvf " + house.root + "/a.tar | sed 's/^.*[0-9]:[0-9][0-9] //'");
+        Shell("tar -tvf " + (folder / "a.tar") + " | sed 's/^.*[0-9]:[0-9][0-9] //'");
     EXPECT_TRUE(listed == wanted);
 }
 

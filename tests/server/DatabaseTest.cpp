@@ -1,24 +1,16 @@
 #include "server/sqlite/Database.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
-#include <filesystem>
-#include <fstream>
+#include "tests/TemporaryFolder.h"
 
 namespace server {
 namespace {
 
 class DatabaseTest : public testing::Test {
 protected:
-    DatabaseTest() {
-        char pattern[] = "/tmp/velmora-database-XXXXXX";
-        fFolder = ::mkdtemp(pattern);
-        fPath = fFolder + "/test.db";
-    }
-    ~DatabaseTest() override { std::filesystem::remove_all(fFolder); }
-
-    std::string fFolder, fPath;
+    const TemporaryFolder fFolder;
+    const std::string fPath = fFolder / "test.db";
 };
 
 TEST_F(DatabaseTest, ValuesComeBackAsBytes) {
@@ -67,7 +59,7 @@ TEST_F(DatabaseTest, ForeignBytesAreDamage) {
     auto database = Database::Open(fPath);
     ASSERT_FALSE(database.ok());
     EXPECT_EQ(database.error().kind, kit::ErrorKind::Damaged);
-    EXPECT_FALSE(Database::OpenReadOnly(fFolder + "/missing.db").ok());
+    EXPECT_FALSE(Database::OpenReadOnly(fFolder / "missing.db").ok());
 }
 
 }  // namespace

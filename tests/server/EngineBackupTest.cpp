@@ -1,19 +1,14 @@
 // Whole backups by the real engine, restored with stock tools.
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "core/protocol/Texts.h"
 #include "server/archive/Format.h"
-#include "server/archive/Manifest.h"
 #include "server/archive/Readme.h"
 #include "server/catalogue/CatalogueReader.h"
 #include "tests/server/EngineHouse.h"
@@ -32,12 +27,11 @@ protected:
         EXPECT_EQ(folders.size(), 1u);
         return folders.empty() ? "" : folders[0];
     }
-    archive::Manifest ManifestOf(const std::string& folder) {
-        std::ifstream in(fHouse.target + "/" + folder + "/backup.json");
-        const Bytes bytes{std::istreambuf_iterator<char>(in), {}};
-        auto manifest = archive::ReadManifest(bytes);
-        EXPECT_TRUE(manifest) << manifest.error().Text();
-        return manifest ? *manifest : archive::Manifest{};
+    static std::set<std::string> PathsIn(const std::string& root) {
+        std::set<std::string> paths;
+        for (const auto& [path, facts] : DescribeTree(root))
+            paths.insert(path);
+        return paths;
     }
     EngineHouse fHouse;
 };
@@ -59,7 +53,7 @@ TEST_P(EngineRoundTrip, TreeWithEverythingComesBackByStockTools) {
 }
 
 TEST_F(EngineBackup, LibarchiveReadsTheSame) {
-    if (EngineHouse::Shell("command -v bsdtar").find("exit") != std::string::npos) {
+    if (Shell("command -v bsdtar").find("exit") != std::string::npos) {
         GTEST_SKIP() << "bsdtar is not installed";
     }
     MakeNastyTree(fHouse.source);
@@ -72,43 +66,11 @@ TEST_F(EngineBackup, LibarchiveReadsTheSame) {
     ASSERT_EQ(fHouse.Run(), JobEnd::Good);
     const std::string into = fHouse.root + "/by bsdtar";
     fs::create_directory(into);
-    EXPECT_EQ(
-        EngineHouse::Shell("cd '" + into + "' && cat " + fHouse.target + "/" + OnlyFolder() +
-                           "/0*.tar.zst | zstd -dc | LC_ALL=C.UTF-8 bsdtar -xpf - --numeric-owner"
-                           " --acls --xattrs"),
-        "");
+    EXPECT_EQ(Shell("cd '" + into + "' && cat " + fHouse.target + "/" + OnlyFolder() +
+                    "/0*.tar.zst | zstd -dc | LC_ALL=C.UTF-8 bsdtar -xpf - --numeric-owner"
+                    " --acls --xattrs"),
+              "");
     EXPECT_EQ(TreeDifferences(fHouse.source, into + "/Source"), "");
-}
-
-TEST_F(EngineBackup, PathsBeyondWhatOneSystemCallTakes) {
-    // 120 levels of 100 bytes: deeper than the levels that stay open, longer than 4096 bytes. On
-    // the way down there is a file before and a directory behind, so that the walk has to come back
-    // everywhere.
-    const std::string name(100, 'd');
-    int at = ::open(fHouse.source.c_str(), O_RDONLY | O_DIRECTORY);
-    for (int level = 0; level < 120; ++level) {
-        ::close(::openat(at, "a file", O_CREAT | O_WRONLY, 0644));
-        ::mkdirat(at, name.c_str(), 0755);
-        ::mkdirat(at, "z", 0755);
-        const int z = ::openat(at, "z", O_RDONLY | O_DIRECTORY);
-        ::close(::openat(z, ("in z " + std::to_string(level)).c_str(), O_CREAT | O_WRONLY, 0644));
-        ::close(z);
-        const int below = ::openat(at, name.c_str(), O_RDONLY | O_DIRECTORY);
-        ::close(at);
-        at = below;
-    }
-    ::close(at);
-    ASSERT_EQ(fHouse.Run(), JobEnd::Good) << fHouse.events.All();
-    const std::string names = EngineHouse::Shell("cat " + fHouse.target + "/" + OnlyFolder() +
-                                                 "/0*.tar.zst | zstd -dc | tar -tf - | wc -lL");
-    EXPECT_EQ(std::stoi(names), 1 + 120 * 4) << names;
-    auto reader = CatalogueReader::Open(fHouse.root + "/catalogues/" + OnlyFolder() + ".db");
-    ASSERT_TRUE(reader);
-    std::string path = "Source";
-    for (int level = 0; level < 119; ++level)
-        path += "/" + name;
-    EXPECT_TRUE(reader->Lookup(path + "/z/in z 119"));
-    EXPECT_TRUE(reader->Lookup("Source/z/in z 0"));
 }
 
 TEST_F(EngineBackup, FoldersHoldWhatTheFormatSays) {
@@ -125,7 +87,7 @@ TEST_F(EngineBackup, FoldersHoldWhatTheFormatSays) {
     }
     EXPECT_EQ(files, (std::set<std::string>{"0001.tar.zst", "SHA256SUMS", "backup.json",
                                             "catalogue.db.zst"}));
-    const archive::Manifest manifest = ManifestOf(OnlyFolder());
+    const archive::Manifest manifest = fHouse.ManifestOf(OnlyFolder());
     EXPECT_EQ(manifest.title, "A test");
     EXPECT_EQ(manifest.jobId, 26);
     EXPECT_EQ(manifest.files, 2);
@@ -137,13 +99,11 @@ TEST_F(EngineBackup, FoldersHoldWhatTheFormatSays) {
     ASSERT_EQ(manifest.media.size(), 1u);
     EXPECT_EQ(static_cast<uintmax_t>(manifest.media[0].size),
               fs::file_size(fHouse.target + "/" + OnlyFolder() + "/0001.tar.zst"));
-    EXPECT_EQ(
-        EngineHouse::Shell("cd " + fHouse.target + "/2* && sha256sum -c SHA256SUMS | grep -c OK"),
-        "3\n");
+    EXPECT_EQ(Shell("cd " + fHouse.target + "/2* && sha256sum -c SHA256SUMS | grep -c OK"), "3\n");
     // The copy of the catalogue is the catalogue.
-    EXPECT_EQ(EngineHouse::Shell("zstd -dqc " + fHouse.target + "/2*/catalogue.db.zst > " +
-                                 fHouse.root + "/copy.db"),
-              "");
+    EXPECT_EQ(
+        Shell("zstd -dqc " + fHouse.target + "/2*/catalogue.db.zst > " + fHouse.root + "/copy.db"),
+        "");
     auto copy = CatalogueReader::Open(fHouse.root + "/copy.db");
     ASSERT_TRUE(copy);
     EXPECT_EQ(copy->Lookup("Source/b")->size, 100'000);
@@ -217,10 +177,9 @@ TEST_F(EngineBackup, EveryEntryIsWhereTheCatalogueSays) {
             const auto frame = reader->FrameAt(number);
             ASSERT_TRUE(frame);
             // Each frame by itself is something that the stock tool unpacks.
-            unpacked[number] =
-                EngineHouse::Shell("tail -c +" + std::to_string(frame->offset + 1) + " " + folder +
-                                   "/" + archive::MediumFile(frame->medium, ".zst") +
-                                   " | head -c " + std::to_string(frame->size) + " | zstd -dc");
+            unpacked[number] = Shell("tail -c +" + std::to_string(frame->offset + 1) + " " +
+                                     folder + "/" + archive::MediumFile(frame->medium, ".zst") +
+                                     " | head -c " + std::to_string(frame->size) + " | zstd -dc");
             EXPECT_EQ(static_cast<int64_t>(unpacked[number].size()), frame->content);
         }
         // From there on it is a tar that begins with the entry.
@@ -229,8 +188,8 @@ TEST_F(EngineBackup, EveryEntryIsWhereTheCatalogueSays) {
         EXPECT_EQ(rest.substr(257, 5), "ustar") << path;
         if (++checked % 17 != 0) continue;
         WriteWhole(fHouse.root + "/rest.tar", rest);
-        const std::string name = EngineHouse::Shell(
-            "tar --quoting-style=literal -tf " + fHouse.root + "/rest.tar 2>/dev/null | head -1");
+        const std::string name = Shell("tar --quoting-style=literal -tf " + fHouse.root +
+                                       "/rest.tar 2>/dev/null | head -1");
         const std::string wanted = "Source" + path + (S_ISDIR(entry->mode) ? "/" : "");
         EXPECT_EQ(name.substr(0, wanted.find('\n')), wanted.substr(0, wanted.find('\n')) + "\n");
     }
@@ -240,15 +199,16 @@ TEST_F(EngineBackup, EveryEntryIsWhereTheCatalogueSays) {
 TEST_F(EngineBackup, SplitMediaJoinToOneStream) {
     constexpr int64_t kLimit = 16 << 20;
     fHouse.volume.Set("mediasize", kLimit);
-    WriteWhole(fHouse.source + "/noise", NoiseBytes(60'000'000));
+    WriteWhole(fHouse.source + "/noise", NoiseBytes(50'000'000));
     WriteWhole(fHouse.source + "/words", std::string(1000, 'w'));
-    for (const char* packer : {"KTNone", "KTZstd", "KTLz4", "KTXz"}) {
+    // How each compressor's frames are found in them is tested where they are inserted.
+    for (const char* packer : {"KTNone", "KTZstd"}) {
         fHouse.packer = packer;
-        ASSERT_EQ(fHouse.Run(), JobEnd::Good) << fHouse.events.All();
-        const std::string folder = fHouse.Folders().back();
-        const auto manifest = ManifestOf(folder);
+        const std::string folder = fHouse.Save();
+        ASSERT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
+        const auto manifest = fHouse.ManifestOf(folder);
         // A frame of noise gets a little longer by any of them, so one less fits.
-        const size_t media = std::string(packer) == "KTNone" ? 4 : 5;
+        const size_t media = std::string(packer) == "KTNone" ? 3 : 4;
         ASSERT_EQ(manifest.media.size(), media) << packer;
         for (const auto& medium : manifest.media)
             EXPECT_LE(medium.size, kLimit);
@@ -286,11 +246,9 @@ TEST_F(EngineBackup, RulesDecideWhatIsTaken) {
                                        "INCLUDE /Source/keep/tmp/wanted"})),
               JobEnd::Good);
     const std::string restored = fHouse.Unpack(OnlyFolder());
-    std::set<std::string> files;
-    for (const auto& [path, fact] : DescribeTree(restored))
-        files.insert(path);
-    EXPECT_EQ(files, (std::set<std::string>{"/Source", "/Source/keep", "/Source/keep/a",
-                                            "/Source/keep/tmp", "/Source/keep/tmp/wanted"}));
+    EXPECT_EQ(PathsIn(restored),
+              (std::set<std::string>{"/Source", "/Source/keep", "/Source/keep/a",
+                                     "/Source/keep/tmp", "/Source/keep/tmp/wanted"}));
 }
 
 TEST_F(EngineBackup, NothingSelectedAndUnknownSources) {
@@ -298,7 +256,6 @@ TEST_F(EngineBackup, NothingSelectedAndUnknownSources) {
     const std::vector<std::vector<std::string>> nothing = {
         {}, {"EXCLUDE /Source/*"}, {"INCLUDE /Source/*", "EXCLUDE /Source/*"}};
     for (const auto& rules : nothing) {
-        fHouse.events.lines.clear();
         EXPECT_EQ(fHouse.Run(fHouse.Order(rules)), JobEnd::Errors);
         EXPECT_TRUE(fHouse.events.Has(LineType::Error, core::text::kNothingToBackUp));
         EXPECT_TRUE(fHouse.Folders().empty());
@@ -312,7 +269,8 @@ TEST_F(EngineBackup, NothingSelectedAndUnknownSources) {
     EXPECT_EQ(fHouse.catalogues->Backups().size(), 1u);
 }
 
-TEST_F(EngineBackup, DestinationInTheSourceIsLeftOut) {
+TEST_F(EngineBackup, TheServersOwnFilesAndSocketsAreLeftOut) {
+    const kit::UniqueFd socket = MakeSocket(fHouse.source + "/socket");
     WriteWhole(fHouse.source + "/a", "a");
     fs::create_directory(fHouse.source + "/backups");
     fHouse.target = fHouse.source + "/backups";
@@ -327,11 +285,10 @@ TEST_F(EngineBackup, DestinationInTheSourceIsLeftOut) {
     ASSERT_EQ(fHouse.Run(), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(
         fHouse.events.HasText(LineType::Heading, "Left out, the backups in the destination"));
+    EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "/Source/socket"));
     const std::string restored = fHouse.Unpack(fHouse.Folders().back());
-    std::set<std::string> files;
-    for (const auto& [path, fact] : DescribeTree(restored + "/Source")) {
-        if (!path.ends_with(".db")) files.insert(path);
-    }
+    auto files = PathsIn(restored + "/Source");
+    std::erase_if(files, [](const std::string& path) { return path.ends_with(".db"); });
     EXPECT_EQ(files,
               (std::set<std::string>{"/a", "/backups", "/backups/my own file", "/catalogues"}));
 }
@@ -340,33 +297,19 @@ TEST_F(EngineBackup, MountsAreNotCrossed) {
     fs::create_directory(fHouse.source + "/mounted");
     WriteWhole(fHouse.source + "/a", "a");
     const std::string mount = "'" + fHouse.source + "/mounted'";
-    if (!EngineHouse::Shell("mount -t tmpfs none " + mount).empty()) {
+    if (!Shell("mount -t tmpfs none " + mount).empty()) {
         GTEST_SKIP() << "needs the right to mount";
     }
     WriteWhole(fHouse.source + "/mounted/foreign", "x");
     // A bind mount is on the same device: only the mount itself tells it.
     fs::create_directory(fHouse.source + "/bound");
-    EngineHouse::Shell("mount --bind '" + fHouse.source + "' '" + fHouse.source + "/bound'");
+    Shell("mount --bind '" + fHouse.source + "' '" + fHouse.source + "/bound'");
     const JobEnd end = fHouse.Run();
-    EngineHouse::Shell("umount '" + fHouse.source + "/bound' " + mount);
+    Shell("umount '" + fHouse.source + "/bound' " + mount);
     ASSERT_EQ(end, JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "/Source/mounted"));
     const std::string restored = fHouse.Unpack(OnlyFolder());
-    std::set<std::string> files;
-    for (const auto& [path, fact] : DescribeTree(restored + "/Source"))
-        files.insert(path);
-    EXPECT_EQ(files, (std::set<std::string>{"/a", "/bound", "/mounted"}));
-}
-
-TEST_F(EngineBackup, SocketsAreLeftOutAndNamed) {
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/socket", fHouse.source.c_str());
-    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
-    ASSERT_EQ(fHouse.Run(), JobEnd::Good);
-    ::close(fd);
-    EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "/Source/socket"));
+    EXPECT_EQ(PathsIn(restored + "/Source"), (std::set<std::string>{"/a", "/bound", "/mounted"}));
 }
 
 TEST_F(EngineBackup, ReportTellsTheWholeCourse) {
@@ -420,7 +363,6 @@ TEST_F(EngineBackup, OverwriteRemovesTheOldWhenTheNewStands) {
 TEST_F(EngineBackup, JobsThatCannotRunSayWhy) {
     WriteWhole(fHouse.source + "/a", "a");
     auto errorOf = [&](JobOrder order) {
-        fHouse.events.lines.clear();
         EXPECT_EQ(fHouse.Run(order), JobEnd::Errors);
         for (const auto& said : fHouse.events.lines) {
             if (said.type == LineType::Error) return said.textId;
@@ -460,12 +402,11 @@ TEST_F(EngineBackup, ReadmeIsTrueWordByWord) {
     WriteWhole(fHouse.source + "/first", NoiseBytes(9'000'000, 1));
     fs::create_directories(fHouse.source + "/home/anna");
     WriteWhole(fHouse.source + "/home/anna/letter.txt", "Dear reader");
-    WriteWhole(fHouse.source + "/home/last", NoiseBytes(12'000'000, 2));
+    WriteWhole(fHouse.source + "/home/last", NoiseBytes(8'500'000, 2));
     fHouse.volume.Set("mediasize", archive::kMinMediaSize);
     ASSERT_EQ(fHouse.Run(), JobEnd::Good);
     const std::string folder = fHouse.target + "/" + OnlyFolder();
-    std::ifstream in(fHouse.target + "/README.txt");
-    const std::string text{std::istreambuf_iterator<char>(in), {}};
+    const std::string text = ReadWhole(fHouse.target + "/README.txt");
     ASSERT_EQ(text, archive::ReadmeText());
     std::vector<std::string> commands;
     for (size_t at = 0; (at = text.find("\n    $ ", at)) != std::string::npos; ++at) {
@@ -483,7 +424,7 @@ TEST_F(EngineBackup, ReadmeIsTrueWordByWord) {
         return std::string();
     };
     auto run = [&](const std::string& what) {
-        return EngineHouse::Shell("cd " + folder + " && set -o pipefail; " + what);
+        return Shell("cd " + folder + " && set -o pipefail; " + what);
     };
     auto fresh = [&] { run("rm -rf ../restored; " + command("mkdir", "restored")); };
 
@@ -517,7 +458,7 @@ TEST_F(EngineBackup, ReadmeIsTrueWordByWord) {
                 what.replace(at, kExample.size(), media);
             if (const size_t at = what.find("zstd -dc | tail"); at != std::string::npos)
                 what.replace(at, 8, fHouse.Unpacker());
-            return EngineHouse::Shell("cd " + other + " && set -o pipefail; " + what);
+            return Shell("cd " + other + " && set -o pipefail; " + what);
         };
         EXPECT_EQ(runThere(command("sha256sum", "-c")).find("exit"), std::string::npos) << packer;
         EXPECT_NE(runThere(command("cat $(ls -v " + media + ")", "-tvf")).find("letter.txt\n"),
@@ -532,7 +473,7 @@ TEST_F(EngineBackup, ReadmeIsTrueWordByWord) {
                   "")
             << packer;
         EXPECT_EQ(TreeDifferences(fHouse.source, fHouse.target + "/restored/Source"), "") << packer;
-        EngineHouse::Shell("rm -rf " + other);
+        Shell("rm -rf " + other);
     }
 
     // Damage in the second frame: what is in front of it comes by step 3, the rest by step 5.

@@ -27,80 +27,30 @@ constexpr auto kFull = JobType::Full;
 constexpr auto kIncremental = JobType::Incremental;
 constexpr auto kDifferential = JobType::Differential;
 
+using Names = std::vector<std::string>;
+using Tree = std::map<std::string, std::string>;
+
 class EngineChain : public testing::Test {
 protected:
-    // A backup of that kind; its name, "" when there is none.
-    std::string Save(JobType type = kIncremental, int32_t set = 1) {
-        JobOrder order = fHouse.Order();
-        order.type = type;
-        if (type != kFull) {
-            order.description.Remove("selection");
-            order.description.Add("base_id", set);
-        }
+    EngineChain() {
         fHouse.config.now = [this] { return fNow += 100; };
-        fHouse.events.lines.clear();
-        const auto before = fHouse.Folders();
-        fEnd = fHouse.Run(order);
-        const auto after = fHouse.Folders();
-        return after.size() > before.size() ? after.back() : "";
     }
-    JobEnd Restore(const std::string& backup, const std::string& to) {
-        JobOrder order;
-        order.id = 1000;
-        order.type = JobType::Restore;
-        BMessage selection, settings;
-        selection.Add("SELECTION", "INCLUDE /" + backup + "/Source/*");
-        selection.Add("source", "REDIREC /" + backup + "/Source/*");
-        selection.Add("redirect", to);
-        settings.Add("createemptydirs", int32_t{1});
-        settings.Add("divert", int32_t{1});
-        order.description.Add("selection", selection);
-        order.description.Add("restore", settings);
-        fHouse.events.lines.clear();
-        return fHouse.Run(order);
+    std::string Save(JobType type = kIncremental, int32_t set = 1) {
+        return fHouse.Save(type, set);
     }
-    // The tree as a tool that is not ours tells it: every entry with all that belongs to it.
-    std::string Tell(const std::string& folder) const {
-        return EngineHouse::Shell(
-            "cd '" + folder +
-            "' && find . -mindepth 1 -printf '%P\\0%y %m %U %G %T@ %l %n\\n' | LC_ALL=C sort && "
-            "find . -type f -print0 | LC_ALL=C sort -z | xargs -0r sha256sum && "
-            "find . -mindepth 1 -print0 | LC_ALL=C sort -z | xargs -0r getfattr -hd -m '^user' "
-            "2>/dev/null");
-    }
-    // A copy of the source as it is now, to hold against later.
-    std::string Keep() {
-        const std::string kept = fHouse.root + "/kept" + std::to_string(fKept++);
-        EngineHouse::Shell("cp -a '" + fHouse.source + "' '" + kept + "'");
-        return kept;
-    }
-    void ExpectRestores(const std::string& backup, const std::string& kept) {
-        const std::string to = fHouse.root + "/restored" + std::to_string(fKept++);
-        fs::create_directory(to);
-        EXPECT_EQ(Restore(backup, to), JobEnd::Good) << fHouse.events.All();
-        EXPECT_EQ(Tell(to), Tell(kept));
+    Tree Now() const { return DescribeTree(fHouse.source); }
+    void ExpectRestores(const std::string& backup, const Tree& tree) {
+        const std::string to = fHouse.Restored(backup);
+        EXPECT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
+        EXPECT_EQ(Differences(tree, DescribeTree(to)), "");
     }
     // As README.txt says: each of the chain in turn, first what is gone, then what is new.
-    void ExpectUnpacks(const std::vector<std::string>& chain, const std::string& kept) {
-        const std::string to = fHouse.root + "/unpacked" + std::to_string(fKept++);
-        fs::create_directory(to);
-        for (const std::string& backup : chain) {
-            const std::string printed =
-                EngineHouse::Shell("cd '" + fHouse.target + "/" + backup +
-                                   "' && sha256sum --quiet -c SHA256SUMS && "
-                                   "if [ -e gone.list ]; then (cd '" +
-                                   to +
-                                   "' && xargs -0r rm -rf --) < gone.list; fi && "
-                                   "cat $(ls -v *.tar.zst) | zstd -dc | tar -xpf - --acls --xattrs "
-                                   "--xattrs-include='*' -C '" +
-                                   to + "'");
-            EXPECT_EQ(printed, "");
-        }
-        EXPECT_EQ(Tell(to + "/Source"), Tell(kept));
+    void ExpectUnpacks(const std::vector<std::string>& chain, const Tree& tree) {
+        EXPECT_EQ(Differences(tree, DescribeTree(fHouse.Unpack(chain) + "/Source")), "");
     }
     std::vector<std::string> Members(const std::string& backup) const {
-        std::istringstream lines(EngineHouse::Shell("cd '" + fHouse.target + "/" + backup +
-                                                    "' && zstd -dc 0001.tar.zst | tar -tf -"));
+        std::istringstream lines(Shell("cd '" + fHouse.target + "/" + backup +
+                                       "' && zstd -dc 0001.tar.zst | tar -tf -"));
         std::vector<std::string> members;
         for (std::string line; std::getline(lines, line);)
             members.push_back(line);
@@ -114,17 +64,13 @@ protected:
         return paths;
     }
     void Write(const std::string& name, const std::string& content) const {
-        std::ofstream(fHouse.source + "/" + name, std::ios::binary) << content;
+        WriteWhole(In(name), content);
     }
     std::string In(const std::string& name) const { return fHouse.source + "/" + name; }
 
     EngineHouse fHouse;
-    JobEnd fEnd = JobEnd::Good;
     int64_t fNow = 1'795'378'530;
-    int fKept = 0;
 };
-
-using Names = std::vector<std::string>;
 
 TEST_F(EngineChain, HoldsOnlyWhatHasChanged) {
     fs::create_directories(In("docs/deep"));
@@ -135,17 +81,17 @@ TEST_F(EngineChain, HoldsOnlyWhatHasChanged) {
     Write("still/deep/d", "1");
     Write("gone", "1");
     const std::string full = Save(kFull);
-    const std::string first = Keep();
+    const Tree first = Now();
     Write("docs/a", "22");
     fs::remove(In("gone"));
     fs::remove(In("docs/deep/c"));
     const std::string second = Save();
-    EXPECT_EQ(fEnd, JobEnd::Good) << fHouse.events.All();
+    EXPECT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Members(second),
               (Names{"Source/", "Source/docs/", "Source/docs/a", "Source/docs/deep/"}));
     EXPECT_EQ(Gone(second), (Names{"Source/gone", "Source/docs/deep/c"}));
     EXPECT_TRUE(fHouse.events.Has(LineType::Heading, text::kBackupModeIs));
-    const std::string kept = Keep();
+    const Tree kept = Now();
     ExpectRestores(second, kept);
     ExpectUnpacks({full, second}, kept);
     ExpectRestores(full, first);
@@ -177,11 +123,10 @@ TEST_F(EngineChain, SeesWhatTimesAloneDoNotTell) {
     fs::rename(In("dir"), In("moved"));
     // An older version put back, with its old time.
     Write("old", "old content");
-    EngineHouse::Shell("touch -d '2001-02-03' '" + In("old") + "'");
+    Shell("touch -d '2001-02-03' '" + In("old") + "'");
     // As long as before, and with the same time.
-    EngineHouse::Shell("cp -p '" + In("same size") + "' '" + fHouse.root +
-                       "/t' && printf bbbb > '" + In("same size") + "' && touch -r '" +
-                       fHouse.root + "/t' '" + In("same size") + "'");
+    Shell("cp -p '" + In("same size") + "' '" + fHouse.root + "/t' && printf bbbb > '" +
+          In("same size") + "' && touch -r '" + fHouse.root + "/t' '" + In("same size") + "'");
     fs::permissions(In("mode"), fs::perms::owner_all);
     fs::remove(In("link"));
     fs::create_symlink("ther", In("link"));
@@ -190,8 +135,8 @@ TEST_F(EngineChain, SeesWhatTimesAloneDoNotTell) {
     fs::remove_all(In("turns"));
     Write("turns", "a file now");
     const std::string second = Save();
-    EXPECT_EQ(fEnd, JobEnd::Good) << fHouse.events.All();
-    const std::string kept = Keep();
+    EXPECT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
+    const Tree kept = Now();
     ExpectRestores(second, kept);
     ExpectUnpacks({full, second}, kept);
 }
@@ -205,12 +150,12 @@ TEST_F(EngineChain, KeepsHardLinksTogether) {
     Write("a/other", "first name moves");
     fs::create_hard_link(In("a/other"), In("z/other"));
     const std::string full = Save(kFull);
-    ExpectRestores(Save(), Keep());  // all as it was
+    ExpectRestores(Save(), Now());  // all as it was
     EXPECT_EQ(fHouse.events.Texts(LineType::Error), Names{});
     fs::rename(In("a"), In("b"));  // the first names are new, the last ones are not
     Write("new", "n");
     const std::string third = Save();
-    const std::string kept = Keep();
+    const Tree kept = Now();
     ExpectRestores(third, kept);
     ExpectUnpacks({full, fHouse.Folders()[1], third}, kept);
 }
@@ -224,9 +169,8 @@ TEST_F(EngineChain, AMissingBaseIsToldAndNothingElseBreaks) {
     const std::string second = Save(kIncremental, 2);
     ASSERT_NE(second, "") << fHouse.events.All();
     fHouse.Forget(full);
-    const std::string to = fHouse.root + "/to";
-    fs::create_directory(to);
-    EXPECT_EQ(Restore(second, to), JobEnd::Errors);
+    const std::string to = fHouse.Restored(second);
+    EXPECT_EQ(fHouse.end, JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kBackupMissing));
     EXPECT_TRUE(fs::is_empty(to));
     EXPECT_EQ(Save(kIncremental, 2), "");
@@ -238,23 +182,9 @@ TEST_F(EngineChain, ACheckLooksAtTheWholeChain) {
     const std::string full = Save(kFull);
     Write("b", std::string(10000, 'b'));
     const std::string second = Save();
-    const auto check = [&] {
-        JobOrder order;
-        order.id = 2000;
-        order.type = JobType::Verify;
-        BMessage selection;
-        selection.Add("SELECTION", "INCLUDE /" + second + "/*");
-        order.description.Add("selection", selection);
-        fHouse.events.lines.clear();
-        return fHouse.Run(order);
-    };
+    const auto check = [&] { return fHouse.Run(fHouse.ReadOrder(JobType::Verify, second)); };
     EXPECT_EQ(check(), JobEnd::Good) << fHouse.events.All();
-    {
-        std::fstream medium(fHouse.target + "/" + full + "/0001.tar.zst",
-                            std::ios::in | std::ios::out | std::ios::binary);
-        medium.seekp(40);
-        medium.put('X');
-    }
+    Damage(fHouse.target + "/" + full + "/0001.tar.zst", 40);
     EXPECT_EQ(check(), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "checksum")) << fHouse.events.All();
 }
@@ -313,21 +243,21 @@ TEST_F(EngineChain, EveryStateOfARandomHistoryComesBack) {
     for (int i = 0; i < 25; ++i)
         change();
     Write("never empty", "x");
-    std::vector<std::pair<std::string, std::string>> states;  // backup, copy
-    states.emplace_back(Save(kFull), Keep());
+    std::vector<std::pair<std::string, Tree>> states;
+    states.emplace_back(Save(kFull), Now());
     for (int round = 0; round < 6; ++round) {
         for (int i = below(12); i >= 0; --i)
             change();
         const std::string backup = Save(below(4) == 0 ? kDifferential : kIncremental);
         ASSERT_NE(backup, "") << fHouse.events.All();
-        states.emplace_back(backup, Keep());
+        states.emplace_back(backup, Now());
     }
-    for (const auto& [backup, copy] : states) {
+    for (const auto& [backup, tree] : states) {
         SCOPED_TRACE(backup);
-        ExpectRestores(backup, copy);
+        ExpectRestores(backup, tree);
         Names chain = fHouse.catalogues->Find(backup)->builtOn;
         chain.push_back(backup);
-        ExpectUnpacks(chain, copy);
+        ExpectUnpacks(chain, tree);
     }
 }
 

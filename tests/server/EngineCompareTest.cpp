@@ -2,9 +2,7 @@
 // item that asks for it, and by no other.
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <sys/xattr.h>
 #include <unistd.h>
 
@@ -14,7 +12,6 @@
 #include <functional>
 
 #include "core/protocol/Texts.h"
-#include "kit/support/UniqueFd.h"
 #include "tests/server/EngineHouse.h"
 
 namespace server {
@@ -36,17 +33,9 @@ protected:
     }
     JobOrder Order(const std::vector<std::string>& items,
                    const std::vector<std::string>& rules = {"INCLUDE /Source/*"}) const {
-        JobOrder order;
-        order.id = 100;
-        order.type = core::JobType::Compare;
-        order.title = "As it was?";
-        BMessage selection, compare;
-        for (const std::string& rule : rules)
-            selection.Add("SELECTION", rule.substr(0, 8) + "/" + fBackup + rule.substr(8));
         // Where it was redirected to does not matter.
-        selection.Add("source", "REDIREC /" + fBackup + "/Source/*");
-        selection.Add("redirect", fHouse.root);
-        order.description.Add("selection", selection);
+        JobOrder order = fHouse.ReadOrder(core::JobType::Compare, fBackup, fHouse.root, rules);
+        BMessage compare;
         if (items.empty()) return order;
         for (const std::string& item : items)
             compare.Add(item.c_str(), int32_t{1});
@@ -59,7 +48,6 @@ protected:
     // All items where none is named.
     JobEnd Compare(const std::vector<std::string>& items = {},
                    const std::vector<std::string>& rules = {"INCLUDE /Source/*"}) {
-        fHouse.events.lines.clear();
         return fHouse.Run(Order(items, rules));
     }
     std::vector<std::string> Errors() const { return fHouse.events.Texts(LineType::Error); }
@@ -97,12 +85,9 @@ TEST_F(EngineCompare, WhatWasSavedOrRestoredIsTheSame) {
     // Made anew, which nobody can hide; everything else is as it was.
     for (const auto& entry : fs::directory_iterator(fHouse.source))
         fs::remove_all(entry.path());
-    JobOrder restore = Order({});
-    restore.type = core::JobType::Restore;
-    BMessage settings;
-    settings.Add("createemptydirs", int32_t{1});
-    restore.description.Add("restore", settings);
-    ASSERT_EQ(fHouse.Run(restore), JobEnd::Good) << fHouse.events.All();
+    ASSERT_EQ(fHouse.Run(fHouse.ReadOrder(core::JobType::Restore, fBackup, fHouse.source)),
+              JobEnd::Good)
+        << fHouse.events.All();
     EXPECT_EQ(Differences(before, DescribeTree(fHouse.source)), "");
     EXPECT_EQ(Compare({"compareall"}), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(fHouse.events.Has(LineType::Detail, text::kCreatedDiffers));
@@ -157,7 +142,7 @@ TEST_F(EngineCompare, EachItemTellsItsOwnDifferenceAndNoOther) {
          "/Source/file: creation date different (backup: <= 2",
          [&] {
              fs::rename(file, fHouse.root + "/moved");
-             EXPECT_EQ(EngineHouse::Shell("cp -a " + fHouse.root + "/moved " + file), "");
+             EXPECT_EQ(Shell("cp -a " + fHouse.root + "/moved " + file), "");
          }},
     };
     const auto newLink = [&] {
@@ -231,11 +216,8 @@ TEST_F(EngineCompare, MissingNewAndOtherThingsAreToldAndTheRestGoesOn) {
     WriteWhole(source + "/d/last", "/D/LAST");
     WriteWhole(source + "/c/new\xff", "new");
     fs::create_directories(source + "/c/new directory/with/more");
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    std::snprintf(address.sun_path, sizeof(address.sun_path), "%s/c/socket", source.c_str());
-    const kit::UniqueFd listening(::socket(AF_UNIX, SOCK_STREAM, 0));
-    ASSERT_EQ(::bind(listening.Get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)), 0);
+    const kit::UniqueFd socket = MakeSocket(source + "/c/socket");
+    ASSERT_TRUE(socket.IsOpen());
 
     EXPECT_EQ(Compare({"filedata"}), JobEnd::Errors);
     auto errors = Errors();
@@ -264,12 +246,7 @@ TEST_F(EngineCompare, MissingNewAndOtherThingsAreToldAndTheRestGoesOn) {
     EXPECT_EQ(Compare({"filedata"}, {"INCLUDE /Source/nothing"}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kNothingToCompare));
     // The backup as such is all that is in it.
-    JobOrder whole = Order({"size"}, {});
-    BMessage selection;
-    selection.Add("SELECTION", "INCLUDE /" + fBackup + "/*");
-    whole.description.Set("selection", selection);
-    fHouse.events.lines.clear();
-    EXPECT_EQ(fHouse.Run(whole), JobEnd::Errors);
+    EXPECT_EQ(Compare({"size"}, {"INCLUDE /*"}), JobEnd::Errors);
     EXPECT_EQ(Errors().size(), 6u) << fHouse.events.All();
 }
 
@@ -298,7 +275,7 @@ TEST_F(EngineCompare, HolesAndFurtherNamesAreComparedForWhatTheyHold) {
     // A copy in place of a name is as good, until it holds something else.
     Change(fHouse.source, [&] {
         fs::remove(fHouse.source + "/three");
-        EXPECT_EQ(EngineHouse::Shell("cd " + fHouse.source + " && cp -p one three"), "");
+        EXPECT_EQ(Shell("cd " + fHouse.source + " && cp -p one three"), "");
     });
     EXPECT_EQ(Compare({"filedata"}, {"INCLUDE /Source/*", "EXCLUDE /Source/sparse"}), JobEnd::Good)
         << fHouse.events.All();
@@ -320,11 +297,7 @@ TEST_F(EngineCompare, DamageIsToldAndFactsNeedNoData) {
     fHouse.packer = "KTZstd";
     Save();
     const std::string medium = fHouse.target + "/" + fBackup + "/0001.tar.zst";
-    {
-        std::fstream out(medium, std::ios::in | std::ios::out | std::ios::binary);
-        out.seekp(9'000'000);
-        out.put('!');
-    }
+    Damage(medium, 9'000'000);
     EXPECT_EQ(Compare({"filedata"}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kBackupDataUnreadable) ||
                 fHouse.events.Has(LineType::Error, text::kBackupFileHeaderUnreadable))
@@ -363,14 +336,8 @@ TEST_F(EngineCompare, BackupThatBuildsOnAnotherIsComparedAsAWhole) {
     Save();
     WriteWhole(fHouse.source + "/b", std::string(2000, 'B'));
     fs::remove(fHouse.source + "/c");
-    JobOrder next = fHouse.Order();
-    next.type = core::JobType::Incremental;
-    next.description.Remove("selection");
-    next.description.Add("base_id", int32_t{1});
-    ASSERT_EQ(fHouse.Run(next), JobEnd::Good) << fHouse.events.All();
-    const std::string first = fBackup;
-    fBackup = fHouse.catalogues->FindByJob(next.id)->name;
-    ASSERT_NE(fBackup, first);
+    const std::string first = std::exchange(fBackup, fHouse.Save(core::JobType::Incremental));
+    ASSERT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Compare(), JobEnd::Good) << fHouse.events.All();
     fBackup = first;
     EXPECT_EQ(Compare({"filedata"}), JobEnd::Errors);

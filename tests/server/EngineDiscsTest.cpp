@@ -7,7 +7,6 @@
 #include <atomic>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 
 #include "core/protocol/Texts.h"
 #include "server/archive/BackupWriter.h"
@@ -29,7 +28,6 @@ using core::JobType;
 using core::LineType;
 
 constexpr int64_t kHuge = int64_t{1} << 40;
-constexpr char kPassword[] = "open sesame 4711";
 
 class Drive : public FaultyVolume {
 public:
@@ -107,89 +105,37 @@ protected:
     }
     archive::Manifest ManifestOf(const std::string& name) const {
         for (int disc = 1; disc <= fDiscs; ++disc) {
-            std::ifstream in(Disc(disc) + "/" + name + "/backup.json", std::ios::binary);
-            const std::string json{std::istreambuf_iterator<char>(in), {}};
-            auto manifest =
-                archive::ReadManifest({reinterpret_cast<const uint8_t*>(json.data()), json.size()});
-            if (manifest) return *manifest;
+            const auto manifest = fHouse.ManifestOf("../disc" + std::to_string(disc) + "/" + name);
+            if (!manifest.name.empty()) return manifest;
         }
         return {};
     }
     int DiscsOf(const std::string& name) const { return ManifestOf(name).discs; }
 
-    JobEnd Save(JobType type = JobType::Full, bool isProtected = false) {
-        JobOrder order = fHouse.Order();
-        order.type = type;
-        if (type != JobType::Full) {
-            order.description.Remove("selection");
-            order.description.Add("base_id", int32_t{1});
-        }
-        if (isProtected) {
-            auto made = archive::MakeProtection(archive::Secret(kPassword), 10);
-            BMessage start;
-            start.Add("passonoff", int32_t{1});
-            order.description.Add("start_info", start);
-            description::SetProtection(order.description, *made);
-            auto identity = archive::OpenKeyFile(made->keyFile, archive::Secret(kPassword));
-            fIdentity = std::make_shared<archive::AgeIdentity>(std::move(*identity));
-        }
-        fHouse.events.lines.clear();
+    JobEnd Save(JobType type = JobType::Full) {
+        const JobOrder order = type == JobType::Full ? fHouse.Order() : fHouse.NextOrder(type);
         const JobEnd end = fHouse.RunTo(*fDrive, order);
         const auto known = fHouse.catalogues->FindByJob(order.id);
         fBackup = known ? known->name : "";
         return end;
     }
     JobEnd Read(JobType type) {
-        JobOrder order;
-        order.id = 1000;
-        order.type = type;
-        BMessage selection, settings;
-        selection.Add("SELECTION", "INCLUDE /" + fBackup + "/Source/*");
-        if (type == JobType::Restore) {
-            selection.Add("source", "REDIREC /" + fBackup + "/Source/*");
-            selection.Add("redirect", fTo);
-        }
-        settings.Add("createemptydirs", int32_t{1});
-        settings.Add("divert", int32_t{1});
-        order.description.Add("selection", selection);
-        order.description.Add("restore", settings);
-        if (fIdentity) order.keys[fBackup] = fIdentity;
-        fHouse.events.lines.clear();
         asked.clear();
-        return fHouse.Run(order);
+        return fHouse.Run(
+            fHouse.ReadOrder(type, fBackup, type == JobType::Restore ? fTo : std::string()));
     }
     JobEnd Insert(const std::string& folder) {
-        JobOrder order;
-        order.id = 2000;
-        order.type = JobType::Insert;
-        order.description.Add("addon", "KTImage");
-        order.description.Add("volume", fHouse.volume);
-        order.description.Add("ID", folder);
-        order.number = [](int32_t wanted) { return std::max(wanted, 1); };
-        fHouse.events.lines.clear();
         asked.clear();
-        return fHouse.Run(order);
+        return fHouse.Run(fHouse.InsertOrder({folder}));
     }
-    BackupInfo Known() const { return fHouse.catalogues->Find(fBackup).value_or(BackupInfo()); }
+    BackupInfo Known() const { return fHouse.Known(fBackup); }
     // What the instructions say: all discs copied into one folder.
-    std::string ByHand(bool isProtected = false) {
+    std::string ByHand() {
         const std::string all = fHouse.target + "/" + fBackup;
         fs::create_directories(all);
         for (int disc = 1; disc <= fDiscs; ++disc)
-            EngineHouse::Shell("cp " + Disc(disc) + "/" + fBackup + "*/* " + all);
-        if (!isProtected) return fHouse.Unpack(fBackup);
-        const std::string into = all + "/opened";
-        fs::create_directory(into);
-        const std::string key = fHouse.root + "/key.txt";
-        const archive::Secret text = fIdentity->Text();
-        WriteWhole(key, text.Text());
-        const std::string said = EngineHouse::Shell(
-            "cd " + all +
-            " && sha256sum --quiet -c SHA256SUMS && for file in $(ls -v *.tar*.age);" +
-            " do age -d -i " + key + " $file || exit 1; done | " + fHouse.Unpacker() +
-            " | tar -xpf - --acls --xattrs --xattrs-include='*' --numeric-owner -C " + into);
-        EXPECT_EQ(said, "");
-        return into;
+            Shell("cp " + Disc(disc) + "/" + fBackup + "*/* " + all);
+        return fHouse.Unpack(fBackup);
     }
     // Of all of this backup, on any disc.
     std::string Left() const {
@@ -215,13 +161,19 @@ protected:
         WriteWhole(fHouse.source + "/words", std::string(100'000, 'w'));
     }
 
+    // A backup on three or four discs.
+    void SaveOnDiscs() {
+        MakeSource();
+        fDrive->room = roomOfNext = 11'000'000;
+        ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    }
+
     int64_t fNow = 1'800'000'000;
     EngineHouse fHouse;
     const std::string fDriveAt;
     kit::Result<LoadedAddOn<KTVolume>> fImage;
     std::unique_ptr<Drive> fDrive;
     std::string fTo, fBackup;
-    std::shared_ptr<const archive::AgeIdentity> fIdentity;
     int fIn = 0, fDiscs = 0;
     int64_t roomOfNext = kHuge;
     std::function<void()> onFull;
@@ -230,9 +182,7 @@ protected:
 };
 
 TEST_F(EngineDiscs, ABackupGoesOnAndIsReadDiscByDisc) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    SaveOnDiscs();
     const int discs = DiscsOf(fBackup);
     EXPECT_EQ(discs, fDiscs);
     EXPECT_GE(discs, 3);
@@ -241,8 +191,7 @@ TEST_F(EngineDiscs, ABackupGoesOnAndIsReadDiscByDisc) {
         EXPECT_TRUE(fs::exists(Disc(disc) + "/" +
                                (disc < discs ? archive::PartFolder(fBackup, disc) : fBackup)));
     }
-    const std::string unpacked = ByHand();
-    EXPECT_EQ(TreeDifferences(fHouse.source, unpacked + "/Source"), "");
+    EXPECT_EQ(TreeDifferences(fHouse.source, ByHand() + "/Source"), "");
 
     // Each is asked for once, in order; the last one, in the drive at first, too.
     const auto expectAskedInOrder = [&] {
@@ -264,8 +213,7 @@ TEST_F(EngineDiscs, ABackupGoesOnAndIsReadDiscByDisc) {
 
     // Damage is found on the disc where it is.
     const std::string first = Disc(1) + "/" + archive::PartFolder(fBackup, 1) + "/0001.tar.zst";
-    std::fstream(first, std::ios::in | std::ios::out | std::ios::binary).seekp(5'000'000)
-        << "damage";
+    Damage(first, 5'000'000);
     EXPECT_EQ(Read(JobType::Verify), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "the checksum of '0001.tar.zst' is wrong"));
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "from backup!")) << fHouse.events.All();
@@ -276,9 +224,10 @@ TEST_F(EngineDiscs, FullAtAnyByteGoesOn) {
     WriteWhole(fHouse.source + "/noise", NoiseBytes(6'000'000));
     WriteWhole(fHouse.source + "/words", std::string(100'000, 'w'));
     for (const bool isProtected : {false, true}) {
+        if (isProtected) fHouse.Protect("open sesame 4711");
         fDrive->room = kHuge;
         NextDisc();
-        ASSERT_EQ(Save(JobType::Full, isProtected), JobEnd::Good) << fHouse.events.All();
+        ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
         const int64_t all = kHuge - fDrive->room;
         std::vector<int64_t> rooms = {0, 1, 10'000, 4'200'000};
         for (int64_t room = all - 3000; room < all; room += 431)
@@ -287,17 +236,16 @@ TEST_F(EngineDiscs, FullAtAnyByteGoesOn) {
             NextDisc();
             const int first = fDiscs;
             fDrive->room = room;
-            ASSERT_EQ(Save(JobType::Full, isProtected), JobEnd::Good)
-                << room << fHouse.events.All();
+            ASSERT_EQ(Save(), JobEnd::Good) << room << fHouse.events.All();
             // Times make catalogues and manifests of different backups pack differently.
             EXPECT_TRUE(fDiscs == first + 1 || room > all - 300) << room;
             EXPECT_TRUE(fHouse.events.Texts(LineType::Error).empty()) << room;
             if (HasFailure()) return;
-            const std::string unpacked = ByHand(isProtected);
+            const std::string unpacked = ByHand();
             ASSERT_EQ(TreeDifferences(fHouse.source, unpacked + "/Source"), "") << room;
-            EngineHouse::Shell("rm -r " + unpacked + " " + fHouse.target + "/*");
+            Shell("rm -r " + unpacked + " " + fHouse.target + "/*");
             for (int disc = first; disc < fDiscs; ++disc)
-                EngineHouse::Shell("rm -r " + Disc(disc) + "/*");
+                Shell("rm -r " + Disc(disc) + "/*");
         }
     }
 }
@@ -357,6 +305,7 @@ TEST_F(EngineDiscs, GivingUpTellsWhatIsLeftOnOtherDiscs) {
             fHouse.control.aborted = true;
     };
     EXPECT_EQ(Save(), JobEnd::Aborted);
+    EXPECT_FALSE(fHouse.events.Has(LineType::Error, text::kDestinationFull));
     // The second disc is in the drive and is cleaned.
     EXPECT_EQ(Left().rfind("disc1/", 0), 0u);
     EXPECT_EQ(Left().find("disc2/"), std::string::npos);
@@ -398,9 +347,7 @@ TEST_F(EngineDiscs, WhatIsNotInTheDriveIsWaitedFor) {
 }
 
 TEST_F(EngineDiscs, AChainIsReadDiscByDisc) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    SaveOnDiscs();
     NextDisc();
     fDrive->room = roomOfNext = kHuge;
     // Old and new stand side by side in the tree.
@@ -420,14 +367,12 @@ TEST_F(EngineDiscs, AChainIsReadDiscByDisc) {
 // --- brought back into the catalogue ------------------------------------------------------------
 
 TEST_F(EngineDiscs, TheLastDiscBringsABackupBack) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    SaveOnDiscs();
     const int discs = DiscsOf(fBackup);
     const std::string last = Disc(discs) + "/" + fBackup;
     const auto tree = DescribeTree(fHouse.source);
     const auto expectRestores = [&](size_t asks) {
-        EngineHouse::Shell("rm -r " + fTo + "/*");
+        Shell("rm -r " + fTo + "/*");
         EXPECT_EQ(Read(JobType::Restore), JobEnd::Good) << fHouse.events.All();
         EXPECT_EQ(Differences(tree, DescribeTree(fTo)), "");
         EXPECT_EQ(asked.size(), asks) << fHouse.events.All();
@@ -475,9 +420,7 @@ TEST_F(EngineDiscs, TheLastDiscBringsABackupBack) {
 }
 
 TEST_F(EngineDiscs, DiscsInOneFolderAreOne) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(), JobEnd::Good) << fHouse.events.All();
+    SaveOnDiscs();
     ASSERT_GT(DiscsOf(fBackup), 2);
     fHouse.Forget(fBackup);
     EXPECT_NE(ByHand(), "");
@@ -492,14 +435,13 @@ TEST_F(EngineDiscs, DiscsInOneFolderAreOne) {
 }
 
 TEST_F(EngineDiscs, APasswordAsksForNoDisc) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(JobType::Full, true), JobEnd::Good) << fHouse.events.All();
+    fHouse.Protect("open sesame 4711");
+    SaveOnDiscs();
     const int discs = DiscsOf(fBackup);
     const auto open = [&] {
-        fHouse.events.lines.clear();
+        fHouse.events.Clear();
         asked.clear();
-        return OpenLockedBackup(fBackup, fIdentity, fHouse.config, *fHouse.catalogues,
+        return OpenLockedBackup(fBackup, fHouse.identity, fHouse.config, *fHouse.catalogues,
                                 fHouse.events, fHouse.control);
     };
     fHouse.Forget(fBackup);
@@ -548,19 +490,15 @@ TEST_F(EngineDiscs, OldBackupsGoFirstOnlyWhereThereIsNoRoomAndItIsWanted) {
     fDrive->room = 100'000;
     WriteWhole(fHouse.source + "/more", NoiseBytes(5'000'000, 2));
     const std::string base = fBackup;
-    JobOrder order = fHouse.Order();
-    order.type = JobType::Incremental;
-    order.description.Add("base_id", fHouse.catalogues->Find(base)->jobId);
-    EXPECT_EQ(fHouse.RunTo(*fDrive, order), JobEnd::Errors);
+    EXPECT_EQ(fHouse.RunTo(*fDrive, fHouse.NextOrder(JobType::Incremental, Known().jobId)),
+              JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Heading, "stays: this one builds on it."));
     EXPECT_EQ(Left(), "disc1/" + base + " ");
     EXPECT_TRUE(fHouse.catalogues->Find(base));
 }
 
 TEST_F(EngineDiscs, DiscsWithOldBackupsAreOverwritten) {
-    MakeSource();
-    fDrive->room = roomOfNext = 11'000'000;
-    ASSERT_EQ(Save(), JobEnd::Good);
+    SaveOnDiscs();
     const std::string old = fBackup;
     const int before = fDiscs;
     // The same discs again.
@@ -582,8 +520,7 @@ TEST_F(EngineDiscs, DiscsWithOldBackupsAreOverwritten) {
     EXPECT_EQ(gone, before);
     EXPECT_EQ(Left().find(old), std::string::npos) << Left();
     EXPECT_FALSE(fHouse.catalogues->Find(old));
-    const std::string unpacked = ByHand();
-    EXPECT_EQ(TreeDifferences(fHouse.source, unpacked + "/Source"), "");
+    EXPECT_EQ(TreeDifferences(fHouse.source, ByHand() + "/Source"), "");
 }
 
 }  // namespace

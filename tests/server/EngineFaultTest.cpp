@@ -31,11 +31,15 @@ protected:
         EXPECT_EQ(fHouse.catalogues->List("/", {})->what, core::code::kNone);
         EXPECT_TRUE(fs::is_empty(fHouse.root + "/catalogues"));
     }
+    // The only backup there is.
+    void RemoveOnly() {
+        const std::string name = fHouse.Folders().at(0);
+        fHouse.Forget(name);
+        ASSERT_TRUE((*fImage)->RemoveBackup(name));
+    }
     // The file's content in the backup that was made last.
     std::string Saved(const std::string& name) {
-        const std::string restored = fHouse.Unpack(fHouse.Folders().back());
-        std::ifstream in(restored + "/Source/" + name, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
+        return ReadWhole(fHouse.Unpack(fHouse.Folders().back()) + "/Source/" + name);
     }
 
     EngineHouse fHouse;
@@ -50,8 +54,7 @@ TEST_F(EngineFault, FullAtAnyByteLeavesNothing) {
     volume.room = int64_t{1} << 40;
     ASSERT_EQ(fHouse.RunTo(volume, fHouse.Order()), JobEnd::Good) << fHouse.events.All();
     const int64_t all = (int64_t{1} << 40) - volume.room;
-    fHouse.Forget(fHouse.Folders()[0]);
-    ASSERT_TRUE((*fImage)->RemoveBackup(fHouse.Folders()[0]));
+    RemoveOnly();
 
     std::vector<int64_t> rooms = {0, 1, 511, 4'000'000, 4'194'304, 8'500'000};
     // Through the end of the data, the catalogue, the manifest and the sums byte by byte.
@@ -60,7 +63,6 @@ TEST_F(EngineFault, FullAtAnyByteLeavesNothing) {
     }
     rooms.push_back(all - 1);
     for (int64_t room : rooms) {
-        fHouse.events.lines.clear();
         volume.room = room;
         const JobEnd end = fHouse.RunTo(volume, fHouse.Order());
         // Times make catalogues and manifests of different backups pack differently.
@@ -85,7 +87,6 @@ TEST_F(EngineFault, EveryFailingCallLeavesNothing) {
           "Create:backup.json", "Finish:backup.json", "Root:README.txt", "Create:SHA256SUMS",
           "Write:SHA256SUMS", "Finish:SHA256SUMS", "Publish"}) {
         for (kit::ErrorKind kind : {kit::ErrorKind::Io, kit::ErrorKind::ReadOnly}) {
-            fHouse.events.lines.clear();
             FaultyVolume volume(**fImage);
             volume.failing = call;
             volume.kind = kind;
@@ -123,23 +124,9 @@ TEST_F(EngineFault, FullRemovableDestinationIsWaitedFor) {
     const auto folders = fHouse.Folders();
     ASSERT_EQ(folders.size(), 2u);
     EXPECT_EQ(folders[1], folders[0] + ".disc1");
-    EngineHouse::Shell("mv " + fHouse.target + "/" + folders[1] + "/* " + fHouse.target + "/" +
-                       folders[0]);
+    Shell("mv " + fHouse.target + "/" + folders[1] + "/* " + fHouse.target + "/" + folders[0]);
     const std::string restored = fHouse.Unpack(folders[0]);
     EXPECT_EQ(TreeDifferences(fHouse.source, restored + "/Source"), "");
-}
-
-TEST_F(EngineFault, WaitingForRoomCanBeAborted) {
-    WriteWhole(fHouse.source + "/noise", NoiseBytes(9'000'000));
-    FaultyVolume volume(**fImage);
-    volume.removable = true;
-    volume.room = 5'000'000;
-    fHouse.events.onLine = [&](const Recorder::Said& said) {
-        if (said.textId == core::text::kMediumFull) fHouse.control.aborted = true;
-    };
-    EXPECT_EQ(fHouse.RunTo(volume, fHouse.Order()), JobEnd::Aborted);
-    EXPECT_FALSE(fHouse.events.Has(LineType::Error, core::text::kDestinationFull));
-    ExpectNothingLeft();
 }
 
 TEST_F(EngineFault, AbortAtAnyPointLeavesNothingAndIsQuick) {
@@ -150,13 +137,10 @@ TEST_F(EngineFault, AbortAtAnyPointLeavesNothingAndIsQuick) {
     ASSERT_EQ(fHouse.Run(), JobEnd::Good);
     const int64_t asked = fHouse.control.asked;
     EXPECT_GT(asked, 100);
-    const std::string good = fHouse.Folders().at(0);
-    fHouse.Forget(good);
-    ASSERT_TRUE((*fImage)->RemoveBackup(good));
+    RemoveOnly();
     // The engine is stopped where it asks whether it may go on: at the first, in files, at the
     // last.
     for (int64_t at : {int64_t{1}, int64_t{2}, asked / 4, asked / 2, asked * 3 / 4, asked - 1}) {
-        fHouse.events.lines.clear();
         fHouse.control.asked = 0;
         std::chrono::steady_clock::time_point since;
         fHouse.control.onAsked = [&] {
@@ -171,8 +155,7 @@ TEST_F(EngineFault, AbortAtAnyPointLeavesNothingAndIsQuick) {
         // The two walks ask in turns, so near the end it may be over before.
         if (end == JobEnd::Good) {
             EXPECT_GT(at, asked / 2);
-            fHouse.Forget(fHouse.Folders().at(0));
-            ASSERT_TRUE((*fImage)->RemoveBackup(fHouse.Folders().at(0)));
+            RemoveOnly();
             continue;
         }
         EXPECT_EQ(end, JobEnd::Aborted) << at << fHouse.events.All();
@@ -192,7 +175,7 @@ TEST_F(EngineFault, UnreadableEntriesAreNamedAndTheRestIsSaved) {
     // Root may read everything: then somebody else has to try.
     const uid_t self = ::geteuid();
     if (self == 0) {
-        EngineHouse::Shell("chown -R 65534 " + fHouse.root);
+        Shell("chown -R 65534 " + fHouse.root);
         ASSERT_EQ(::seteuid(65534), 0);
     }
     const JobEnd end = fHouse.Run();

@@ -7,11 +7,15 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "addons/KTVolume.h"
+#include "server/archive/KeyFile.h"
+#include "server/archive/Manifest.h"
 #include "server/engine/JobEnvironment.h"
+#include "tests/server/Trees.h"
 
 namespace server {
 
@@ -30,6 +34,7 @@ public:
     bool HasText(core::LineType type, const std::string& part) const;
     std::vector<std::string> Texts(core::LineType type) const;
     std::string All() const;
+    void Clear();
 
     std::vector<Said> lines;
     std::vector<Progress> progress;
@@ -60,22 +65,46 @@ public:
 
     // A job that saves all of the source, or what `rules` say, to the destination.
     JobOrder Order(const std::vector<std::string>& rules = {"INCLUDE /Source/*"}) const;
+    // One that adds to the backups of that set.
+    JobOrder NextOrder(core::JobType type, int32_t set = 1) const;
+    // One that reads what was saved of the source, or what `rules` say; with `to` it goes there.
+    JobOrder ReadOrder(core::JobType type, const std::string& backup, const std::string& to = "",
+                       const std::vector<std::string>& rules = {"INCLUDE /Source/*"}) const;
+    // One that takes folders of the destination into the catalogues. Numbers that are taken become
+    // those from 5001 on.
+    JobOrder InsertOrder(const std::vector<std::string>& folders);
+    // Afterwards `events` tell of this run alone.
     core::JobEnd Run(const JobOrder& order);
     core::JobEnd Run() { return Run(Order()); }
     // The same with a stand-in for the destination.
     core::JobEnd RunTo(KTVolume& volume, const JobOrder& order);
+    // A backup of the source, by Run(): its name, "" when there is none. How it ended is in `end`.
+    std::string Save(core::JobType type = core::JobType::Full, int32_t set = 1);
+    // A whole backup brought back into a new folder: that folder. How it ended is in `end`.
+    std::string Restored(const std::string& backup);
+    // From here on backups are protected by the password, and are read with their key.
+    void Protect(std::string_view password);
 
     // Folders in the destination, by name.
     std::vector<std::string> Folders() const;
     // Out of the catalogues; its folder stays.
     void Forget(const std::string& folder);
-    // Unpacks a backup with stock tools; the folder into which it went, "" when that failed.
-    std::string Unpack(const std::string& folder);
+    void ForgetAll();
+    // What the catalogues know of it; nothing when they do not know it.
+    BackupInfo Known(const std::string& backup) const;
+    // What its "backup.json" says.
+    archive::Manifest ManifestOf(const std::string& folder) const;
+    // A new folder beside source and destination.
+    std::string NewFolder();
+    // Unpacks a backup with stock tools, after those that it is built on; the folder into which it
+    // went, "" when that failed.
+    std::string Unpack(const std::vector<std::string>& chain);
+    std::string Unpack(const std::string& folder) {
+        return Unpack(std::vector<std::string>{folder});
+    }
     // What `packer` puts behind ".tar", and the stock command that unpacks it.
     std::string Ending() const;
     std::string Unpacker() const;
-    // What a shell command prints, with "exit N" at the end when it failed.
-    static std::string Shell(const std::string& command);
 
     std::string root, source, target;
     EngineConfig config;
@@ -84,10 +113,13 @@ public:
     Control control;
     std::string packer = "KTZstd";
     BMessage volume;  // settings of the destination
+    core::JobEnd end = core::JobEnd::Good;
+    std::optional<archive::Protection> protection;
+    std::shared_ptr<const archive::AgeIdentity> identity;
 
 private:
-    int32_t fNextJob = 1;
-    int fUnpacked = 0;
+    int32_t fNextJob = 1, fLastNumber = 5000;
+    int fLastFolder = 0;
 };
 
 // Passes everything on to another destination, and fails where a test wants it to.
@@ -144,20 +176,5 @@ public:
 private:
     KTVolume& fVolume;
 };
-
-// Everything that can be known of a tree, by path: {"/dir/file", facts in words}. Independent of
-// the engine.
-std::map<std::string, std::string> DescribeTree(const std::string& root);
-// What differs, in words; empty: nothing.
-std::string Differences(const std::map<std::string, std::string>& left,
-                        const std::map<std::string, std::string>& right);
-inline std::string TreeDifferences(const std::string& left, const std::string& right) {
-    return Differences(DescribeTree(left), DescribeTree(right));
-}
-
-// A tree with one of everything that a backup must carry.
-void MakeNastyTree(const std::string& root);
-void WriteWhole(const std::string& path, std::string_view content);
-std::string NoiseBytes(size_t size, uint64_t seed = 4711);
 
 }  // namespace server

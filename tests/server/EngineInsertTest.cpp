@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <set>
 
 #include "core/protocol/Texts.h"
@@ -24,18 +23,6 @@ using core::JobEnd;
 using core::JobType;
 using core::LineType;
 
-std::string Content(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void Flip(const std::string& path, size_t at) {
-    std::string content = Content(path);
-    ASSERT_LT(at, content.size());
-    content[at] = static_cast<char>(content[at] ^ 0x55);
-    WriteWhole(path, content);
-}
-
 class EngineInsert : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
@@ -43,82 +30,34 @@ protected:
         fHouse.config.now = [this] { return fNow += 100; };
     }
 
-    // A backup of the source; its name, "" when there is none.
     std::string Save(JobType type = JobType::Full, int32_t set = 1) {
-        JobOrder order = fHouse.Order();
-        order.type = type;
-        if (type != JobType::Full) {
-            order.description.Remove("selection");
-            order.description.Add("base_id", set);
-        }
-        BMessage quick;  // what it takes is not what is tested
-        quick.Add("level", int32_t{1});
-        order.description.Set("bak_packer", quick);
-        if (fProtection) {
-            BMessage start;
-            start.Add("passonoff", int32_t{1});
-            order.description.Add("start_info", start);
-            description::SetProtection(order.description, *fProtection);
-        }
-        fHouse.events.lines.clear();
-        EXPECT_EQ(fHouse.Run(order), JobEnd::Good) << fHouse.events.All();
-        return fHouse.catalogues->FindByJob(order.id).value_or(BackupInfo()).name;
+        std::string name = fHouse.Save(type, set);
+        EXPECT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
+        return name;
     }
     JobEnd Insert(const std::vector<std::string>& folders) {
-        JobOrder order;
-        order.id = 2000;
-        order.type = JobType::Insert;
-        order.description.Add("addon", "KTImage");
-        order.description.Add("volume", fHouse.volume);
-        for (const std::string& folder : folders)
-            order.description.Add("ID", folder);
-        order.number = [this](int32_t wanted) { return wanted > 0 ? wanted : ++fLastNumber; };
-        fHouse.events.lines.clear();
-        return fHouse.Run(order);
+        return fHouse.Run(fHouse.InsertOrder(folders));
     }
-    JobEnd Read(JobType type, const std::string& backup, const std::string& to = "") {
-        JobOrder order;
-        order.id = 3000;
-        order.type = type;
-        BMessage selection, settings;
-        selection.Add("SELECTION", "INCLUDE /" + backup + "/Source/*");
-        if (!to.empty()) {
-            selection.Add("source", "REDIREC /" + backup + "/Source/*");
-            selection.Add("redirect", to);
-        }
-        settings.Add("createemptydirs", int32_t{1});
-        settings.Add("divert", int32_t{1});
-        order.description.Add("selection", selection);
-        order.description.Add("restore", settings);
-        if (fIdentity) order.keys[backup] = fIdentity;
-        fHouse.events.lines.clear();
-        return fHouse.Run(order);
+    JobEnd Read(JobType type, const std::string& backup) {
+        return fHouse.Run(fHouse.ReadOrder(type, backup));
     }
     // Where it was restored to.
-    std::string Restored(const std::string& backup, JobEnd end = JobEnd::Good) {
-        const std::string to = fHouse.root + "/restored" + std::to_string(fRestored++);
-        fs::create_directory(to);
-        EXPECT_EQ(Read(JobType::Restore, backup, to), end) << fHouse.events.All();
+    std::string Restored(const std::string& backup) {
+        std::string to = fHouse.Restored(backup);
+        EXPECT_EQ(fHouse.end, JobEnd::Good) << fHouse.events.All();
         return to;
     }
     void ExpectRestores(const std::string& backup, const std::map<std::string, std::string>& tree) {
         EXPECT_EQ(Differences(tree, DescribeTree(Restored(backup))), "");
         EXPECT_EQ(Read(JobType::Verify, backup), JobEnd::Good) << fHouse.events.All();
     }
-    // A machine that knows nothing.
-    void ForgetAll() {
-        for (const auto& backup : fHouse.catalogues->Backups())
-            fHouse.Forget(backup.name);
-    }
-    BackupInfo Known(const std::string& name) const {
-        return fHouse.catalogues->Find(name).value_or(BackupInfo());
-    }
+    BackupInfo Known(const std::string& name) const { return fHouse.Known(name); }
     std::string In(const std::string& backup, const std::string& file) const {
         return fHouse.target + "/" + backup + "/" + file;
     }
     std::string Medium(const std::string& backup, int number = 1) const {
         return In(backup, "000" + std::to_string(number) + ".tar" + fHouse.Ending() +
-                              (fProtection ? ".age" : ""));
+                              (fHouse.protection ? ".age" : ""));
     }
     // All rows of a catalogue that cannot be different however it came to be.
     std::string Tree(const std::string& backup) const {
@@ -137,12 +76,15 @@ protected:
     }
     bool IsQuick() const { return !fHouse.events.Has(LineType::Heading, text::kQuickIndexFailed); }
 
+    // So many files of a megabyte.
+    void MakeNoise(int count) const {
+        for (int i = 0; i < count; ++i)
+            WriteWhole(fHouse.source + "/noise" + std::to_string(100 + i),
+                       NoiseBytes(1'000'000, 7 + i));
+    }
+
     EngineHouse fHouse;
-    std::optional<archive::Protection> fProtection;
-    std::shared_ptr<const archive::AgeIdentity> fIdentity;
     int64_t fNow = 1'795'378'530;
-    int32_t fLastNumber = 5000;
-    int fRestored = 0;
 };
 
 TEST_P(EngineInsert, BringsBackWhatItWas) {
@@ -155,7 +97,7 @@ TEST_P(EngineInsert, BringsBackWhatItWas) {
     const std::string rows = Tree(backup);
     ASSERT_TRUE(fs::exists(Medium(backup, 2)));
 
-    ForgetAll();
+    fHouse.ForgetAll();
     EXPECT_EQ(Insert({backup}), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(IsQuick());
     EXPECT_TRUE(fHouse.events.Has(LineType::Totals, text::kInsertGood));
@@ -176,7 +118,7 @@ TEST_P(EngineInsert, BringsBackWhatItWas) {
     EXPECT_TRUE(fHouse.events.HasText(LineType::Heading, "left alone"));
 
     // The same from the media alone.
-    ForgetAll();
+    fHouse.ForgetAll();
     fs::remove(In(backup, "catalogue.db.zst"));
     EXPECT_EQ(Insert({backup}), JobEnd::Good) << fHouse.events.All();
     EXPECT_FALSE(IsQuick());
@@ -192,22 +134,20 @@ TEST_P(EngineInsert, BringsBackWhatItWas) {
 }
 
 TEST_P(EngineInsert, AFlippedByteCostsWhatItTouches) {
-    for (int i = 0; i < 16; ++i)
-        WriteWhole(fHouse.source + "/noise" + std::to_string(100 + i),
-                   NoiseBytes(1'000'000, 7 + i));
+    MakeNoise(16);
     const auto tree = DescribeTree(fHouse.source);
     const std::string backup = Save();
-    ForgetAll();
+    fHouse.ForgetAll();
 
     // In the catalogue: the media tell the same.
-    Flip(In(backup, "catalogue.db.zst"), fs::file_size(In(backup, "catalogue.db.zst")) / 2);
+    Damage(In(backup, "catalogue.db.zst"), fs::file_size(In(backup, "catalogue.db.zst")) / 2);
     EXPECT_EQ(Insert({backup}), JobEnd::Good) << fHouse.events.All();
     EXPECT_FALSE(IsQuick());
     EXPECT_EQ(Differences(tree, DescribeTree(Restored(backup))), "");
 
     // In a medium, too: some files are gone, and all the others are there.
-    ForgetAll();
-    Flip(Medium(backup), fs::file_size(Medium(backup)) / 2);
+    fHouse.ForgetAll();
+    Damage(Medium(backup), fs::file_size(Medium(backup)) / 2);
     EXPECT_EQ(Insert({backup}), JobEnd::Errors);
     if (fHouse.packer == std::string("KTNone")) {
         // Nothing but the sum can notice it; the frames are what they are now.
@@ -225,14 +165,12 @@ TEST_P(EngineInsert, AFlippedByteCostsWhatItTouches) {
 }
 
 TEST_P(EngineInsert, TheBeginningOfAMediumMayBeLost) {
-    for (int i = 0; i < 12; ++i)
-        WriteWhole(fHouse.source + "/noise" + std::to_string(100 + i),
-                   NoiseBytes(1'000'000, 7 + i));
+    MakeNoise(12);
     const std::string backup = Save();
-    ForgetAll();
+    fHouse.ForgetAll();
     fs::remove(In(backup, "catalogue.db.zst"));
     for (size_t at : {0, 1, 2, 3, 4, 5, 6, 7})
-        Flip(Medium(backup), at);
+        Damage(Medium(backup), at);
     EXPECT_EQ(Insert({backup}), JobEnd::Errors);
     EXPECT_GE(Known(backup).files, 7) << fHouse.events.All();
     Restored(backup);
@@ -241,13 +179,11 @@ TEST_P(EngineInsert, TheBeginningOfAMediumMayBeLost) {
 // What a crash leaves, at every step of the writing, and in the middle of a medium.
 TEST_P(EngineInsert, TakesWhatIsWholeOfOneThatWasCut) {
     MakeNastyTree(fHouse.source);
-    for (int i = 0; i < 9; ++i)
-        WriteWhole(fHouse.source + "/noise" + std::to_string(100 + i),
-                   NoiseBytes(1'000'000, 7 + i));
+    MakeNoise(9);
     const auto tree = DescribeTree(fHouse.source);
     const std::string backup = Save();
     const std::string partial = backup + ".partial";
-    ForgetAll();
+    fHouse.ForgetAll();
     fs::rename(fHouse.target + "/" + backup, fHouse.target + "/" + partial);
 
     const auto expectWhole = [&](bool isQuick) {
@@ -263,16 +199,16 @@ TEST_P(EngineInsert, TakesWhatIsWholeOfOneThatWasCut) {
         CatalogueStore again(fHouse.root + "/catalogues");
         ASSERT_TRUE(again.Open());
         EXPECT_EQ(again.Find(backup).value_or(BackupInfo()).folder, partial);
-        ForgetAll();
+        fHouse.ForgetAll();
     };
     expectWhole(true);
     fs::remove(In(partial, "SHA256SUMS"));
     expectWhole(true);
-    WriteWhole(In(partial, "backup.json"), Content(In(partial, "backup.json")).substr(0, 100));
+    WriteWhole(In(partial, "backup.json"), ReadWhole(In(partial, "backup.json")).substr(0, 100));
     expectWhole(true);
     fs::remove(In(partial, "backup.json"));
     expectWhole(true);
-    const std::string catalogue = Content(In(partial, "catalogue.db.zst"));
+    const std::string catalogue = ReadWhole(In(partial, "catalogue.db.zst"));
     WriteWhole(In(partial, "catalogue.db.zst"), catalogue.substr(0, catalogue.size() - 1));
     expectWhole(false);
     fs::remove(In(partial, "catalogue.db.zst"));
@@ -292,7 +228,7 @@ TEST_P(EngineInsert, TakesWhatIsWholeOfOneThatWasCut) {
             if (path.find("noise") == std::string::npos) continue;
             EXPECT_EQ(facts, tree.at(path)) << path;
         }
-        ForgetAll();
+        fHouse.ForgetAll();
     }
     fs::resize_file(Medium(partial), 0);
     EXPECT_EQ(Insert({partial}), JobEnd::Errors);
@@ -300,7 +236,14 @@ TEST_P(EngineInsert, TakesWhatIsWholeOfOneThatWasCut) {
     EXPECT_TRUE(fHouse.catalogues->Backups().empty());
 }
 
-TEST_P(EngineInsert, ChainsHoldTogether) {
+INSTANTIATE_TEST_SUITE_P(Packers, EngineInsert,
+                         testing::Values("KTNone", "KTZstd", "KTLz4", "KTXz"),
+                         [](const auto& packer) { return std::string(packer.param); });
+
+// What does not depend on the frames.
+class EngineInsertOnce : public EngineInsert {};
+
+TEST_P(EngineInsertOnce, ChainsHoldTogether) {
     MakeNastyTree(fHouse.source);
     WriteWhole(fHouse.source + "/first", "1");
     WriteWhole(fHouse.source + "/goes", "1");
@@ -323,7 +266,7 @@ TEST_P(EngineInsert, ChainsHoldTogether) {
     keep(Save(JobType::Differential));
 
     // Another set has the id meanwhile, and they come in another order.
-    ForgetAll();
+    fHouse.ForgetAll();
     EXPECT_EQ(Insert({backups[2]}), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(fHouse.events.HasText(LineType::Heading, "must be inserted, too"));
     EXPECT_EQ(Insert({backups[3], backups[0], backups[1]}), JobEnd::Good) << fHouse.events.All();
@@ -347,7 +290,7 @@ TEST_P(EngineInsert, ChainsHoldTogether) {
     const auto before = rows();
 
     // All of it from the media alone.
-    ForgetAll();
+    fHouse.ForgetAll();
     for (const std::string& backup : backups)
         fs::remove(In(backup, "catalogue.db.zst"));
     EXPECT_EQ(Insert({backups[1]}), JobEnd::Errors);
@@ -359,33 +302,23 @@ TEST_P(EngineInsert, ChainsHoldTogether) {
         EXPECT_EQ(Differences(trees[i], DescribeTree(Restored(backups[i]))), "") << i;
 
     // Without the list of what is gone that is still there, and told.
-    ForgetAll();
+    fHouse.ForgetAll();
     fs::remove(In(backups[1], "gone.list"));
     EXPECT_EQ(Insert({backups[0], backups[1]}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "not known what was deleted"));
     EXPECT_TRUE(DescribeTree(Restored(backups[1])).contains("/goes"));
 }
 
-INSTANTIATE_TEST_SUITE_P(Packers, EngineInsert,
-                         testing::Values("KTNone", "KTZstd", "KTLz4", "KTXz"),
-                         [](const auto& packer) { return std::string(packer.param); });
-
-class EngineInsertOnce : public EngineInsert {};
-
 TEST_P(EngineInsertOnce, KeepsTheIdWhereItIsFree) {
     WriteWhole(fHouse.source + "/file", "1");
     const std::string full = Save();
     WriteWhole(fHouse.source + "/file", "22");
     const std::string incremental = Save(JobType::Incremental);
-    ForgetAll();
+    fHouse.ForgetAll();
     // A backup of another set that has their ids.
-    for (const std::string& backup : {full, incremental}) {
-        const std::string json = Content(In(backup, "backup.json"));
-        ASSERT_NE(json.find("\"job_id\": "), std::string::npos);
-    }
     fs::copy(fHouse.target + "/" + full, fHouse.target + "/20200101T000000-00000001");
-    EngineHouse::Shell("cd " + fHouse.target + "/20200101T000000-00000001 && sed -i 's/" + full +
-                       "/20200101T000000-00000001/' backup.json && rm catalogue.db.zst");
+    Shell("cd " + fHouse.target + "/20200101T000000-00000001 && sed -i 's/" + full +
+          "/20200101T000000-00000001/' backup.json && rm catalogue.db.zst");
     EXPECT_EQ(Insert({"20200101T000000-00000001"}), JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Known("20200101T000000-00000001").jobId, 1);
     EXPECT_EQ(Insert({incremental}), JobEnd::Good) << fHouse.events.All();
@@ -399,8 +332,8 @@ TEST_P(EngineInsertOnce, BelievesNoManifestThatCannotBe) {
     WriteWhole(fHouse.source + "/file", "1");
     const auto tree = DescribeTree(fHouse.source);
     const std::string backup = Save();
-    const std::string json = Content(In(backup, "backup.json"));
-    ForgetAll();
+    const std::string json = ReadWhole(In(backup, "backup.json"));
+    fHouse.ForgetAll();
     const auto replaced = [&](const std::string& from, const std::string& to) {
         std::string other = json;
         other.replace(other.find(from), from.size(), to);
@@ -419,18 +352,18 @@ TEST_P(EngineInsertOnce, BelievesNoManifestThatCannotBe) {
         EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kBackupHeaderUnreadable))
             << fHouse.events.All();
         EXPECT_EQ(Differences(tree, DescribeTree(Restored(backup))), "");
-        ForgetAll();
+        fHouse.ForgetAll();
     }
     // A highest id would leave none for others.
     WriteWhole(In(backup, "backup.json"), replaced("\"job_id\": 1", "\"job_id\": 2147483647"));
     Insert({backup});
     EXPECT_EQ(Known(backup).jobId, 5001);
-    ForgetAll();
+    fHouse.ForgetAll();
     WriteWhole(In(backup, "backup.json"),
                replaced("\"title\": \"A test\"", "\"title\": \"A\\u0000b\\u001b[2J\\nc\""));
     Insert({backup});
     EXPECT_EQ(Known(backup).title, "A b [2J c");
-    ForgetAll();
+    fHouse.ForgetAll();
     WriteWhole(In(backup, "backup.json"), replaced("\"version\": 1", "\"version\": 2"));
     EXPECT_EQ(Insert({backup}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "later version")) << fHouse.events.All();
@@ -446,20 +379,18 @@ TEST_P(EngineInsertOnce, BelievesNoCatalogueThatCannotBe) {
     MakeNastyTree(fHouse.source);
     const auto tree = DescribeTree(fHouse.source);
     const std::string backup = Save();
-    ForgetAll();
+    fHouse.ForgetAll();
     const std::string folder = fHouse.target + "/" + backup;
-    ASSERT_EQ(EngineHouse::Shell("cd " + folder + " && zstd -dqc catalogue.db.zst > ../plain.db"),
-              "");
+    ASSERT_EQ(Shell("cd " + folder + " && zstd -dqc catalogue.db.zst > ../plain.db"), "");
     const auto with = [&](const std::string& sql) {
-        EXPECT_EQ(EngineHouse::Shell("cd " + fHouse.target +
-                                     " && cp plain.db bad.db && sqlite3 "
-                                     "bad.db \"" +
-                                     sql + "\" && zstd -qfc bad.db > " + folder +
-                                     "/catalogue.db.zst && cd " + folder +
-                                     " && sha256sum $(ls | grep -v SHA256SUMS) > SHA256SUMS"),
+        EXPECT_EQ(Shell("cd " + fHouse.target +
+                        " && cp plain.db bad.db && sqlite3 "
+                        "bad.db \"" +
+                        sql + "\" && zstd -qfc bad.db > " + folder + "/catalogue.db.zst && cd " +
+                        folder + " && sha256sum $(ls | grep -v SHA256SUMS) > SHA256SUMS"),
                   "");
     };
-    if (EngineHouse::Shell("sqlite3 -version").find("exit") != std::string::npos)
+    if (Shell("sqlite3 -version").find("exit") != std::string::npos)
         GTEST_SKIP() << "no sqlite3 on this machine";
     const char* loop =
         "WITH RECURSIVE r(x) AS (SELECT 1 UNION ALL SELECT x FROM r) SELECT x AS version FROM r "
@@ -498,33 +429,27 @@ TEST_P(EngineInsertOnce, BelievesNoCatalogueThatCannotBe) {
         EXPECT_EQ(Insert({backup}), JobEnd::Good) << fHouse.events.All();
         EXPECT_FALSE(IsQuick());
         EXPECT_EQ(Known(backup).name, backup);
-        ForgetAll();
+        fHouse.ForgetAll();
     }
     // Far more than any catalogue has.
-    ASSERT_EQ(EngineHouse::Shell("cd " + folder +
-                                 " && (zstd -dqc catalogue.db.zst; head -c 300000000 /dev/zero) | "
-                                 "zstd -qfc > x && mv x catalogue.db.zst && sha256sum $(ls | grep "
-                                 "-v SHA256SUMS) > SHA256SUMS"),
+    ASSERT_EQ(Shell("cd " + folder +
+                    " && (zstd -dqc catalogue.db.zst; head -c 300000000 /dev/zero) | "
+                    "zstd -qfc > x && mv x catalogue.db.zst && sha256sum $(ls | grep "
+                    "-v SHA256SUMS) > SHA256SUMS"),
               "");
     EXPECT_EQ(Insert({backup}), JobEnd::Good);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Detail, "more than a catalogue"))
         << fHouse.events.All();
-    ForgetAll();
+    fHouse.ForgetAll();
     with("PRAGMA user_version = 0");
     EXPECT_EQ(Insert({backup}), JobEnd::Good);
     EXPECT_TRUE(IsQuick()) << fHouse.events.All();
     ExpectRestores(backup, tree);
-    EXPECT_EQ(EngineHouse::Shell("ls " + fHouse.root + "/catalogues"), backup + ".db\n");
+    EXPECT_EQ(Shell("ls " + fHouse.root + "/catalogues"), backup + ".db\n");
 }
 
 TEST_P(EngineInsertOnce, AProtectedOneIsListedAndOpensWithItsKey) {
-    auto made = archive::MakeProtection(archive::Secret(std::string_view("sesame")), 10);
-    ASSERT_TRUE(made);
-    fProtection = *made;
-    auto identity =
-        archive::OpenKeyFile(fProtection->keyFile, archive::Secret(std::string_view("sesame")));
-    ASSERT_TRUE(identity);
-    fIdentity = std::make_shared<archive::AgeIdentity>(std::move(*identity));
+    fHouse.Protect("sesame");
     MakeNastyTree(fHouse.source);
     WriteWhole(fHouse.source + "/noise", NoiseBytes(9'000'000));
     const auto first = DescribeTree(fHouse.source);
@@ -538,21 +463,22 @@ TEST_P(EngineInsertOnce, AProtectedOneIsListedAndOpensWithItsKey) {
         return list && list->Get<int32_t>("locked", 0) == 1 && list->Count("name") == 0;
     };
     const auto open = [&](const std::string& name) {
-        fHouse.events.lines.clear();
-        return OpenLockedBackup(name, fIdentity, fHouse.config, *fHouse.catalogues, fHouse.events,
-                                fHouse.control);
+        fHouse.events.Clear();
+        return OpenLockedBackup(name, fHouse.identity, fHouse.config, *fHouse.catalogues,
+                                fHouse.events, fHouse.control);
     };
     for (const bool isQuick : {true, false}) {
         SCOPED_TRACE(isQuick);
-        ForgetAll();
+        fHouse.ForgetAll();
         if (!isQuick) {
             fs::remove(In(full, "catalogue.db.zst.age"));
-            Flip(In(incremental, "catalogue.db.zst.age"), 400);
+            Damage(In(incremental, "catalogue.db.zst.age"), 400);
         }
         EXPECT_EQ(Insert({full, incremental}), JobEnd::Good) << fHouse.events.All();
         EXPECT_TRUE(isLocked(full));
         EXPECT_TRUE(isLocked(incremental));
-        EXPECT_EQ(Read(JobType::Restore, full, fHouse.root), JobEnd::Errors);
+        fHouse.Restored(full);
+        EXPECT_EQ(fHouse.end, JobEnd::Errors);
         {
             CatalogueStore again(fHouse.root + "/catalogues");
             ASSERT_TRUE(again.Open());
@@ -563,25 +489,21 @@ TEST_P(EngineInsertOnce, AProtectedOneIsListedAndOpensWithItsKey) {
         EXPECT_TRUE(isLocked(incremental));
         EXPECT_TRUE(open(incremental)) << fHouse.events.All();
         EXPECT_FALSE(isLocked(full));
-        EXPECT_EQ(Known(full).protection.recipient, fProtection->recipient);
+        EXPECT_EQ(Known(full).protection.recipient, fHouse.protection->recipient);
         EXPECT_EQ(Differences(first, DescribeTree(Restored(full))), "");
         EXPECT_EQ(Differences(second, DescribeTree(Restored(incremental))), "");
     }
     // Where its catalogue was lost nobody knows what it was to save, and that is said at once.
-    ForgetAll();
+    fHouse.ForgetAll();
     EXPECT_EQ(Insert({full}), JobEnd::Good);
     EXPECT_TRUE(open(full));
     EXPECT_TRUE(fHouse.events.HasText(LineType::Heading, "Nothing can be built on"));
-    JobOrder order = fHouse.Order();
-    order.type = JobType::Incremental;
-    order.description.Remove("selection");
-    order.description.Add("base_id", Known(full).jobId);
-    fHouse.events.lines.clear();
-    EXPECT_EQ(fHouse.Run(order), JobEnd::Errors);
+    fHouse.Save(JobType::Incremental, Known(full).jobId);
+    EXPECT_EQ(fHouse.end, JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "nothing can be built on"))
         << fHouse.events.All();
     // Without its key it is nobody's any more.
-    ForgetAll();
+    fHouse.ForgetAll();
     fs::remove(In(full, "key.age"));
     EXPECT_EQ(Insert({full}), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "its key is missing"));

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 
 #include "core/protocol/Texts.h"
 #include "server/sqlite/Database.h"
@@ -21,53 +20,34 @@ namespace text = core::text;
 using core::JobEnd;
 using core::LineType;
 
-std::string Content(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 class EngineRestore : public testing::Test {
 protected:
-    void SetUp() override {
-        fTo = fHouse.root + "/restored";
-        fs::create_directory(fTo);
-    }
-    // Saves the source; the name of the backup.
-    std::string Save() {
-        EXPECT_NE(fHouse.Run(), JobEnd::Abnormal) << fHouse.events.All();
-        const auto folders = fHouse.Folders();
-        EXPECT_FALSE(folders.empty());
-        fBackup = folders.empty() ? "" : folders.back();
-        return fBackup;
+    void Save() {
+        fBackup = fHouse.Save();
+        ASSERT_NE(fBackup, "") << fHouse.events.All();
     }
     struct Redirection {
         std::string source, target;
     };
     JobOrder Order(const std::vector<std::string>& rules,
                    const std::vector<Redirection>& redirections = {}) {
-        JobOrder order;
-        order.id = 100;
-        order.type = core::JobType::Restore;
-        order.title = "Back again";
-        BMessage selection, settings;
-        for (const std::string& rule : rules)
-            selection.Add("SELECTION", rule.substr(0, 8) + "/" + fBackup + rule.substr(8));
+        JobOrder order = fHouse.ReadOrder(core::JobType::Restore, fBackup, "", rules);
+        BMessage selection = order.description.Get("selection", BMessage());
+        BMessage settings = order.description.Get("restore", BMessage());
         for (const auto& [source, target] : redirections) {
             const bool clear = target.empty();
             selection.Add("source", (clear ? "CLEAR   /" : "REDIREC /") + fBackup + source);
             selection.Add("redirect", clear ? " " : target);
         }
-        settings.Add("createemptydirs", int32_t{createEmpty});
-        settings.Add("createroot", int32_t{createRoot});
-        settings.Add("overwrite", int32_t{overwrite});
-        settings.Add("divert", int32_t{1});
-        order.description.Add("selection", selection);
-        order.description.Add("restore", settings);
+        settings.Set("createemptydirs", int32_t{createEmpty});
+        settings.Set("createroot", int32_t{createRoot});
+        settings.Set("overwrite", int32_t{overwrite});
+        order.description.Set("selection", selection);
+        order.description.Set("restore", settings);
         return order;
     }
     JobEnd Restore(const std::vector<std::string>& rules,
                    const std::vector<Redirection>& redirections = {}) {
-        fHouse.events.lines.clear();
         return fHouse.Run(Order(rules, redirections));
     }
     // The catalogue of the backup, to be lied in.
@@ -79,8 +59,12 @@ protected:
     }
     std::string Medium() const { return fHouse.target + "/" + fBackup + "/0001.tar.zst"; }
 
+    // The whole source, to fTo.
+    JobEnd RestoreAll() { return Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}); }
+
     EngineHouse fHouse;
-    std::string fTo, fBackup;
+    const std::string fTo = fHouse.NewFolder();
+    std::string fBackup;
     int overwrite = 0, createEmpty = 1, createRoot = 0;
 };
 
@@ -88,8 +72,7 @@ TEST_F(EngineRestore, TreeWithEverythingComesBackElsewhereAndToItsOwnPlace) {
     MakeNastyTree(fHouse.source);
     const auto before = DescribeTree(fHouse.source);
     Save();
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Good)
-        << fHouse.events.All();
+    EXPECT_EQ(RestoreAll(), JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Differences(before, DescribeTree(fTo)), "");
     EXPECT_TRUE(fHouse.events.Has(LineType::Totals, text::kRestoreGood));
     const Progress& last = fHouse.events.progress.back();
@@ -103,11 +86,17 @@ TEST_F(EngineRestore, TreeWithEverythingComesBackElsewhereAndToItsOwnPlace) {
 }
 
 TEST_F(EngineRestore, PathsBeyondWhatOneSystemCallTakes) {
-    const std::string name(200, 'd');
+    // 120 levels of 100 bytes: deeper than the levels that stay open, longer than 4096 bytes. On
+    // the way down there is a file before and a directory behind, so that the walk has to come back
+    // everywhere.
+    const std::string name(100, 'd');
     int at = ::open(fHouse.source.c_str(), O_RDONLY | O_DIRECTORY);
-    for (int level = 0; level < 60; ++level) {
+    for (int level = 0; level < 120; ++level) {
         ::close(::openat(at, "a file", O_CREAT | O_WRONLY, 0644));
         ASSERT_EQ(::mkdirat(at, name.c_str(), 0755), 0);
+        ::mkdirat(at, "z", 0755);
+        ::close(
+            ::openat(at, ("z/in z " + std::to_string(level)).c_str(), O_CREAT | O_WRONLY, 0644));
         const int next = ::openat(at, name.c_str(), O_RDONLY | O_DIRECTORY);
         ::close(at);
         at = next;
@@ -115,8 +104,9 @@ TEST_F(EngineRestore, PathsBeyondWhatOneSystemCallTakes) {
     ::close(at);
     const auto before = DescribeTree(fHouse.source);
     Save();
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Good)
-        << fHouse.events.All();
+    const std::string names = Shell("zstd -dc " + Medium() + " | tar -tf - | wc -lL");
+    EXPECT_EQ(std::stoi(names), 1 + 120 * 4) << names;
+    EXPECT_EQ(RestoreAll(), JobEnd::Good) << fHouse.events.All();
     EXPECT_EQ(Differences(before, DescribeTree(fTo)), "");
 }
 
@@ -133,12 +123,12 @@ TEST_F(EngineRestore, SingleFilesAndRedirectionsLandWhereTheySay) {
                 {{"/Source/a/*", fTo}, {"/Source/a/sub/*", other}, {"/Source/b/four", other}}),
         JobEnd::Good)
         << fHouse.events.All();
-    EXPECT_EQ(Content(fTo + "/one"), "/a/one");
+    EXPECT_EQ(ReadWhole(fTo + "/one"), "/a/one");
     EXPECT_FALSE(fs::exists(fTo + "/two"));
     EXPECT_TRUE(fs::is_directory(fTo + "/empty"));
     EXPECT_FALSE(fs::exists(fTo + "/sub"));
-    EXPECT_EQ(Content(other + "/three"), "/a/sub/three");
-    EXPECT_EQ(Content(other + "/four"), "/b/four");
+    EXPECT_EQ(ReadWhole(other + "/three"), "/a/sub/three");
+    EXPECT_EQ(ReadWhole(other + "/four"), "/b/four");
 
     // A directory of its own, no empty ones, and what is cleared goes home.
     createRoot = 1;
@@ -148,9 +138,9 @@ TEST_F(EngineRestore, SingleFilesAndRedirectionsLandWhereTheySay) {
     EXPECT_EQ(Restore({"INCLUDE /Source/a/*"}, {{"/Source/a/*", fTo}, {"/Source/a/sub/*", ""}}),
               JobEnd::Good)
         << fHouse.events.All();
-    EXPECT_EQ(Content(fTo + "/a/two"), "/a/two");
+    EXPECT_EQ(ReadWhole(fTo + "/a/two"), "/a/two");
     EXPECT_FALSE(fs::exists(fTo + "/a/empty"));
-    EXPECT_EQ(Content(fHouse.source + "/a/sub/three"), "/a/sub/three");
+    EXPECT_EQ(ReadWhole(fHouse.source + "/a/sub/three"), "/a/sub/three");
 }
 
 TEST_F(EngineRestore, WhatIsThereStaysOrGoesAsTheModeSays) {
@@ -172,18 +162,18 @@ TEST_F(EngineRestore, WhatIsThereStaysOrGoesAsTheModeSays) {
     const auto restore = [&](int mode) {
         reset();
         overwrite = mode;
-        return Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}});
+        return RestoreAll();
     };
     EXPECT_EQ(restore(0), JobEnd::Good) << fHouse.events.All();
-    EXPECT_EQ(Content(fTo + "/old") + Content(fTo + "/new"), "therethere");
+    EXPECT_EQ(ReadWhole(fTo + "/old") + ReadWhole(fTo + "/new"), "therethere");
     EXPECT_TRUE(fHouse.events.HasText(LineType::Totals, "Left as they were:\t\t3"));
     EXPECT_EQ(restore(1), JobEnd::Good);
-    EXPECT_EQ(Content(fTo + "/old") + Content(fTo + "/new"), "savedthere");
+    EXPECT_EQ(ReadWhole(fTo + "/old") + ReadWhole(fTo + "/new"), "savedthere");
     EXPECT_EQ(restore(2), JobEnd::Good);
-    EXPECT_EQ(Content(fTo + "/old") + Content(fTo + "/old.1"), "savedthere");
+    EXPECT_EQ(ReadWhole(fTo + "/old") + ReadWhole(fTo + "/old.1"), "savedthere");
     EXPECT_EQ(fs::read_symlink(fTo + "/link"), "saved");
     EXPECT_EQ(restore(3), JobEnd::Good);
-    EXPECT_EQ(Content(fTo + "/old") + Content(fTo + "/new"), "savedsaved");
+    EXPECT_EQ(ReadWhole(fTo + "/old") + ReadWhole(fTo + "/new"), "savedsaved");
     EXPECT_FALSE(fs::exists(fTo + "/old.1"));
 
     // On the way only: what a directory is stays.
@@ -205,15 +195,14 @@ TEST_F(EngineRestore, LinksOnTheWayAreNeverFollowed) {
     const std::string outside = fHouse.root + "/outside";
     fs::create_directory(outside);
     fs::create_directory_symlink(outside, fTo + "/dir");
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Errors);
+    EXPECT_EQ(RestoreAll(), JobEnd::Errors);
     EXPECT_TRUE(fs::is_empty(outside));
-    EXPECT_EQ(Content(fTo + "/good"), "saved");
+    EXPECT_EQ(ReadWhole(fTo + "/good"), "saved");
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kDirectoryNotCreated));
     overwrite = 3;  // then the link gives way
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Good)
-        << fHouse.events.All();
+    EXPECT_EQ(RestoreAll(), JobEnd::Good) << fHouse.events.All();
     EXPECT_TRUE(fs::is_empty(outside));
-    EXPECT_EQ(Content(fTo + "/dir/sub/file"), "saved");
+    EXPECT_EQ(ReadWhole(fTo + "/dir/sub/file"), "saved");
 }
 
 TEST_F(EngineRestore, LyingCataloguesLeadNowhere) {
@@ -237,18 +226,17 @@ TEST_F(EngineRestore, LyingCataloguesLeadNowhere) {
         "UPDATE directories SET first = 1 WHERE id = 1",
         "UPDATE entries SET id = -id",
     };
-    const std::string whole = Content(fHouse.catalogues->PathOf(fBackup));
+    const std::string whole = ReadWhole(fHouse.catalogues->PathOf(fBackup));
     for (const char* lie : lies) {
         WriteWhole(fHouse.catalogues->PathOf(fBackup), whole);
         Forge(lie);
         fs::remove_all(fTo);
         fs::create_directory(fTo);
-        EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Errors)
-            << lie << fHouse.events.All();
+        EXPECT_EQ(RestoreAll(), JobEnd::Errors) << lie << fHouse.events.All();
         EXPECT_FALSE(fs::exists(fHouse.root + "/escaped")) << lie;
         for (const auto& entry : fs::directory_iterator(fTo)) {
             const std::string name = entry.path().filename();
-            EXPECT_EQ(Content(entry.path()), name == "zz link" ? "one" : name) << lie;
+            EXPECT_EQ(ReadWhole(entry.path()), name == "zz link" ? "one" : name) << lie;
         }
     }
 }
@@ -259,17 +247,13 @@ TEST_F(EngineRestore, DamageCostsTheEntriesOfItsFrameAndNoOther) {
         WriteWhole(fHouse.source + "/" + std::to_string(100 + i), NoiseBytes(1'500'000, 7 + i));
     const auto before = DescribeTree(fHouse.source);
     Save();
-    {
-        std::fstream medium(Medium(), std::ios::in | std::ios::out | std::ios::binary);
-        medium.seekp(9'000'000);
-        medium.put('!');
-    }
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Errors);
+    Damage(Medium(), 9'000'000);
+    EXPECT_EQ(RestoreAll(), JobEnd::Errors);
     int missing = 0;
     for (const auto& [path, facts] : before) {
         if (path == "/" || path.empty()) continue;
         if (fs::exists(fTo + path)) {
-            EXPECT_EQ(Content(fTo + path), Content(fHouse.source + path)) << path;
+            EXPECT_EQ(ReadWhole(fTo + path), ReadWhole(fHouse.source + path)) << path;
         } else {
             ++missing;
             EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "'/Source" + path + "'")) << path;
@@ -283,28 +267,19 @@ TEST_F(EngineRestore, CheckReadsEveryByte) {
     MakeNastyTree(fHouse.source);
     WriteWhole(fHouse.source + "/noise", NoiseBytes(9'000'000, 3));
     Save();
-    JobOrder check;
-    check.type = core::JobType::Verify;
-    BMessage selection;
-    selection.Add("SELECTION", "INCLUDE /" + fBackup + "/*");
-    check.description.Add("selection", selection);
+    const JobOrder check = fHouse.ReadOrder(core::JobType::Verify, fBackup, "", {"INCLUDE /*"});
     EXPECT_EQ(fHouse.Run(check), JobEnd::Good) << fHouse.events.All();
 
     const auto folder = fHouse.target + "/" + fBackup;
     for (const auto& file : fs::directory_iterator(folder)) {
-        const std::string whole = Content(file.path());
-        std::string damaged = whole;
-        damaged[damaged.size() / 3] ^= 1;
-        WriteWhole(file.path(), damaged);
+        const std::string whole = ReadWhole(file.path());
+        Damage(file.path(), whole.size() / 3);
         EXPECT_EQ(fHouse.Run(check), JobEnd::Errors) << file.path();
         fs::remove(file.path());
         EXPECT_EQ(fHouse.Run(check), JobEnd::Errors) << file.path();
         WriteWhole(file.path(), whole);
     }
-    fHouse.events.lines.clear();
-    std::string cut = Content(Medium());
-    cut[cut.size() - 6'000'000] ^= 4;
-    WriteWhole(Medium(), cut);
+    Damage(Medium(), fs::file_size(Medium()) - 6'000'000);
     EXPECT_EQ(fHouse.Run(check), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.HasText(LineType::Error, "/Source/noise")) << fHouse.events.All();
 }
@@ -317,12 +292,12 @@ TEST_F(EngineRestore, FullTargetEndsWithItsLineAndNoHalfFile) {
     if (::mount("tmpfs", fTo.c_str(), "tmpfs", 0, "size=1500k") != 0) {
         GTEST_SKIP() << "no mounting here";
     }
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Errors);
+    EXPECT_EQ(RestoreAll(), JobEnd::Errors);
     EXPECT_TRUE(fHouse.events.Has(LineType::Error, text::kDestinationFull)) << fHouse.events.All();
     int whole = 0;
     for (const auto& entry : fs::directory_iterator(fTo)) {
-        EXPECT_EQ(Content(entry.path()),
-                  Content(fHouse.source + "/" + entry.path().filename().string()));
+        EXPECT_EQ(ReadWhole(entry.path()),
+                  ReadWhole(fHouse.source + "/" + entry.path().filename().string()));
         ++whole;
     }
     EXPECT_GE(whole, 1);
@@ -337,15 +312,13 @@ TEST_F(EngineRestore, PlainUserGetsWhatHeMayHaveAndIsToldTheRest) {
     ASSERT_EQ(::chmod((fHouse.source + "/runs").c_str(), 04755), 0);
     ASSERT_EQ(::mknod((fHouse.source + "/device").c_str(), S_IFCHR | 0600, 0x103), 0);
     Save();
-    EXPECT_EQ(
-        EngineHouse::Shell("chown -R 65534 " + fHouse.target + " " + fHouse.root + "/catalogues"),
-        "");
+    EXPECT_EQ(Shell("chown -R 65534 " + fHouse.target + " " + fHouse.root + "/catalogues"), "");
     fs::permissions(fHouse.root, fs::perms::all);
     fs::permissions(fTo, fs::perms::all);
     const pid_t child = ::fork();
     if (child == 0) {
         if (::setgid(65534) != 0 || ::setuid(65534) != 0) ::_exit(9);
-        const JobEnd end = Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}});
+        const JobEnd end = RestoreAll();
         const bool told = fHouse.events.HasText(LineType::Detail, "/Source/runs: the owner") &&
                           fHouse.events.HasText(LineType::Error, "1 owners could not") &&
                           fHouse.events.HasText(LineType::Error, "/device");
@@ -367,7 +340,7 @@ TEST_F(EngineRestore, AbortEndsItAndMissingThingsAreSaid) {
         if (fHouse.control.asked > 3) fHouse.control.aborted = true;
     };
     fHouse.control.asked = 0;
-    EXPECT_EQ(Restore({"INCLUDE /Source/*"}, {{"/Source/*", fTo}}), JobEnd::Aborted);
+    EXPECT_EQ(RestoreAll(), JobEnd::Aborted);
     EXPECT_TRUE(fs::is_empty(fTo));
     fHouse.control.onAsked = nullptr;
     fHouse.control.aborted = false;

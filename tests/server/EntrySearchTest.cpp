@@ -3,13 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <fstream>
-
 #include "server/catalogue/EntrySearch.h"
 #include "server/catalogue/NameIndex.h"
 #include "tests/TemporaryFolder.h"
-#include "tests/server/EngineHouse.h"
+#include "tests/server/Trees.h"
 #include "tests/support/MadeCatalogue.h"
 
 namespace server {
@@ -17,11 +14,6 @@ namespace {
 
 using testing::ElementsAre;
 using testing::IsEmpty;
-
-std::string ReadWhole(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 class EntrySearchTest : public testing::Test {
 protected:

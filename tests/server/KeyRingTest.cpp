@@ -7,13 +7,11 @@
 #include <mutex>
 
 #include "server/app/KeyRing.h"
-#include "server/queue/JobDescription.h"
 #include "tests/server/EngineHouse.h"
 
 namespace server {
 namespace {
 
-constexpr int kQuick = 10;
 constexpr int32_t kAnna = 1001, kBert = 1002;
 constexpr auto kPatience = std::chrono::seconds(20);
 constexpr auto kForever = std::chrono::hours(1);
@@ -60,15 +58,10 @@ protected:
     using Entries = std::vector<std::pair<std::string, std::string>>;
 
     std::string Save(std::string_view password) {
-        JobOrder order = fHouse.Order();
-        if (!password.empty()) {
-            const auto made = archive::MakeProtection(archive::Secret(password), kQuick);
-            EXPECT_TRUE(made);
-            description::SetProtection(order.description, *made);
-        }
+        fHouse.protection.reset();
+        if (!password.empty()) fHouse.Protect(password);
         WriteWhole(fHouse.source + "/a", "a");
-        EXPECT_EQ(fHouse.Run(order), core::JobEnd::Good);
-        return fHouse.catalogues->FindByJob(order.id).value_or(BackupInfo()).name;
+        return fHouse.Save();
     }
     // Asks, and gives what the answer will be found under.
     int Ask(KeyRing& ring, int32_t team, const Entries& entries, bool check = true) {

@@ -1,26 +1,17 @@
 #include "server/queue/Records.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <filesystem>
-#include <fstream>
-
 #include "server/reports/LineChunk.h"
+#include "tests/TemporaryFolder.h"
 
 namespace server {
 namespace {
 
 class RecordsTest : public testing::Test {
 protected:
-    RecordsTest() {
-        char pattern[] = "/tmp/velmora-records-XXXXXX";
-        folder = ::mkdtemp(pattern);
-    }
-    ~RecordsTest() override { std::filesystem::remove_all(folder); }
-
     Records Open() {
         auto records = Records::Open(folder);
         EXPECT_TRUE(records.ok());
@@ -41,7 +32,9 @@ protected:
         return lines.Take();
     }
 
-    std::string folder;
+    const TemporaryFolder temporary;
+    const std::string folder = temporary.Path();
+    int unreadable = 0;  // as the last load says
 };
 
 TEST_F(RecordsTest, JobsComeBackAsTheyWereAndIdsAreNeverReused) {
@@ -59,7 +52,6 @@ TEST_F(RecordsTest, JobsComeBackAsTheyWereAndIdsAreNeverReused) {
         EXPECT_FALSE(queue.Insert(Job(2, "Again")).ok());
     }
     auto records = Open();
-    int unreadable = 0;
     const auto jobs = records.Queue().Load(&unreadable);
     ASSERT_EQ(jobs.size(), 2u);
     EXPECT_EQ(unreadable, 0);
@@ -99,7 +91,6 @@ TEST_F(RecordsTest, WhatWasCommittedOutlivesAKill) {
     ASSERT_EQ(status, 0);
     auto records = Open();
     EXPECT_TRUE(records.Problems().empty());
-    int unreadable = 0;
     const auto jobs = records.Queue().Load(&unreadable);
     ASSERT_EQ(jobs.size(), 1u);
     EXPECT_EQ(jobs[0].job.title, "Kept");
@@ -128,7 +119,6 @@ TEST_F(RecordsTest, DamageIsSetAsideAndJobsAreSaved) {
     auto records = Open();
     ASSERT_EQ(records.Problems().size(), 2u);
     EXPECT_TRUE(std::filesystem::exists(path + ".damaged-1"));
-    int unreadable = 0;
     const auto jobs = records.Queue().Load(&unreadable);
     ASSERT_EQ(jobs.size(), 40u);
     EXPECT_EQ(jobs[6].started, 99);
@@ -155,7 +145,6 @@ TEST_F(RecordsTest, ADescriptionThatIsNoMessageIsCountedNotBelieved) {
     ASSERT_TRUE(records.Queue().Insert(Job(1, "Good")).ok());
     ASSERT_TRUE(records.Queue().Insert(Job(2, "Bad")).ok());
     ASSERT_TRUE(records.File().Execute("UPDATE jobs SET description=x'00112233' WHERE id=2").ok());
-    int unreadable = 0;
     EXPECT_EQ(records.Queue().Load(&unreadable).size(), 1u);
     EXPECT_EQ(unreadable, 1);
 }
@@ -189,18 +178,6 @@ TEST_F(RecordsTest, ReportsGrowInChunksAndCountOnceFinished) {
     ASSERT_TRUE(left.Next());
     EXPECT_EQ(left.Integer(0), 0);
     EXPECT_EQ(reports.LastId(), 5);
-}
-
-TEST_F(RecordsTest, DeletionSettingsAreKept) {
-    auto records = Open();
-    EXPECT_EQ(records.Reports().LoadDeletion().mode, ReportDeletion::Never);
-    ReportDeletion deletion;
-    deletion.mode = ReportDeletion::ByCount;
-    deletion.count = 12;
-    deletion.withBackup = true;
-    ASSERT_TRUE(records.Reports().SaveDeletion(deletion).ok());
-    ASSERT_TRUE(records.Reports().SaveDeletion(deletion).ok());
-    EXPECT_EQ(records.Reports().LoadDeletion().ToMessage(), deletion.ToMessage());
 }
 
 TEST(ReportDeletion, ByAgeByCountAndNothingForNoughtOrNonsense) {
