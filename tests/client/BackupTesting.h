@@ -1,122 +1,19 @@
-// What the tests of the backup tools and the status window share: a server that answers by script,
-// alerts and panels that answer by script, volumes that are not there, a program folder with
-// add-ons, and waiting for a condition.
+// What the tests of the tools share: volumes that are not there, a program folder with add-ons, and
+// the tests' own way with views.
 #pragma once
 
-#include <QPointer>
-#include <QWidget>
-#include <deque>
-#include <filesystem>
-#include <functional>
-#include <map>
+#include <QLabel>
+#include <QLineEdit>
 #include <mutex>
 
-#include "client/app/ServerLink.h"
 #include "client/settings/Preferences.h"
-#include "client/uikit/KTAlert.h"
 #include "client/uikit/KTToolView.h"
-#include "client/uikit/KTWindowLooper.h"
 #include "kit/storage/BVolume.h"
-#include "tests/TemporaryFolder.h"
 #include "tests/client/ClientTesting.h"
 
 namespace backup_testing {
 
-using client_testing::Listener;
-using client_testing::Settle;
-using client_testing::WaitFor;
-
-class ScriptedServer : public ServerLink {
-public:
-    bool PostServer(BMessage message) override {
-        posted.push_back(std::move(message));
-        return true;
-    }
-    std::optional<BMessage> AskServer(const BMessage& message) override {
-        asked.push_back(message);
-        const auto answer = answers.find(message.what);
-        if (answer == answers.end()) return std::nullopt;
-        return answer->second;
-    }
-    void AskServerLater(BMessage message, BMessenger::AnswerFunction done) override {
-        asked.push_back(message);
-        if (keepsWaiting)
-            waiting.push_back(std::move(done));
-        else
-            AnswerTo(message, done);
-    }
-    void PostApplication(BMessage message) override { application.push_back(std::move(message)); }
-
-    std::vector<BMessage> posted, asked, application;
-    std::map<uint32_t, BMessage> answers;
-    // Asked when `answers` has none; a code of 0 is no answer.
-    std::function<BMessage(const BMessage&)> answer;
-    bool keepsWaiting = false;  // what is asked later goes to `waiting`
-    std::vector<BMessenger::AnswerFunction> waiting;
-
-private:
-    void AnswerTo(const BMessage& message, const BMessenger::AnswerFunction& done) {
-        const auto known = answers.find(message.what);
-        const BMessage reply = known != answers.end() ? known->second
-                               : answer               ? answer(message)
-                                                      : BMessage();
-        done(reply.what ? BSendResult::Ok : BSendResult::NoReply, reply);
-    }
-};
-
-// Put in place of the real ones as long as it lives; held by shared state, as the seam owns its
-// object.
-class ScriptedDialogs {
-public:
-    struct Panel {
-        KTPanelRequest request;
-        QPointer<QWidget> widget;
-        std::function<void(std::optional<std::string>)> done;
-    };
-    struct State {
-        std::vector<KTAlertRequest> alerts;
-        std::deque<int> answers;
-        std::vector<Panel> panels;
-    };
-    ScriptedDialogs() : fState(std::make_shared<State>()) {
-        fFormer = KTDialogs::Replace(std::make_unique<Seam>(fState));
-    }
-    ~ScriptedDialogs() { KTDialogs::Replace(std::move(fFormer)); }
-
-    void Answer(int button) { fState->answers.push_back(button); }
-    const std::vector<KTAlertRequest>& Alerts() const { return fState->alerts; }
-    std::vector<Panel>& Panels() { return fState->panels; }
-    // The user closes the last panel with this path, or without one.
-    void Close(std::optional<std::string> path) {
-        Panel panel = fState->panels.back();
-        panel.done(std::move(path));
-        delete panel.widget;
-        Settle();
-    }
-
-private:
-    class Seam : public KTDialogs {
-    public:
-        explicit Seam(std::shared_ptr<State> state) : fState(std::move(state)) {}
-        int RunAlert(const KTAlertRequest& request) override {
-            fState->alerts.push_back(request);
-            if (fState->answers.empty()) return request.buttons.size() == 1 ? 0 : -1;
-            const int answer = fState->answers.front();
-            fState->answers.pop_front();
-            return answer;
-        }
-        QWidget* OpenPanel(const KTPanelRequest& request,
-                           std::function<void(std::optional<std::string>)> done) override {
-            auto* widget = new QWidget(request.parent, Qt::Dialog);
-            widget->show();
-            fState->panels.push_back({request, widget, std::move(done)});
-            return widget;
-        }
-        std::shared_ptr<State> fState;
-    };
-    std::shared_ptr<State> fState;
-    std::unique_ptr<KTDialogs> fFormer;
-};
+using namespace client_testing;
 
 // Volumes as a test wants them; at first two disks. Names are labels.
 class MountTable : public kit::MountSource {
@@ -169,16 +66,22 @@ private:
 
 // The job of a backup tool that goes to the destination of the tests.
 inline BMessage Job(const char* medium, bool overwrite, int32_t type = 1) {
-    BMessage volume;
-    volume.Add("addon", "KTTest");
-    volume.Add("medium", medium);
-    volume.Add("overwrite", static_cast<int32_t>(overwrite));
-    BMessage job;
-    job.Add("job_type", type);
-    job.Add("addon", "KTTest");
-    job.Add("volume", volume);
+    const BMessage volume =
+        Made({{"addon", "KTTest"}, {"medium", medium}, {"overwrite", int32_t{overwrite}}});
+    BMessage job = Made({{"job_type", type}, {"addon", "KTTest"}, {"volume", volume}});
     if (type != 1) job.Add("base_id", int32_t{6});
     return job;
+}
+
+// One more job in a list of the server's.
+inline void AddJob(BMessage& jobs, int32_t id, const std::string& title, int32_t status,
+                   int32_t type, bool base = false) {
+    jobs.Add("job_id", id);
+    jobs.Add("title", title);
+    jobs.Add("jobstatus", status);
+    jobs.Add("job_type", type);
+    jobs.Add("date", BTime{0});
+    jobs.Add("base", base);
 }
 
 // A program folder with add-ons: the real ones, and those of the tests.
@@ -212,11 +115,76 @@ struct Desk {
     KTToolContext Context() { return {&server, &preferences, program.Path(), program.Path()}; }
 };
 
-inline BMessage Answer(uint32_t code, bool result, const BMessage& settings) {
-    BMessage message(code);
-    message.Add("result", result);
-    message.Add("settings", settings);
+// The rules as trees record them.
+inline BMessage Selection(const Texts& rules) {
+    BMessage message;
+    for (const std::string& rule : rules)
+        message.Add("SELECTION", rule);
     return message;
+}
+
+// What a dialog says to its tool.
+inline BMessage Answer(uint32_t code, bool result, const BMessage& settings) {
+    return Made(code, {{"result", result}, {"settings", settings}});
+}
+
+// A test about one view or window, which it finds things in by their names.
+class WidgetTest : public ::testing::Test {
+protected:
+    virtual QWidget* Subject() = 0;
+
+    template <class T = QWidget>
+    T* Find(const QString& name) {
+        return Child<T>(Subject(), name);
+    }
+    QString Words(const char* label) { return Find<QLabel>(label)->text(); }
+    QLineEdit* Field(const char* name) { return Find<QLineEdit>(name); }
+    bool IsChecked(const char* name) { return Find<QAbstractButton>(name)->isChecked(); }
+    void Press(const char* button) { Click(Subject(), button); }
+    void Choose(const QString& menu, int index) {
+        client_testing::Choose(Find<QComboBox>(menu), index);
+    }
+    void Send(BMessage message) {
+        dynamic_cast<BHandler&>(*Subject()).MessageReceived(message);
+        Settle();
+    }
+    // The one message for the server that a tool has handed to the application.
+    BMessage Sent() {
+        EXPECT_EQ(desk.server.application.size(), 1u);
+        return desk.server.application.empty() ? BMessage() : desk.server.application.back();
+    }
+
+    Desk desk;
+};
+
+// A test about a dialog of `tool`.
+template <class Dialog>
+class DialogTest : public WidgetTest {
+protected:
+    DialogTest() {
+        parent.resize(700, 500);
+        parent.show();
+    }
+    ~DialogTest() override { delete dialog; }
+    QWidget* Subject() override { return dialog; }
+    void Show(Dialog* made) {
+        delete dialog;
+        dialog = made;
+        dialog->show();
+        dialog->activateWindow();
+        Settle();
+    }
+
+    Listener tool;
+    QWidget parent;
+    QPointer<Dialog> dialog;
+};
+
+// What a tool keeps in the settings.
+inline BMessage SettingsOf(KTToolView& tool) {
+    BMessage settings;
+    tool.GetPref(&settings);
+    return settings;
 }
 
 }  // namespace backup_testing

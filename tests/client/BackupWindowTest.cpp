@@ -3,11 +3,10 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
-#include <QApplication>
 #include <QDesktopServices>
 #include <QDropEvent>
 #include <QImage>
-#include <QMenuBar>
+#include <QMenu>
 #include <QMimeData>
 #include <QPainter>
 #include <QPushButton>
@@ -18,7 +17,6 @@
 
 #include "client/app/About.h"
 #include "client/app/Languages.h"
-#include "client/app/ServerLink.h"
 #include "client/mainwindow/KTStartView.h"
 #include "core/locale/KTLocale.h"
 #include "tests/client/ClientTesting.h"
@@ -27,23 +25,15 @@ namespace {
 
 using namespace client_testing;
 
-class SilentServer : public ServerLink {
-public:
-    bool PostServer(BMessage) override { return true; }
-    std::optional<BMessage> AskServer(const BMessage&) override { return std::nullopt; }
-    void AskServerLater(BMessage, BMessenger::AnswerFunction done) override {
-        done(BSendResult::NoTarget, BMessage());
-    }
-    void PostApplication(BMessage message) override { posted.push_back(std::move(message)); }
-    std::vector<BMessage> posted;
-};
+enum { kOpen = true };
 
 struct Desk {
-    Desk() {
+    explicit Desk(bool open = false) {
         client::InstallBuiltInTexts();
         client::UseLanguage({}, "English");
         std::filesystem::create_directory(folder / "locale");
         std::filesystem::create_directory(folder / "Documentation");
+        if (open) Open();
     }
     ~Desk() {
         window.reset();
@@ -60,9 +50,7 @@ struct Desk {
         Settle();
     }
     QAction* Action(const char* name) const {
-        auto* action = window->findChild<QAction*>(name);
-        if (!action) ADD_FAILURE() << "no action " << name;
-        return action;
+        return client_testing::Child<QAction>(window.get(), name);
     }
     void Do(const char* name) const {
         Action(name)->trigger();
@@ -70,61 +58,27 @@ struct Desk {
     }
     template <class T = QWidget>
     T* Child(const char* name) const {
-        auto* child = window->findChild<T*>(name);
-        if (!child) ADD_FAILURE() << "no widget " << name;
-        return child;
+        return client_testing::Child<T>(window.get(), name);
     }
     QWidget* Shown() const { return Child<QStackedWidget>("workarea")->currentWidget(); }
-    QStringList Texts(const char* menu) const {
-        QStringList texts;
-        for (const QAction* action : Child<QMenu>(menu)->actions())
-            texts << (action->isSeparator() ? "-" : action->text());
-        return texts;
-    }
     void AddLanguage(const char* file, const std::string& name, const char* id,
                      const std::vector<std::string>& texts) {
-        BMessage language;
-        language.Add("kt:app_id", id);
-        language.Add("kt:language", name);
+        BMessage language = Made({{"kt:app_id", id}, {"kt:language", name}});
         for (const std::string& text : texts)
             language.Add("kt:text", text);
         const Bytes bytes = language.Flatten();
-        std::ofstream(folder / (std::string("locale/") + file), std::ios::binary)
-            .write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
+        folder.Write(std::string("locale/") + file, std::string(bytes.begin(), bytes.end()));
     }
 
     TemporaryFolder folder;
     Preferences store{(folder / "Backup.prefs").c_str(), "KTBACKUP"};
-    SilentServer server;
+    ScriptedServer server;
     ScriptedDialogs dialogs;
     std::unique_ptr<BackupWindow> window;
 };
 
-TEST(BackupWindow, HasItsMenus) {
-    Desk desk;
-    desk.Open();
-    EXPECT_EQ(desk.window->windowTitle(), "Velmora Backup");
-    EXPECT_EQ(desk.Texts("mnu_file"),
-              QStringList({"About", "Help", "-", "Job Settings", "Selection", "-", "Quit"}));
-    EXPECT_EQ(desk.Texts("mnu_jobsettings"), QStringList({"Load", "Save"}));
-    EXPECT_EQ(desk.Texts("mnu_selection"), QStringList({"All", "Clear"}));
-    EXPECT_EQ(desk.Texts("mnu_tools"), QStringList({"Quick Backup", "Backup", "Restore", "Compare",
-                                                    "Job Queue", "Reports"}));
-    EXPECT_EQ(desk.Texts("mnu_preferences"),
-              QStringList({"Running Jobs Window", "Restart with last Tool", "Language", "Toolbar",
-                           "-", "Autoprefs", "Save"}));
-    EXPECT_EQ(desk.Texts("mnu_toolbar"),
-              QStringList({"None", "Icon only", "Text only", "Icon + Text", "Icon / Text"}));
-    for (const char* code : {"_ABR", "hlps", "lsel", "ssel", "sall", "sclr", "_QRQ",        "qbvw",
-                             "bavw", "rsvw", "cpvw", "jqvw", "rpvw", "bsts", "last",        "tbno",
-                             "tbio", "tbto", "tbit", "tbi2", "paut", "psav", "lang_English"})
-        desk.Action(code);
-}
-
 TEST(BackupWindow, AFirstStartShowsTheStartView) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     EXPECT_TRUE(qobject_cast<KTStartView*>(desk.Shown()));
     EXPECT_FALSE(desk.Child<QMenu>("mnu_jobsettings")->isEnabled());
     EXPECT_FALSE(desk.Child<QMenu>("mnu_selection")->isEnabled());
@@ -133,6 +87,8 @@ TEST(BackupWindow, AFirstStartShowsTheStartView) {
     EXPECT_FALSE(desk.Action("last")->isChecked());
     for (const QAction* action : desk.Child<QMenu>("mnu_tools")->actions())
         EXPECT_FALSE(action->isChecked());
+    for (const char* code : {"lsel", "ssel", "sall", "sclr"})
+        desk.Action(code);
 }
 
 TEST(BackupWindow, RestartsWithTheLastTool) {
@@ -154,8 +110,7 @@ TEST(BackupWindow, RestartsWithTheLastTool) {
 
 TEST(BackupWindow, SwitchesBetweenToolsAndKeepsTheirViews) {
     Desk desk;
-    BMessage group;
-    group.Add("kept", int32_t{3});
+    BMessage group = Made({{"kept", 3}});
     desk.store.Set("report", group);
     desk.Open();
     EXPECT_EQ(desk.window->View("report"), nullptr) << "made when first shown";
@@ -178,8 +133,7 @@ TEST(BackupWindow, SwitchesBetweenToolsAndKeepsTheirViews) {
 }
 
 TEST(BackupWindow, TheToolBarFollowsItsMode) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     const struct {
         const char* code;
         int32_t stored;
@@ -208,8 +162,7 @@ TEST(BackupWindow, TheToolBarFollowsItsMode) {
 }
 
 TEST(BackupWindow, ANarrowWindowHidesNoButton) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     for (const int width : {900, 551, 300}) {
         desk.window->resize(width, 400);
         Settle();
@@ -234,8 +187,10 @@ TEST(BackupWindow, LanguagesAreSortedAndASecondOneOfANameIsToldApart) {
     desk.AddLanguage("c", "Deutsch", "somebody else's", {});
     desk.AddLanguage("d", "esperanto", "velmora backup locale", {});
     desk.Open();
-    EXPECT_EQ(desk.Texts("mnu_language"),
-              QStringList({"Deutsch", "Deutsch(2)", "English", "Svenska", "esperanto"}));
+    QStringList names;
+    for (const QAction* action : desk.Child<QMenu>("mnu_language")->actions())
+        names << action->text();
+    EXPECT_EQ(names, QStringList({"Deutsch", "Deutsch(2)", "English", "Svenska", "esperanto"}));
     EXPECT_TRUE(desk.Action("lang_English")->isChecked());
     desk.Action("lang_Deutsch(2)");
 }
@@ -245,12 +200,9 @@ TEST(BackupWindow, AChosenLanguageIsUsedFromNowOnAndSaid) {
     desk.AddLanguage("de", "Deutsch", "velmora backup locale", {"Gut"});
     desk.Open();
     desk.Do("lang_Deutsch");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    const KTAlertRequest& alert = desk.dialogs.Alerts()[0];
-    EXPECT_EQ(alert.title, "Locale");
-    EXPECT_EQ(alert.text,
-              "The selected language will be used correct if you restart the application!");
-    EXPECT_EQ(alert.buttons, QStringList("Continue"));
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"Locale: The selected language will be used correct if you restart the "
+                    "application!"});
     EXPECT_EQ(desk.store.GetString("KT_LANGUAGE", ""), "Deutsch");
     EXPECT_STREQ(KTLocale::GetInstance()->Text(0), "Gut");
     EXPECT_STREQ(KTLocale::GetInstance()->Text(1), "Cancel") << "what it lacks is English";
@@ -279,10 +231,8 @@ TEST(BackupWindow, HelpOpensTheGuideOfTheLanguage) {
         QString::fromStdString(desk.folder / "Documentation/Backup-Guide-Deutsch.html");
     desk.Open();
     desk.Do("hlps");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "Backup");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Can't load help file '" + english + "'!");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].buttons, QStringList("Ok"));
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"Backup: Can't load help file '" + english.toStdString() + "'!"});
 
     for (const QString& path : {english, german})
         std::ofstream(path.toStdString()) << "<html>";
@@ -296,18 +246,15 @@ TEST(BackupWindow, HelpOpensTheGuideOfTheLanguage) {
 }
 
 TEST(BackupWindow, TheAboutBoxNamesProductAndVersion) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     desk.Do("_ABR");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "About...");
-    EXPECT_TRUE(desk.dialogs.Alerts()[0].text.startsWith("VELMORA BACKUP 1.02 RELEASE\n\n"));
-    EXPECT_EQ(desk.dialogs.Alerts()[0].buttons, QStringList("OK"));
+    const Texts told = desk.dialogs.Told();
+    ASSERT_EQ(told.size(), 1u);
+    EXPECT_TRUE(told[0].starts_with("About...: VELMORA BACKUP 1.02 RELEASE\n\n")) << told[0];
 }
 
 TEST(BackupWindow, SwitchesAreKeptAndMarked) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     desk.Do("last");
     EXPECT_EQ(desk.store.GetInt8("lasttool", 0), 1);
     EXPECT_TRUE(desk.Action("last")->isChecked());
@@ -326,11 +273,16 @@ QWidget* StatusWindow() {
     return nullptr;
 }
 
+// A group of the settings, as it is in their file.
+BMessage Saved(const Desk& desk, const char* group) {
+    const Preferences saved((desk.folder / "Backup.prefs").c_str(), "KTBACKUP");
+    return saved.GetMessageData(group);
+}
+
 TEST(BackupWindow, AJobStartShowsTheStatusWindowIfTheUserWantsIt) {
     for (const int32_t wanted : {0, 1}) {
         Desk desk;
-        BMessage group;
-        group.Add("autoopen", wanted);
+        BMessage group = Made({{"autoopen", wanted}});
         desk.store.Set("status", group);
         desk.Open();
         EXPECT_FALSE(StatusWindow()->isVisible());
@@ -354,24 +306,17 @@ TEST(BackupWindow, AJobStartShowsTheStatusWindowIfTheUserWantsIt) {
 }
 
 TEST(BackupWindow, QuittingKeepsThePlaceOfTheStatusWindowBesideTheMainOne) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     desk.Do("bsts");
     StatusWindow()->move(desk.window->pos() + QPoint(15, 25));
     desk.Do("_QRQ");
-    const auto place = [&] {
-        const Preferences saved((desk.folder / "Backup.prefs").c_str(), "KTBACKUP");
-        return saved.GetMessageData("status").Find<BRect>("statuswinpos");
-    };
-    ASSERT_TRUE(place());
-    EXPECT_EQ(place()->left, 15);
-    EXPECT_EQ(place()->top, 25);
+    const BRect place = Saved(desk, "status").Get("statuswinpos", BRect());
+    EXPECT_EQ(place.left, 15);
+    EXPECT_EQ(place.top, 25);
 
-    Desk unseen;
-    unseen.Open();
+    Desk unseen(kOpen);
     unseen.Do("_QRQ");
-    const Preferences saved((unseen.folder / "Backup.prefs").c_str(), "KTBACKUP");
-    EXPECT_TRUE(saved.GetMessageData("status").Find<BRect>("statuswinpos"))
+    EXPECT_TRUE(Saved(unseen, "status").Find<BRect>("statuswinpos"))
         << "always, also when it was never shown";
 }
 
@@ -403,16 +348,14 @@ TEST(BackupWindow, QuittingSavesWhatTheUserWantsSaved) {
 }
 
 TEST(BackupWindow, ClosingItByTheStartViewsButtonEndsTheProgram) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     QTimer::singleShot(0, desk.Child<QPushButton>("btn_quit"), &QPushButton::click);
     EXPECT_EQ(QCoreApplication::exec(), 0);
     EXPECT_FALSE(desk.window->isVisible());
 }
 
 TEST(BackupWindow, DroppedFilesAreHandedToTheApplication) {
-    Desk desk;
-    desk.Open();
+    Desk desk(kOpen);
     QMimeData data;
     data.setUrls({QUrl("https://example.org/x"), QUrl::fromLocalFile("/tmp/job")});
     const auto deliver = [&](QEvent&& event) {
@@ -420,10 +363,10 @@ TEST(BackupWindow, DroppedFilesAreHandedToTheApplication) {
     };
     deliver(QDragEnterEvent(QPoint(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
     deliver(QDropEvent(QPointF(5, 5), Qt::CopyAction, &data, Qt::LeftButton, Qt::NoModifier));
-    ASSERT_EQ(desk.server.posted.size(), 1u);
-    EXPECT_EQ(desk.server.posted[0].what, "REFS"_code);
-    EXPECT_EQ(desk.server.posted[0].Count("refs"), 1);
-    EXPECT_EQ(desk.server.posted[0].Get("refs", entry_ref()).path, "/tmp/job");
+    ASSERT_EQ(desk.server.application.size(), 1u);
+    EXPECT_EQ(desk.server.application[0].what, "REFS"_code);
+    EXPECT_EQ(desk.server.application[0].Count("refs"), 1);
+    EXPECT_EQ(desk.server.application[0].Get("refs", entry_ref()).path, "/tmp/job");
 }
 
 // --- start view ---------------------------------------------------------------------------------

@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QPointer>
 #include <QPushButton>
 #include <QScreen>
 #include <cmath>
@@ -29,13 +27,6 @@ constexpr uint32_t kReply = "swqt"_code;
 void Press(QWidget* widget, int key) {
     QKeyEvent press(QEvent::KeyPress, key, Qt::NoModifier);
     QCoreApplication::sendEvent(widget, &press);
-}
-
-template <class T>
-T* Child(const QWidget* window, const char* name) {
-    T* child = window->findChild<T*>(name);
-    if (!child) ADD_FAILURE() << "no " << name;
-    return child;
 }
 
 // A dialog with one field, as the tools have them.
@@ -75,9 +66,7 @@ struct Desk {
 
 TEST(KTSetWindow, OkHandsBackTheEditedCopyWithItsPlace) {
     Desk desk;
-    BMessage settings;
-    settings.Add("text", "before");
-    settings.Add("other", int32_t{7});
+    BMessage settings = Made({{"text", "before"}, {"other", 7}});
     auto* window = new FieldWindow(&desk.parent, settings, desk.tool);
     window->show();
     window->move(desk.parent.pos() + QPoint(30, 40));
@@ -87,8 +76,7 @@ TEST(KTSetWindow, OkHandsBackTheEditedCopyWithItsPlace) {
     EXPECT_EQ(answer.what, kReply);
     EXPECT_TRUE(answer.Get("result", false));
     const BMessage edited = answer.Get("settings", BMessage());
-    EXPECT_EQ(edited.Get("text", std::string()), "after");
-    EXPECT_EQ(edited.Get<int32_t>("other", 0), 7);
+    ExpectHas(edited, {{"text", "after"}, {"other", 7}});
     const BRect place = edited.Get("winpos", BRect());
     EXPECT_EQ(place.left, 30);
     EXPECT_EQ(place.top, 40);
@@ -179,8 +167,7 @@ TEST(KTMultiRequest, IsNotConfirmedByReturn) {
 TEST(KTRequestWindow, ReportsThePressedButton) {
     for (int32_t pressed = 0; pressed < 3; ++pressed) {
         Desk desk;
-        BMessage reply(kReply);
-        reply.Add("mine", int32_t{9});
+        BMessage reply = Made(kReply, {{"mine", 9}});
         auto* window = new KTRequestWindow("Ask", "Really?", &desk.parent, BMessenger(&desk.tool),
                                            reply, {"Yes", "No", "Cancel"});
         window->show();

@@ -6,7 +6,6 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDoubleSpinBox>
-#include <QLineEdit>
 #include <QPushButton>
 #include <QSpinBox>
 
@@ -29,27 +28,21 @@ public:
 };
 
 BMessage Field(const char* key, const char* kind) {
-    BMessage field;
-    field.Add("key", key);
-    field.Add("kind", kind);
-    field.Add("label", key);
-    return field;
+    return Made({{"key", key}, {"kind", kind}, {"label", key}});
 }
 
 BMessage Everything() {
-    BMessage values;
-    values.Add("path", "/med\xFF/a");
-    values.Add("remote", "box:");
-    values.Add("mode", int32_t{20});
-    values.Add("level", int32_t{3});
-    values.Add("mediasize", int64_t{4700372992});
-    values.Add("overwrite", int32_t{1});
-    values.Add("unseen", int32_t{77});
-    BMessage description;
-    description.Add("title", "Settings of <b>Test</b>");
-    description.Add("values", values);
-    description.Add("field", Field("path", "path"));
-    description.Add("field", Field("remote", "string"));
+    BMessage values = Made({{"path", "/med\xFF/a"},
+                            {"remote", "box:"},
+                            {"mode", 20},
+                            {"level", 3},
+                            {"mediasize", int64_t{4700372992}},
+                            {"overwrite", 1},
+                            {"unseen", 77}});
+    BMessage description = Made({{"title", "Settings of <b>Test</b>"},
+                                 {"values", values},
+                                 {"field", Field("path", "path")},
+                                 {"field", Field("remote", "string")}});
     BMessage mode = Field("mode", "choice");
     for (int64_t value : {10, 20, 30}) {
         mode.Add("choice", "Mode " + std::to_string(value));
@@ -71,19 +64,13 @@ BMessage Everything() {
     return description;
 }
 
-class AddOnSettings : public ::testing::Test {
+class AddOnSettings : public WidgetTest {
 protected:
     AddOnSettings() { host.OpenSettings(Everything(), &owner, BMessenger()); }
-    template <class T>
-    T* Find(const char* name) {
-        return host.Window() ? host.Window()->findChild<T*>(name) : nullptr;
-    }
-    void Confirm() {
-        Find<QPushButton>("btn_ok")->click();
-        Settle();
-    }
+    QWidget* Subject() override { return host.Window(); }
+    void Confirm() { Press("btn_ok"); }
 
-    ScriptedDialogs dialogs;
+    ScriptedDialogs& dialogs = desk.dialogs;
     QWidget parent;
     Owner owner;
     KTAddOnSettings host{&parent};
@@ -117,11 +104,11 @@ TEST_F(AddOnSettings, ChangesReachTheAddOn) {
     Confirm();
     ASSERT_EQ(owner.applied.size(), 1u);
     const BMessage& values = owner.applied[0];
-    EXPECT_EQ(values.Find<int32_t>("mode"), 30);
-    EXPECT_EQ(values.Find<int32_t>("level"), 19);
-    EXPECT_EQ(values.Find<int32_t>("overwrite"), 0);
-    EXPECT_EQ(values.Find<int64_t>("mediasize"), 1610612736);
-    EXPECT_EQ(values.FindString("path"), "/mnt/\xFE");
+    ExpectHas(values, {{"mode", 30},
+                       {"level", 19},
+                       {"overwrite", 0},
+                       {"mediasize", int64_t{1610612736}},
+                       {"path", "/mnt/\xFE"}});
 }
 
 TEST_F(AddOnSettings, ProblemIsSaidAndTheWindowStays) {
@@ -137,8 +124,7 @@ TEST_F(AddOnSettings, ProblemIsSaidAndTheWindowStays) {
 }
 
 TEST_F(AddOnSettings, CancelAndAGoneOwnerApplyNothing) {
-    Find<QPushButton>("btn_cancel")->click();
-    Settle();
+    Press("btn_cancel");
     EXPECT_FALSE(host.Window());
     host.OpenSettings(Everything(), &owner, BMessenger());
     QWidget* window = host.Window();

@@ -17,26 +17,11 @@ using namespace backup_testing;
 
 namespace {
 
-class StartDialog : public ::testing::Test {
+class StartDialog : public DialogTest<KTBackupStartWin> {
 protected:
-    StartDialog() { parent.show(); }
-    ~StartDialog() override { delete dialog; }
-
     void Open(const BMessage& settings = {}) {
-        dialog = new KTBackupStartWin("Start Backup", &parent, settings, "bsqt"_code,
-                                      BMessenger(&target));
-        dialog->show();
-        dialog->activateWindow();
-        Settle();
-    }
-    template <class T>
-    T* Find(const char* name) {
-        return dialog->findChild<T*>(name);
-    }
-    QLineEdit* Field(const char* name) { return Find<QLineEdit>(name); }
-    void Click(const char* name) {
-        Find<QAbstractButton>(name)->click();
-        Settle();
+        Show(new KTBackupStartWin("Start Backup", &parent, settings, "bsqt"_code,
+                                  BMessenger(&tool)));
     }
     void Return(QLineEdit* field) {
         QKeyEvent press(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier, "\r");
@@ -50,18 +35,11 @@ protected:
                 open << error;
         return open;
     }
-    BMessage Info() { return target.heard.back().Get("settings", BMessage()); }
-
-    Listener target;
-    QWidget parent;
-    QPointer<KTBackupStartWin> dialog;
+    BMessage Info() { return tool.heard.back().Get("settings", BMessage()); }
 };
 
 TEST_F(StartDialog, HandsBackWhatWasTyped) {
-    BMessage settings;
-    settings.Add("title", "Home");
-    settings.Add("submitonhold", int32_t{1});
-    settings.Add("password", "of old");
+    BMessage settings = Made({{"title", "Home"}, {"submitonhold", 1}, {"password", "of old"}});
     Open(settings);
     EXPECT_EQ(Field("str_title")->text(), "Home");
     EXPECT_EQ(Field("str_password")->text(), "") << "never shown again";
@@ -69,18 +47,16 @@ TEST_F(StartDialog, HandsBackWhatWasTyped) {
     EXPECT_EQ(Field("str_password2")->echoMode(), QLineEdit::Password);
     EXPECT_FALSE(Field("str_password")->isEnabled());
     Field("str_title")->setText("Häuschen");
-    Click("chk_password");
+    Press("chk_password");
     EXPECT_TRUE(Field("str_password2")->isEnabled());
     Field("str_password")->setText("a b");
     Field("str_password2")->setText("a b");
-    Click("chk_submitonhold");
-    Click("btn_ok");
-    ASSERT_EQ(target.heard.size(), 1u);
-    EXPECT_EQ(target.heard[0].what, "bsqt"_code);
-    EXPECT_TRUE(target.heard[0].Get("result", false));
-    EXPECT_EQ(Info().FindString("title"), "Häuschen");
-    EXPECT_EQ(Info().Find<int32_t>("passonoff"), 1);
-    EXPECT_EQ(Info().FindString("password"), "a b");
+    Press("chk_submitonhold");
+    Press("btn_ok");
+    ASSERT_EQ(tool.heard.size(), 1u);
+    EXPECT_EQ(tool.heard[0].what, "bsqt"_code);
+    EXPECT_TRUE(tool.heard[0].Get("result", false));
+    ExpectHas(Info(), {{"title", "Häuschen"}, {"passonoff", 1}, {"password", "a b"}});
     EXPECT_EQ(Info().Count("password"), 1);
     EXPECT_EQ(Info().Find<int32_t>("submitonhold"), 0);
     EXPECT_TRUE(Info().Has("winpos"));
@@ -88,57 +64,55 @@ TEST_F(StartDialog, HandsBackWhatWasTyped) {
 
 TEST_F(StartDialog, MismatchStopsItAndIsSaidOnce) {
     Open();
-    Click("chk_password");
+    Press("chk_password");
     Field("str_password")->setText("one");
     Field("str_password2")->setText("two");
     for (int again = 0; again < 3; ++again)
         Return(Field("str_password2"));
-    Click("btn_ok");
-    EXPECT_TRUE(target.heard.empty());
+    Press("btn_ok");
+    EXPECT_TRUE(tool.heard.empty());
     EXPECT_TRUE(dialog->isVisible());
     ASSERT_EQ(Errors().size(), 1);
     EXPECT_EQ(Errors()[0]->windowTitle(), "Password Error");
     EXPECT_EQ(Errors()[0]->findChild<QLabel*>("str_text")->text(),
               "Incorrect password! Please enter password again.");
     Field("str_password2")->setFocus();
-    Errors()[0]->findChild<QPushButton*>("btn0")->click();
-    Settle();
+    Click(Errors()[0], "btn0");
     EXPECT_TRUE(Errors().isEmpty());
     EXPECT_EQ(dialog->focusWidget(), Field("str_password"));
 
     Return(Field("str_password2"));
     EXPECT_EQ(Errors().size(), 1) << "a later mismatch is said again";
-    Click("btn_cancel");
+    Press("btn_cancel");
     EXPECT_TRUE(Errors().isEmpty()) << "it goes with the dialog";
-    ASSERT_EQ(target.heard.size(), 1u);
-    EXPECT_FALSE(target.heard[0].Get("result", true));
+    ASSERT_EQ(tool.heard.size(), 1u);
+    EXPECT_FALSE(tool.heard[0].Get("result", true));
 }
 
 TEST_F(StartDialog, WithoutItsBoxPasswordsAreNotCompared) {
     Open();
-    Click("chk_password");
+    Press("chk_password");
     Field("str_password")->setText("one");
-    Click("chk_password");
+    Press("chk_password");
     EXPECT_FALSE(Field("str_password")->isEnabled());
     EXPECT_FALSE(Field("str_password2")->isEnabled());
     EXPECT_FALSE(Field("str_password")->hasFocus());
-    Click("btn_ok");
-    ASSERT_EQ(target.heard.size(), 1u);
+    Press("btn_ok");
+    ASSERT_EQ(tool.heard.size(), 1u);
     EXPECT_EQ(Info().Find<int32_t>("passonoff"), 0);
     EXPECT_EQ(Info().FindString("password"), "one") << "the flag decides, not the text";
 }
 
 TEST_F(StartDialog, WhatBuildsOnAnotherBackupIsAskedForNoPassword) {
     for (const int32_t next : {0, 1}) {
-        BMessage settings;
-        settings.Add("passonoff", next);
+        BMessage settings = Made({{"passonoff", next}});
         Open(settings);
         dialog->MakePasswordEditable(false);
         EXPECT_FALSE(Find<QCheckBox>("chk_password")->isEnabled());
         EXPECT_FALSE(Find<QCheckBox>("chk_password")->isChecked());
         EXPECT_FALSE(Field("str_password")->isEnabled());
-        EXPECT_TRUE(Find<QLabel>("str_hint")->text().startsWith("Protected as the backup is"));
-        Click("btn_ok");
+        EXPECT_TRUE(Words("str_hint").startsWith("Protected as the backup is"));
+        Press("btn_ok");
         EXPECT_EQ(Info().Find<int32_t>("passonoff"), next) << "of the next full backup";
         EXPECT_EQ(Info().FindString("password"), "");
     }
@@ -146,7 +120,7 @@ TEST_F(StartDialog, WhatBuildsOnAnotherBackupIsAskedForNoPassword) {
 
 TEST_F(StartDialog, ReturnMovesOnAndStartsNothing) {
     Open();
-    Click("chk_password");
+    Press("chk_password");
     EXPECT_EQ(dialog->focusWidget(), Field("str_password"));
     Field("str_password")->setText("x");
     Return(Field("str_password"));
@@ -154,20 +128,20 @@ TEST_F(StartDialog, ReturnMovesOnAndStartsNothing) {
     Field("str_password2")->setText("x");
     Return(Field("str_password2"));
     EXPECT_TRUE(dialog->isVisible());
-    EXPECT_TRUE(target.heard.empty());
+    EXPECT_TRUE(tool.heard.empty());
     EXPECT_TRUE(Errors().isEmpty());
     Return(Field("str_title"));
-    EXPECT_EQ(target.heard.size(), 1u) << "elsewhere it is the confirm button";
+    EXPECT_EQ(tool.heard.size(), 1u) << "elsewhere it is the confirm button";
 }
 
 TEST_F(StartDialog, SaysWhatThePasswordMeans) {
     Open();
-    EXPECT_EQ(Find<QLabel>("str_hint")->text(), "");
-    Click("chk_password");
-    const QString none = Find<QLabel>("str_hint")->text();
+    EXPECT_EQ(Words("str_hint"), "");
+    Press("chk_password");
+    const QString none = Words("str_hint");
     EXPECT_TRUE(none.contains("not be protected"));
     Field("str_password")->setText("x");
-    EXPECT_NE(Find<QLabel>("str_hint")->text(), none);
+    EXPECT_NE(Words("str_hint"), none);
     dialog->MakeTitleEditable(false);
     EXPECT_FALSE(dialog->IsTitleEditable());
     EXPECT_FALSE(Field("str_title")->isEnabled());

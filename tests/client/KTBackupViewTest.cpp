@@ -3,13 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
+#include <QAction>
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDropEvent>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
 #include <QUrl>
@@ -29,21 +26,13 @@ namespace {
 
 BMessage Bases() {
     BMessage jobs(core::code::kJobInserted);
-    const auto add = [&](int32_t id, const char* title, bool base) {
-        jobs.Add("job_id", id);
-        jobs.Add("title", title);
-        jobs.Add("jobstatus", int32_t{1});
-        jobs.Add("job_type", int32_t{1});
-        jobs.Add("date", BTime{1700000000});
-        jobs.Add("base", base);
-    };
-    add(3, "Queued", false);
-    add(5, "Home", true);
-    add(6, "Mail", true);
+    AddJob(jobs, 3, "Queued", 1, 1);
+    AddJob(jobs, 5, "Home", 1, 1, true);
+    AddJob(jobs, 6, "Mail", 1, 1, true);
     return jobs;
 }
 
-class BackupView : public ::testing::Test {
+class BackupView : public WidgetTest {
 protected:
     BackupView() {
         desk.program.AddReal();
@@ -61,70 +50,25 @@ protected:
         }
         return *view;
     }
-    template <class T>
-    T* Find(const char* name) {
-        return View().findChild<T*>(name);
-    }
-    QString Words(const char* label) { return Find<QLabel>(label)->text(); }
-    void Choose(const char* menu, int index) {
-        auto* box = Find<QComboBox>(menu);
-        box->setCurrentIndex(index);
-        emit box->activated(index);
-        Settle();
-    }
-    void Press(const char* button) {
-        Find<QPushButton>(button)->click();
-        Settle();
-    }
-    void Send(BMessage message) {
-        View().MessageReceived(message);
-        Settle();
-    }
+    QWidget* Subject() override { return &View(); }
     void Mark() { View().Sources()->MultiSelect(View().Sources()->Rows().First()); }
-    KTBackupStartWin* StartDialog() {
-        for (QWidget* widget : QApplication::topLevelWidgets())
-            if (auto* dialog = qobject_cast<KTBackupStartWin*>(widget);
-                dialog && !dialog->isHidden())
-                return dialog;
-        return nullptr;
-    }
-    void Confirm(KTBackupStartWin* dialog) {
-        dialog->findChild<QPushButton*>("btn_ok")->click();
-        Settle();
-    }
+    static KTBackupStartWin* StartDialog() { return ShownWindow<KTBackupStartWin>(); }
+    void Confirm(KTBackupStartWin* dialog) { Click(dialog, "btn_ok"); }
     // From the start button to the confirmed dialog.
     void Start() {
         Press("btn_start");
         ASSERT_TRUE(StartDialog());
         Confirm(StartDialog());
     }
-    BMessage Sent() {
-        EXPECT_EQ(desk.server.application.size(), 1u);
-        return desk.server.application.empty() ? BMessage() : desk.server.application.back();
-    }
     BMessage Stored(const char* field) { return View().Job().Get(field, BMessage()); }
     static int32_t Overwrites(const BMessage& settings) {
         return settings.Get<int32_t>("overwrite", -1);
     }
 
-    Desk desk;
     std::unique_ptr<KTBackupView> view;
 };
 
-TEST_F(BackupView, EveryControlHasItsName) {
-    for (const char* name :
-         {"mnu_backupmode", "mnu_destination", "btn_destination", "str_destination", "mnu_packer",
-          "btn_packer", "str_packer", "mnu_bakscheduler", "btn_bakscheduler", "str_bakscheduler",
-          "btn_start", "lst_source", "lst_jobs", "backuppopup"})
-        EXPECT_EQ(View().findChildren<QWidget*>(name).size(), 1) << name;
-    EXPECT_EQ(View().objectName(), "backup");
-    auto* menu = Find<QMenu>("backuppopup");
-    QStringList items;
-    for (const QAction* action : menu->actions())
-        items << action->objectName() + " " + action->text();
-    EXPECT_EQ(items, (QStringList{"sall Select All", "sclr Clear All", "sbak Start Backup..."}));
-    EXPECT_EQ(Find<QComboBox>("mnu_destination")->itemText(0), "Image");
-    EXPECT_EQ(Find<QComboBox>("mnu_packer")->itemText(0), "None");
+TEST_F(BackupView, EveryControlIsSpoken) {
     for (QWidget* control : View().findChildren<QWidget*>()) {
         if (!qobject_cast<QComboBox*>(control) && !qobject_cast<QPushButton*>(control)) continue;
         EXPECT_FALSE(control->accessibleName().isEmpty() &&
@@ -142,10 +86,9 @@ TEST_F(BackupView, FreshToolHasNoMediumAndNoCompression) {
     Press("btn_start");
     Mark();
     Press("btn_start");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 2u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "Backup");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Sorry, no directories or files selected to backup!");
-    EXPECT_EQ(desk.dialogs.Alerts()[1].text, "ERROR: no destination drive selected!");
+    EXPECT_EQ(desk.dialogs.Told(),
+              (Texts{"Backup: Sorry, no directories or files selected to backup!",
+                     "Backup: ERROR: no destination drive selected!"}));
     EXPECT_FALSE(StartDialog());
     EXPECT_TRUE(desk.server.application.empty());
 }
@@ -167,14 +110,11 @@ TEST_F(BackupView, FullBackupIsSentWithWhatWasChosen) {
     Confirm(dialog);
 
     const BMessage sent = Sent();
-    EXPECT_EQ(sent.what, "KTJA"_code);
-    EXPECT_EQ(sent.Find<int32_t>("job_type"), 1);
+    ExpectIs(sent, "KTJA"_code, {{"job_type", 1}});
     EXPECT_FALSE(sent.Has("base_id"));
-    const BMessage selection = sent.Get("selection", BMessage());
-    ASSERT_EQ(selection.Count("SELECTION"), 2);
-    EXPECT_EQ(selection.FindString("SELECTION", 1), "EXCLUDE /Disk/var/*");
-    EXPECT_EQ(sent.FindString("addon"), "KTTest");
-    EXPECT_EQ(sent.FindString("bak_addonpacker"), "KTZstd");
+    EXPECT_EQ(Strings(sent.Get("selection", BMessage()), "SELECTION"),
+              (Texts{"INCLUDE /Disk/*", "EXCLUDE /Disk/var/*"}));
+    ExpectHas(sent, {{"addon", "KTTest"}, {"bak_addonpacker", "KTZstd"}});
     EXPECT_EQ(sent.Get("volume", BMessage()).FindString("medium"), "Safe");
     EXPECT_EQ(sent.Get("start_info", BMessage()).FindString("title"), "Tuesday");
     EXPECT_TRUE(desk.dialogs.Alerts().empty());
@@ -184,8 +124,7 @@ TEST_F(BackupView, CancelledStartSendsNothing) {
     View().SetPref(Job("Safe", false));
     Mark();
     Press("btn_start");
-    StartDialog()->findChild<QPushButton*>("btn_cancel")->click();
-    Settle();
+    Click(StartDialog(), "btn_cancel");
     EXPECT_TRUE(desk.server.application.empty());
     Press("btn_start");
     EXPECT_TRUE(StartDialog()) << "the next one opens";
@@ -240,9 +179,8 @@ TEST_F(BackupView, IncrementalBuildsOnAFullBackupAndNeverOverwrites) {
     ASSERT_TRUE(View().BaseJobs()->isVisible());
     EXPECT_EQ(View().BaseJobs()->Rows().Count(), 2) << "queued jobs are no base";
     Press("btn_start");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text,
-              "Sorry, there is no job for an incremental backup selected!");
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"Backup: Sorry, there is no job for an incremental backup selected!"});
 
     View().BaseJobs()->Select(View().BaseJobs()->RowOfJob(6));
     Press("btn_start");
@@ -252,10 +190,9 @@ TEST_F(BackupView, IncrementalBuildsOnAFullBackupAndNeverOverwrites) {
     EXPECT_FALSE(dialog->findChild<QCheckBox*>("chk_password")->isEnabled());
     EXPECT_EQ(dialog->findChild<QLineEdit*>("str_title")->text(), "Mail");
     Confirm(dialog);
-    EXPECT_EQ(desk.dialogs.Alerts().size(), 1u) << "no overwrite question";
+    EXPECT_EQ(desk.dialogs.Told(), Texts{}) << "no overwrite question";
     const BMessage sent = Sent();
-    EXPECT_EQ(sent.Find<int32_t>("job_type"), 2);
-    EXPECT_EQ(sent.Find<int32_t>("base_id"), 6);
+    ExpectHas(sent, {{"job_type", 2}, {"base_id", 6}});
     EXPECT_FALSE(sent.Has("selection"));
     EXPECT_EQ(Overwrites(sent.Get("volume", BMessage())), 0);
     EXPECT_EQ(sent.Get("start_info", BMessage()).FindString("title"), "Mail");
@@ -272,16 +209,13 @@ TEST_F(BackupView, BaseOfAJobIsFoundAgainAndSurvivesAMissingServer) {
     View().SetPref(Job("Safe", false, 3));
     EXPECT_EQ(Find<QComboBox>("mnu_backupmode")->currentIndex(), 2);
     EXPECT_EQ(View().BaseJobs()->CurrentSelection(), View().BaseJobs()->RowOfJob(6));
-    BMessage settings;
-    View().GetPref(&settings);
-    EXPECT_EQ(settings.Find<int32_t>("base_id"), 6);
+    EXPECT_EQ(SettingsOf(View()).Find<int32_t>("base_id"), 6);
     view.reset();
 
     desk.server.answers.clear();
     View().SetPref(Job("Safe", false, 3));
     EXPECT_EQ(View().BaseJobs()->Rows().Count(), 0);
-    View().GetPref(&settings);
-    EXPECT_EQ(settings.Find<int32_t>("base_id"), 6) << "a list never filled says nothing";
+    EXPECT_EQ(SettingsOf(View()).Find<int32_t>("base_id"), 6) << "a list never filled says nothing";
     // The server comes, and with it the list.
     desk.server.answers["KTJL"_code] = Bases();
     Send(BMessage(client::code::kServerBack));
@@ -291,16 +225,10 @@ TEST_F(BackupView, BaseOfAJobIsFoundAgainAndSurvivesAMissingServer) {
 TEST_F(BackupView, NewFullBackupsAppearAmongTheBases) {
     View().SetPref(Job("Safe", false, 2));
     BMessage bases = Bases();
-    bases.Add("job_id", int32_t{9});
-    bases.Add("title", "Fresh");
-    bases.Add("jobstatus", int32_t{1});
-    bases.Add("job_type", int32_t{1});
-    bases.Add("date", BTime{});
-    bases.Add("base", true);
+    AddJob(bases, 9, "Fresh", 1, 1, true);
     desk.server.answers["KTJL"_code] = bases;
     desk.server.asked.clear();
-    BMessage removed(core::code::kJobRemoved);
-    removed.Add("job_id", int32_t{9});
+    BMessage removed = Made(core::code::kJobRemoved, {{"job_id", 9}});
     for (int burst = 0; burst < 5; ++burst) {
         BMessage copy(removed);
         View().MessageReceived(copy);
@@ -323,8 +251,7 @@ TEST_F(BackupView, DestinationsAreSwitchedWithTheirSettings) {
     ASSERT_TRUE(field);
     field->setText("Tape");
     emit field->textEdited("Tape");
-    field->window()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(field->window(), "btn_ok");
     EXPECT_EQ(Words("str_destination"), "Tape");
     EXPECT_EQ(Stored("KTTest").FindString("medium"), "Tape");
     EXPECT_EQ(Stored("volume").FindString("addon"), "KTTest") << "added where it was missing";
@@ -399,8 +326,7 @@ TEST_F(BackupView, JobFilesAreSavedAndLoaded) {
 TEST_F(BackupView, WrongFilesChangeNothing) {
     View().SetPref(Job("Safe", false));
     Mark();
-    BMessage before;
-    View().GetPref(&before);
+    const BMessage before = SettingsOf(View());
     const std::string path = desk.program / "other";
     std::ofstream(path) << "KTRESJOB" << std::string(92, '\0');
     BMessage loaded;
@@ -410,9 +336,7 @@ TEST_F(BackupView, WrongFilesChangeNothing) {
     std::ofstream(path) << "KTSELECT" << std::string(92, '\0') << "rubbish";
     View().SetPref(entry_ref{path});
     EXPECT_EQ(desk.dialogs.Alerts().size(), 3u);
-    BMessage after;
-    View().GetPref(&after);
-    EXPECT_EQ(after, before);
+    EXPECT_EQ(SettingsOf(View()), before);
 }
 
 TEST_F(BackupView, DroppedSelectionFillsOnlyTheSelection) {
@@ -454,8 +378,7 @@ TEST_F(BackupView, SelectAllAndClearAll) {
 
 TEST_F(BackupView, ScheduleIsShownAndTakenAway) {
     EXPECT_EQ(Words("str_bakscheduler"), "");
-    BMessage schedule;
-    schedule.Add("TIME", BTime{1700000000});
+    BMessage schedule = Made({{"TIME", BTime{1700000000}}});
     Send(Answer("swqt"_code, false, schedule));
     EXPECT_EQ(Words("str_bakscheduler"), "");
     Send(Answer("swqt"_code, true, schedule));
@@ -474,8 +397,7 @@ TEST_F(BackupView, ScheduleIsShownAndTakenAway) {
         << "without a time there is no schedule";
     dialogs[0]->findChild<QLineEdit*>("DATE")->setText("31.12.2040");
     dialogs[0]->findChild<QLineEdit*>("Days")->setText("7");
-    dialogs[0]->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(dialogs[0], "btn_ok");
     EXPECT_EQ(Find<QComboBox>("mnu_bakscheduler")->currentIndex(), 1);
     EXPECT_TRUE(Words("str_bakscheduler").contains("2040"));
     EXPECT_TRUE(Words("str_bakscheduler").endsWith("every week")) << "and how often";
@@ -485,22 +407,17 @@ TEST_F(BackupView, ScheduleIsShownAndTakenAway) {
 TEST_F(BackupView, PasswordIsUsedOnce) {
     View().SetPref(Job("Safe", false));
     Mark();
-    BMessage info;
-    info.Add("title", "Home");
-    info.Add("passonoff", int32_t{1});
-    info.Add("password", "secret");
+    BMessage info = Made({{"title", "Home"}, {"passonoff", 1}, {"password", "secret"}});
     Send(Answer("bsqt"_code, true, info));
     EXPECT_EQ(Sent().Get("start_info", BMessage()).FindString("password"), "secret");
-    BMessage settings;
-    View().GetPref(&settings);
-    EXPECT_FALSE(settings.Get("start_info", BMessage()).Has("password"));
+    EXPECT_FALSE(SettingsOf(View()).Get("start_info", BMessage()).Has("password"));
 
     View().SetPref(Job("Safe", true));
     Mark();
     desk.dialogs.Answer(2);
     Send(Answer("bsqt"_code, true, info));
-    View().GetPref(&settings);
-    EXPECT_FALSE(settings.Get("start_info", BMessage()).Has("password")) << "nor when taken back";
+    EXPECT_FALSE(SettingsOf(View()).Get("start_info", BMessage()).Has("password"))
+        << "nor when taken back";
 }
 
 TEST_F(BackupView, EditingWindowStartsNothing) {

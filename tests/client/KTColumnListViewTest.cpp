@@ -11,6 +11,7 @@
 #include <QTest>
 
 #include "client/uikit/KTWindowLooper.h"
+#include "tests/support/MadeMessage.h"
 
 namespace {
 
@@ -243,8 +244,7 @@ TEST_F(KTColumnListViewTest, EditingHidesWhatIsTyped) {
     ASSERT_TRUE(QTest::qWaitFor([&] { return !view->messages.empty(); }));
     EXPECT_EQ(view->Rows().TextAt(row, 3), "s3cret");
     EXPECT_FALSE(view->IndexOf(row, 3).data().toString().contains("s3"));
-    EXPECT_EQ(view->messages[0].what, "clrn"_code);
-    EXPECT_EQ(view->messages[0].FindString("text"), "s3cret");
+    ExpectIs(view->messages[0], "clrn"_code, {{"text", "s3cret"}});
     EXPECT_EQ(view->messages[0].Get<int64_t>("item", -1), row);
 }
 

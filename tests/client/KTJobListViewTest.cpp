@@ -14,17 +14,7 @@ using Show = KTJobListView::Show;
 
 namespace {
 
-void AddJob(BMessage& jobs, int32_t id, const char* title, int32_t status, int32_t type,
-            bool base = false) {
-    jobs.Add("job_id", id);
-    jobs.Add("title", title);
-    jobs.Add("jobstatus", status);
-    jobs.Add("job_type", type);
-    jobs.Add("date", BTime{0});
-    jobs.Add("base", base);
-}
-
-class JobList : public ::testing::Test {
+class JobList : public WidgetTest {
 protected:
     KTJobListView& List(Show show = Show::Queue) {
         if (!list)
@@ -32,11 +22,8 @@ protected:
                                                    &desk.server, &desk.preferences, nullptr);
         return *list;
     }
-    void Send(BMessage message) {
-        List().MessageReceived(message);
-        Settle();
-    }
-    Desk desk;
+    QWidget* Subject() override { return &List(); }
+
     std::unique_ptr<KTJobListView> list;
 };
 
@@ -71,18 +58,15 @@ TEST_F(JobList, FollowsTheServersNotices) {
     Send(inserted);
     EXPECT_EQ(List().Rows().Count(), 2) << "told twice, listed once";
 
-    BMessage changed(core::code::kJobChanged);
-    changed.Add("job_id", int32_t{2});
-    changed.Add("jobstatus", int32_t{3});
-    changed.Add("new_id", int32_t{7});
+    BMessage changed =
+        Made(core::code::kJobChanged, {{"job_id", 2}, {"jobstatus", 3}, {"new_id", 7}});
     Send(changed);
     EXPECT_EQ(List().RowOfJob(2), kNoRow);
     ASSERT_NE(List().RowOfJob(7), kNoRow);
     EXPECT_EQ(List().CellText(List().RowOfJob(7), KTJobListView::kStatus), "Pause");
     EXPECT_EQ(List().JobTitle(List().RowOfJob(7)), "B") << "what is not named stays";
 
-    BMessage removed(core::code::kJobRemoved);
-    removed.Add("job_id", int32_t{99});
+    BMessage removed = Made(core::code::kJobRemoved, {{"job_id", 99}});
     Send(removed);
     EXPECT_EQ(List().Rows().Count(), 2);
     removed.Add("job_id", int32_t{1});
@@ -120,8 +104,7 @@ TEST_F(JobList, TitleEditedInPlaceIsStored) {
     ASSERT_TRUE(editor) << "the next one edits";
     EXPECT_FALSE(List().TestRenameColumnData(List().RowOfJob(2), KTJobListView::kTitle))
         << "a running job cannot be changed";
-    BMessage job(core::code::kSubmitJob);
-    job.Add("job_type", int32_t{1});
+    BMessage job = Made(core::code::kSubmitJob, {{"job_type", 1}});
     desk.server.answers["KTjg"_code] = job;
     QTest::keyClicks(editor, "New name");
     Send(inserted);
@@ -129,11 +112,9 @@ TEST_F(JobList, TitleEditedInPlaceIsStored) {
     QTest::keyClick(editor, Qt::Key_Return);
     Settle();
     ASSERT_EQ(desk.server.posted.size(), 1u);
-    EXPECT_EQ(desk.server.posted[0].what, "KTjs"_code);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("job_id"), 1);
+    ExpectIs(desk.server.posted[0], "KTjs"_code, {{"job_id", 1}});
     const BMessage data = desk.server.posted[0].Get("job_data", BMessage());
-    EXPECT_EQ(data.FindString("title"), "New name");
-    EXPECT_EQ(data.Find<int32_t>("job_type"), 1);
+    ExpectHas(data, {{"title", "New name"}, {"job_type", 1}});
 
     desk.server.answers["KTjg"_code] = BMessage(core::code::kNone);
     List().RenameColumnData(List().RowOfJob(1), KTJobListView::kTitle, "Other");

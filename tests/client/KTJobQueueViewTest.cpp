@@ -23,22 +23,15 @@ namespace {
 
 enum Button { kYes, kNo };
 
-class JobQueueTool : public ::testing::Test {
+class JobQueueTool : public CatalogueTest {
 protected:
     JobQueueTool() {
         BMessage jobs("KTJI"_code);
         const std::tuple<int32_t, int32_t, int32_t> kJobs[] = {
             {21, 1, 1}, {22, 2, 4}, {23, 3, 5}, {24, 4, 1}, {25, 1, 7}};
-        for (const auto& [id, status, type] : kJobs) {
-            jobs.Add("job_id", id);
-            jobs.Add("title", "Job " + std::to_string(id));
-            jobs.Add("jobstatus", status);
-            jobs.Add("job_type", type);
-            jobs.Add("date", BTime{0});
-            jobs.Add("base", false);
-        }
+        for (const auto& [id, status, type] : kJobs)
+            AddJob(jobs, id, "Job " + std::to_string(id), status, type);
         desk.server.answers["KTJL"_code] = jobs;
-        desk.server.answer = [this](const BMessage& question) { return catalogue(question); };
         desk.program.AddReal();
         tool = std::make_unique<KTJobQueueView>(desk.Context());
         tool->resize(700, 400);
@@ -54,21 +47,18 @@ protected:
         QTest::qWait(20);  // changes are told together
         Settle();
     }
-    QPushButton* ButtonOf(const char* name) { return tool->findChild<QPushButton*>(name); }
+    QWidget* Subject() override { return tool.get(); }
     QString On() {
         QString on;
         for (const char* name : {"start", "pause", "continue", "abort", "delete", "edit"}) {
-            const std::string button = std::string("btn_jq") + name;
-            on += ButtonOf(button.c_str())->isEnabled() ? QChar(name[0]) : QChar('-');
+            on += Find(QString("btn_jq") + name)->isEnabled() ? QChar(name[0]) : QChar('-');
         }
         return on;
     }
     // What goes to the server for this command, as "code job flag".
     Texts Sent(uint32_t code) {
         desk.server.application.clear();
-        BMessage command(code);
-        tool->MessageReceived(command);
-        Settle();
+        Send(BMessage(code));
         Texts sent;
         for (const BMessage& message : desk.server.application)
             sent.push_back(CodeText(message.what) + ' ' +
@@ -79,13 +69,8 @@ protected:
     KTJQWindow* Edit(int32_t id, const BMessage& job) {
         desk.server.answers["KTjg"_code] = job;
         Mark({id});
-        BMessage command("JQed"_code);
-        tool->MessageReceived(command);
-        Settle();
-        for (QWidget* top : QApplication::topLevelWidgets())
-            if (auto* window = qobject_cast<KTJQWindow*>(top); window && window->isVisible())
-                return window;
-        return nullptr;
+        Send(BMessage("JQed"_code));
+        return ShownWindow<KTJQWindow>();
     }
     // The edit marks and stored jobs since the last call, as "KTje 21 1".
     Texts Marks() {
@@ -98,21 +83,14 @@ protected:
         return marks;
     }
     static BMessage CompareJob() {
-        BMessage selection, info, job("KTJA"_code), schedule;
-        selection.Add("SELECTION", "INCLUDE /Mon/Disk/home/f");
-        info.Add("title", "Mine");
-        schedule.Add("TIME", BTime{4'000'000'000});
-        schedule.Add("Days", int32_t{1});
-        job.Add("job_type", int32_t{5});
-        job.Add("selection", selection);
-        job.Add("start_info", info);
-        job.Add("scheduler", schedule);
-        job.Add("job_id", int32_t{23});
-        return job;
+        return Made("KTJA"_code,
+                    {{"job_type", 5},
+                     {"selection", Selection({"INCLUDE /Mon/Disk/home/f"})},
+                     {"start_info", Made({{"title", "Mine"}})},
+                     {"scheduler", Made({{"TIME", BTime{4'000'000'000}}, {"Days", 1}})},
+                     {"job_id", 23}});
     }
 
-    Desk desk;
-    Catalogue catalogue;
     std::unique_ptr<KTJobQueueView> tool;
 };
 
@@ -147,9 +125,10 @@ TEST_F(JobQueueTool, AsksBeforeWhatCannotBeTakenBack) {
     }
     EXPECT_TRUE(Sent("JQdl"_code).empty()) << "closed without a button";
     ASSERT_EQ(desk.dialogs.Alerts().size(), 4U);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Do you really want to start the selected job(s)?");
-    EXPECT_EQ(desk.dialogs.Alerts()[1].text, "Do you really want to abort the selected job(s)?");
-    EXPECT_EQ(desk.dialogs.Alerts()[2].text, "Do you really want to delete the selected job(s)?");
+    const char* words[] = {"start", "abort", "delete", "delete"};
+    for (size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(desk.dialogs.Alerts()[i].text,
+                  QString("Do you really want to %1 the selected job(s)?").arg(words[i]));
     for (const size_t i : {1U, 2U})
         EXPECT_EQ(desk.dialogs.Alerts()[i].defaultButton, kNo);
     // What it is about may start while the question stands.
@@ -161,25 +140,16 @@ TEST_F(JobQueueTool, AsksBeforeWhatCannotBeTakenBack) {
 TEST_F(JobQueueTool, ButtonsFollowTheServersNotices) {
     Mark({21});
     EXPECT_EQ(On(), "sp--de");
-    BMessage change("KTjc"_code);
-    change.Add("job_id", int32_t{21});
-    change.Add("jobstatus", int32_t{2});
-    tool->MessageReceived(change);
+    Send(Made("KTjc"_code, {{"job_id", 21}, {"jobstatus", 2}}));
     EXPECT_EQ(On(), "-p-ad-");
     // A repeating job goes on under another number; the mark goes with it.
-    BMessage next("KTjc"_code);
-    next.Add("job_id", int32_t{21});
-    next.Add("new_id", int32_t{31});
-    next.Add("jobstatus", int32_t{1});
-    next.Add("date", BTime{4'000'000'000});
-    tool->MessageReceived(next);
+    Send(Made("KTjc"_code,
+              {{"job_id", 21}, {"new_id", 31}, {"jobstatus", 1}, {"date", BTime{4'000'000'000}}}));
     EXPECT_EQ(Sent("JQpa"_code), (Texts{"KTJP 31 0"}));
     auto* words = tool->findChild<QLabel*>("str_nextjob");
     EXPECT_TRUE(words->isVisible());
     EXPECT_TRUE(words->text().contains("Job 21")) << words->text().toStdString();
-    BMessage gone("KTJR"_code);
-    gone.Add("job_id", int32_t{31});
-    tool->MessageReceived(gone);
+    Send(Made("KTJR"_code, {{"job_id", 31}}));
     EXPECT_EQ(On(), "------");
     EXPECT_FALSE(words->isVisible());
 }
@@ -193,13 +163,10 @@ TEST_F(JobQueueTool, EditsAJobWithTheToolThatMadeIt) {
     ASSERT_TRUE(view);
     EXPECT_FALSE(view->findChild<QPushButton*>("btn_resstart")->isVisible());
     // Only one window a job.
-    BMessage again("JQed"_code);
-    tool->MessageReceived(again);
-    Settle();
+    Send(BMessage("JQed"_code));
     EXPECT_TRUE(Marks().empty());
     // Nothing was changed: nothing of the job is lost.
-    window->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(window, "btn_ok");
     ASSERT_EQ(desk.server.posted.size(), 2U);
     BMessage stored = desk.server.posted[0].Get("job_data", BMessage());
     EXPECT_EQ(Marks(), (Texts{"KTjs 23 -1", "KTje 23 0"}));
@@ -221,8 +188,7 @@ TEST_F(JobQueueTool, AnEditEndsOnlyWithACompleteJobAndIsLetGoHoweverItEnds) {
         Settle();
     };
     send("sclr"_code);
-    window->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(window, "btn_ok");
     ASSERT_EQ(desk.dialogs.Alerts().size(), 1U);
     EXPECT_TRUE(window->isVisible());
     // A job file brings all but the number.
@@ -232,8 +198,7 @@ TEST_F(JobQueueTool, AnEditEndsOnlyWithACompleteJobAndIsLetGoHoweverItEnds) {
     ASSERT_EQ(core::SaveHeaderFile(desk.program / "compare", "KTCMPJOB", other, "x/y"),
               core::HeaderSave::Good);
     window->findChild<KTCompareView*>()->SetPref(entry_ref{desk.program / "compare"});
-    window->findChild<QPushButton*>("btn_cancel")->click();
-    Settle();
+    Click(window, "btn_cancel");
     EXPECT_EQ(Marks(), (Texts{"KTje 23 1", "KTje 23 0"})) << "cancelled: nothing is stored";
 
     // It has started meanwhile, or is gone.
@@ -242,44 +207,34 @@ TEST_F(JobQueueTool, AnEditEndsOnlyWithACompleteJobAndIsLetGoHoweverItEnds) {
     EXPECT_EQ(desk.dialogs.Alerts().size(), 2U);
     // A kind that no tool here makes.
     Mark({25});
-    BMessage verify("KTJA"_code);
-    verify.Add("job_type", int32_t{7});
+    BMessage verify = Made("KTJA"_code, {{"job_type", 7}});
     EXPECT_FALSE(Edit(25, verify));
     EXPECT_EQ(Marks(), (Texts{"KTje 25 1", "KTje 25 0"}));
 
     // The server comes back without its marks; the client ends with a window open.
     ASSERT_TRUE(Edit(23, CompareJob()));
-    BMessage back("svbk"_code);
-    tool->MessageReceived(back);
+    Send(BMessage("svbk"_code));
     EXPECT_EQ(Marks(), (Texts{"KTje 23 1", "KTje 23 1"}));
     tool.reset();
     EXPECT_EQ(Marks(), (Texts{"KTje 23 0"}));
 }
 
 TEST_F(JobQueueTool, AnEditedBackupIsWholeAgain) {
-    BMessage volume, selection, info, packer, job("KTJA"_code);
-    volume.Add("addon", "KTImage");
-    volume.Add("path", "/somewhere/else");
-    selection.Add("SELECTION", "INCLUDE /Not here/home/*");
-    selection.Add("SELECTION", "EXCLUDE /Not here/home/tmp");
-    info.Add("title", "Every evening");
-    info.Add("passonoff", int32_t{1});
-    packer.Add("addon", "KTZstd");
-    packer.Add("level", int32_t{7});
-    job.Add("job_type", int32_t{1});
-    job.Add("addon", "KTImage");
-    job.Add("volume", volume);
-    job.Add("bak_addonpacker", "KTZstd");
-    job.Add("bak_packer", packer);
-    job.Add("selection", selection);
-    job.Add("start_info", info);
+    const BMessage selection =
+        Selection({"INCLUDE /Not here/home/*", "EXCLUDE /Not here/home/tmp"});
+    const BMessage job =
+        Made("KTJA"_code, {{"job_type", 1},
+                           {"addon", "KTImage"},
+                           {"volume", Made({{"addon", "KTImage"}, {"path", "/somewhere/else"}})},
+                           {"bak_addonpacker", "KTZstd"},
+                           {"bak_packer", Made({{"addon", "KTZstd"}, {"level", 7}})},
+                           {"selection", selection},
+                           {"start_info", Made({{"title", "Every evening"}, {"passonoff", 1}})}});
     KTJQWindow* window = Edit(21, job);
     ASSERT_TRUE(window);
     ASSERT_TRUE(window->findChild<KTBackupView*>("bak_job_setttings"));
-    window->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
-    for (const KTAlertRequest& alert : desk.dialogs.Alerts())
-        ADD_FAILURE() << alert.text.toStdString();
+    Click(window, "btn_ok");
+    EXPECT_EQ(desk.dialogs.Told(), Texts{});
     ASSERT_EQ(desk.server.posted.size(), 3U);
     const BMessage stored = desk.server.posted[1].Get("job_data", BMessage());
     Texts rules = Strings(stored.Get("selection", BMessage()), "SELECTION");
@@ -294,15 +249,12 @@ TEST_F(JobQueueTool, AnEditedBackupIsWholeAgain) {
 }
 
 TEST_F(JobQueueTool, EditsAnInsertJobInTheInsertWindow) {
-    BMessage volume, info, job("KTJA"_code);
-    volume.Add("addon", "KTImage");
-    volume.Add("path", "/media/shelf");
-    info.Add("title", "Bring them back");
-    job.Add("job_type", int32_t{6});
-    job.Add("volume", volume);
-    job.Add("ID", "a");
-    job.Add("title", "A");
-    job.Add("start_info", info);
+    const BMessage job =
+        Made("KTJA"_code, {{"job_type", 6},
+                           {"volume", Made({{"addon", "KTImage"}, {"path", "/media/shelf"}})},
+                           {"ID", "a"},
+                           {"title", "A"},
+                           {"start_info", Made({{"title", "Bring them back"}})}});
     EXPECT_FALSE(Edit(25, job));
     auto* list = FindWindow<KTFoundBackups>("col_listview");
     ASSERT_TRUE(list);
@@ -317,8 +269,7 @@ TEST_F(JobQueueTool, EditsAnInsertJobInTheInsertWindow) {
     Settle();
     ASSERT_EQ(list->Marked().size(), 1U);
     list->MultiSelect(list->RowOfId("b"));
-    list->window()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(list->window(), "btn_ok");
     ASSERT_EQ(desk.server.posted.size(), 2U);
     const BMessage stored = desk.server.posted[0].Get("job_data", BMessage());
     EXPECT_EQ(Strings(stored, "ID"), (Texts{"a", "b"}));
@@ -328,20 +279,16 @@ TEST_F(JobQueueTool, EditsAnInsertJobInTheInsertWindow) {
 }
 
 TEST_F(JobQueueTool, ShowsTheColumnsThatTheSettingsAskFor) {
-    BMessage open("JQst"_code);
-    tool->MessageReceived(open);
+    Send(BMessage("JQst"_code));
     auto* box = FindWindow<QCheckBox>("jqshowid");
     ASSERT_TRUE(box);
     EXPECT_EQ(box->window()->windowTitle(), "JobQueue Settings");
     EXPECT_TRUE(box->isChecked());
     box->click();
-    box->window()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(box->window(), "btn_ok");
     EXPECT_TRUE(tool->Jobs()->isColumnHidden(KTJobListView::kId));
     EXPECT_FALSE(tool->Jobs()->isColumnHidden(KTJobListView::kDate));
-    BMessage settings;
-    tool->GetPref(&settings);
-    EXPECT_EQ(settings.Get<int32_t>("jqshowid", 1), 0);
+    ExpectHas(SettingsOf(*tool), {{"jqshowid", 0}});
 }
 
 }  // namespace

@@ -18,11 +18,8 @@ namespace {
 
 using Mark = KTRowStore::Mark;
 
-class LogData : public ::testing::Test {
+class LogData : public CatalogueTest {
 protected:
-    LogData() {
-        desk.server.answer = [this](const BMessage& question) { return catalogue(question); };
-    }
     void Make() {
         view = std::make_unique<KTLogDataView>(&desk.server, &desk.preferences, nullptr);
         tester = std::make_unique<QAbstractItemModelTester>(
@@ -31,6 +28,7 @@ protected:
         view->show();
         Settle();
     }
+    QWidget* Subject() override { return view.get(); }
     void TearDown() override {
         tester.reset();
         view.reset();
@@ -54,8 +52,6 @@ protected:
         return paths;
     }
 
-    Desk desk;
-    Catalogue catalogue;
     std::unique_ptr<KTLogDataView> view;
     std::unique_ptr<QAbstractItemModelTester> tester;
 };
@@ -155,8 +151,7 @@ TEST_F(LogData, ReplaysASelectionBeforeAnythingIsThere) {
     // The answers come, one level after the other.
     desk.server.keepsWaiting = false;
     for (const auto& done : std::exchange(desk.server.waiting, {})) {
-        BMessage question("KTLR"_code);
-        question.Add("path", "/");
+        BMessage question = Made("KTLR"_code, {{"path", "/"}});
         done(BSendResult::Ok, catalogue(question));
     }
     Settle();
@@ -226,8 +221,7 @@ TEST_F(LogData, ARemovedBackupGoesWithItsRulesAndItsEmptySet) {
     Make();
     view->MultiSelectAll(true);
     view->AddRedirection(Row("Old"), "/t");
-    BMessage gone("KTLr"_code);
-    gone.Add("name", "Old");
+    BMessage gone = Made("KTLr"_code, {{"name", "Old"}});
     view->MessageReceived(gone);
     EXPECT_EQ(Row("Old"), kNoRow);
     EXPECT_EQ(view->Rows().ChildCount(kNoRow), 1);
@@ -249,8 +243,7 @@ TEST_F(LogData, ALockedBackupAsksOnceAndOpensLater) {
     EXPECT_FALSE(view->Rows().IsExpanded(Row("Mon")));
     EXPECT_EQ(Cell("Mon", KTLogDataView::kName), "Full Backup (locked)");
     // A stored selection that leads through it is kept, and nobody is asked for it.
-    BMessage stored;
-    stored.Add("SELECTION", "INCLUDE /Mon/Disk/home/*");
+    BMessage stored = Made({{"SELECTION", "INCLUDE /Mon/Disk/home/*"}});
     view->SetSelection(stored, true);
     Settle();
     EXPECT_EQ(locked.count(), 1);
@@ -305,8 +298,7 @@ TEST_F(LogData, HostileListsAreTakenAsFarAsTheyMakeSense) {
     const KTRow strange = view->Rows().ChildAt(Row("Mon/Disk"), 0);
     EXPECT_EQ(view->CellText(strange, KTLogDataView::kName), "odd\\x0A\\xFF");
     view->CellIcon(strange);
-    BMessage rubbish("KTLi"_code);
-    rubbish.Add("type", "x");
+    BMessage rubbish = Made("KTLi"_code, {{"type", "x"}});
     view->MessageReceived(rubbish);
     EXPECT_EQ(view->Rows().ChildCount(kNoRow), 2);
 }

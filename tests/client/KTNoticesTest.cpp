@@ -62,11 +62,10 @@ protected:
     }
     void ShowNotices() { ASSERT_TRUE(desktopBus.registerService(kService)); }
     static BMessage Report(int32_t id, const char* title, core::JobEnd end) {
-        BMessage notice("rpIN"_code);
-        notice.Add("report_id", id);
-        notice.Add("title", title);
-        notice.Add("job_type", int32_t{1});
-        notice.Add("status", static_cast<int32_t>(end));
+        BMessage notice = Made("rpIN"_code, {{"report_id", id},
+                                             {"title", title},
+                                             {"job_type", 1},
+                                             {"status", static_cast<int32_t>(end)}});
         return notice;
     }
     bool SeesShown(size_t count) {

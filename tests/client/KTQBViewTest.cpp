@@ -4,11 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include <QApplication>
 #include <QComboBox>
-#include <QLabel>
-#include <QLineEdit>
-#include <QMenu>
 #include <QPushButton>
 
 #include "client/backup/KTBackupStartWin.h"
@@ -20,137 +16,91 @@ using namespace backup_testing;
 
 namespace {
 
-struct FurnishedDesk : Desk {
-    FurnishedDesk() {
-        program.AddReal();
-        program.AddTest();
-    }
-};
-
-class QuickBackup : public ::testing::Test {
+class QuickBackup : public WidgetTest {
 protected:
     QuickBackup() {
-        view.resize(560, 400);
-        view.show();
-        EXPECT_TRUE(WaitFor([&] { return view.Volumes()->Rows().Count() == 2; }));
+        desk.program.AddReal();
+        desk.program.AddTest();
+        view = std::make_unique<KTQBView>(desk.Context(), nullptr, "quickbackup", mounts);
+        view->resize(560, 400);
+        view->show();
+        EXPECT_TRUE(WaitFor([&] { return view->Volumes()->Rows().Count() == 2; }));
         Settle();
     }
-    template <class T>
-    T* Find(const char* name) {
-        return view.findChild<T*>(name);
-    }
-    void Press(const char* button) {
-        Find<QPushButton>(button)->click();
-        Settle();
-    }
-    void Send(BMessage message) {
-        view.MessageReceived(message);
-        Settle();
-    }
-    KTBackupStartWin* StartDialog() {
-        for (QWidget* widget : QApplication::topLevelWidgets())
-            if (auto* dialog = qobject_cast<KTBackupStartWin*>(widget);
-                dialog && !dialog->isHidden())
-                return dialog;
-        return nullptr;
-    }
+    QWidget* Subject() override { return view.get(); }
+    static KTBackupStartWin* StartDialog() { return ShownWindow<KTBackupStartWin>(); }
     void Start() {
         Press("btn_start");
         ASSERT_TRUE(StartDialog());
-        StartDialog()->findChild<QPushButton*>("btn_ok")->click();
-        Settle();
+        Click(StartDialog(), "btn_ok");
     }
-    BMessage Sent() {
-        EXPECT_EQ(desk.server.application.size(), 1u);
-        return desk.server.application.empty() ? BMessage() : desk.server.application.back();
-    }
-    static std::vector<std::string> Rules(const BMessage& job) {
-        const BMessage selection = job.Get("selection", BMessage());
-        std::vector<std::string> rules(static_cast<size_t>(selection.Count("SELECTION")));
-        for (size_t i = 0; i < rules.size(); ++i)
-            rules[i] = *selection.FindString("SELECTION", static_cast<int32_t>(i));
-        return rules;
+    static Texts Rules(const BMessage& job) {
+        return Strings(job.Get("selection", BMessage()), "SELECTION");
     }
 
-    FurnishedDesk desk;
     std::shared_ptr<MountTable> mounts = std::make_shared<MountTable>();
-    KTQBView view{desk.Context(), nullptr, "quickbackup", mounts};
+    std::unique_ptr<KTQBView> view;
 };
 
-TEST_F(QuickBackup, HasItsControlsAndNoOthers) {
-    for (const char* name : {"lst_volumes", "mnu_destination", "btn_destination", "str_destination",
-                             "mnu_packer", "btn_packer", "str_packer", "btn_start", "backuppopup"})
-        EXPECT_EQ(view.findChildren<QWidget*>(name).size(), 1) << name;
-    EXPECT_EQ(view.findChildren<QComboBox*>().size(), 2) << "no mode, no scheduler";
-    QStringList items;
-    for (const QAction* action : Find<QMenu>("backuppopup")->actions())
-        items << action->objectName() + " " + action->text();
-    EXPECT_EQ(items, (QStringList{"sall Select All", "sclr Clear All", "sbak Start Backup"}));
-    EXPECT_EQ(view.Volumes()->accessibleName(), "Volumes");
-    EXPECT_TRUE(WaitFor([&] { return Find<QLabel>("str_hint")->text().contains("'Disk'"); }));
+TEST_F(QuickBackup, HasNoControlsOfModeAndTime) {
+    EXPECT_EQ(view->findChildren<QComboBox*>().size(), 2);
+    EXPECT_EQ(view->Volumes()->accessibleName(), "Volumes");
+    EXPECT_TRUE(WaitFor([&] { return Words("str_hint").contains("'Disk'"); }));
 }
 
 TEST_F(QuickBackup, SendsTheMarkedVolumes) {
     Press("btn_start");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "QuickBackup");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Sorry, no directories or files selected to backup!");
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"QuickBackup: Sorry, no directories or files selected to backup!"});
     EXPECT_FALSE(StartDialog());
 
-    view.SetPref(Job("Safe", false));
+    view->SetPref(Job("Safe", false));
     Send(BMessage("sall"_code));
-    EXPECT_EQ(Rules(view.Job()), (std::vector<std::string>{"INCLUDE /Disk/*", "INCLUDE /Data/*"}));
+    EXPECT_EQ(Rules(view->Job()), (Texts{"INCLUDE /Disk/*", "INCLUDE /Data/*"}));
     Press("btn_start");
     ASSERT_TRUE(StartDialog());
     EXPECT_TRUE(StartDialog()->IsTitleEditable());
     StartDialog()->findChild<QLineEdit*>("str_title")->setText("All");
     Start();
     const BMessage sent = Sent();
-    EXPECT_EQ(sent.what, "KTJA"_code);
-    EXPECT_EQ(sent.Find<int32_t>("job_type"), 1);
+    ExpectIs(sent, "KTJA"_code, {{"job_type", 1}});
     EXPECT_FALSE(sent.Has("base_id"));
-    EXPECT_EQ(Rules(sent), (std::vector<std::string>{"INCLUDE /Disk/*", "INCLUDE /Data/*",
-                                                     "EXCLUDE /Disk/var/*"}));
+    EXPECT_EQ(Rules(sent), (Texts{"INCLUDE /Disk/*", "INCLUDE /Data/*", "EXCLUDE /Disk/var/*"}));
     EXPECT_EQ(sent.Get("start_info", BMessage()).FindString("title"), "All");
     EXPECT_EQ(sent.Get("volume", BMessage()).FindString("medium"), "Safe");
 
     Send(BMessage("sclr"_code));
-    EXPECT_TRUE(Rules(view.Job()).empty());
+    EXPECT_TRUE(Rules(view->Job()).empty());
 }
 
 TEST_F(QuickBackup, VolumeThatGoesBehindTheDialogIsNotSent) {
-    view.SetPref(Job("Safe", false));
-    view.Volumes()->MultiSelect(view.Volumes()->Rows().ChildAt(kNoRow, 1));
+    view->SetPref(Job("Safe", false));
+    view->Volumes()->MultiSelect(view->Volumes()->Rows().ChildAt(kNoRow, 1));
     Press("btn_start");
     ASSERT_TRUE(StartDialog());
     mounts->Set({{"Disk", "/", 1}});
-    BMessage unmounted("NDMN"_code);
-    unmounted.Add("opcode", int32_t{7});
-    view.Volumes()->MessageReceived(unmounted);
-    ASSERT_TRUE(WaitFor([&] { return view.Volumes()->Rows().Count() == 1; }));
-    StartDialog()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    BMessage unmounted = Made("NDMN"_code, {{"opcode", 7}});
+    view->Volumes()->MessageReceived(unmounted);
+    ASSERT_TRUE(WaitFor([&] { return view->Volumes()->Rows().Count() == 1; }));
+    Click(StartDialog(), "btn_ok");
     EXPECT_EQ(desk.dialogs.Alerts().size(), 1u);
     EXPECT_TRUE(desk.server.application.empty());
 }
 
 TEST_F(QuickBackup, LoadedJobOfTheBackupToolBecomesAQuickOne) {
     BMessage job = Job("Safe", false, 2);
-    BMessage selection, schedule;
-    selection.Add("SELECTION", "INCLUDE /Data/home/*");
-    schedule.Add("TIME", BTime{1700000000});
-    schedule.Add("Days", int32_t{1});
-    job.Add("selection", selection);
+    const BMessage schedule = Made({{"TIME", BTime{1700000000}}, {"Days", 1}});
+    job.Add("selection", Selection({"INCLUDE /Data/home/*"}));
     job.Add("scheduler", schedule);
     job.Add("bak_addonpacker", "KTZstd");
     const std::string path = desk.program / "jobsettings/other_bak";
     ASSERT_EQ(core::SaveHeaderFile(path, "KTBAKJOB", job), core::HeaderSave::Good);
 
-    view.SetPref(entry_ref{path});
+    view->SetPref(entry_ref{path});
     EXPECT_EQ(Find<QComboBox>("mnu_packer")->currentText(), "Zstandard");
     EXPECT_TRUE(Find<QPushButton>("btn_packer")->isEnabled());
-    EXPECT_EQ(Find<QLabel>("str_destination")->text(), "Safe");
-    EXPECT_EQ(view.Job().FindString("selectionpath"), path);
+    EXPECT_EQ(Words("str_destination"), "Safe");
+    EXPECT_EQ(view->Job().FindString("selectionpath"), path);
     // There are no controls for a time, so none can come in.
     Send(Answer("swqt"_code, true, schedule));
     Start();
@@ -159,12 +109,12 @@ TEST_F(QuickBackup, LoadedJobOfTheBackupToolBecomesAQuickOne) {
     EXPECT_FALSE(sent.Has("base_id"));
     EXPECT_FALSE(sent.Get("scheduler", BMessage()).Has("TIME"));
     EXPECT_FALSE(sent.Get("scheduler", BMessage()).Has("Days"));
-    EXPECT_EQ(Rules(sent), (std::vector<std::string>{"INCLUDE /Data/*", "EXCLUDE /Disk/var/*"}));
+    EXPECT_EQ(Rules(sent), (Texts{"INCLUDE /Data/*", "EXCLUDE /Disk/var/*"}));
     EXPECT_EQ(sent.FindString("bak_addonpacker"), "KTZstd");
 }
 
 TEST_F(QuickBackup, AsksBeforeItOverwrites) {
-    view.SetPref(Job("Safe", true));
+    view->SetPref(Job("Safe", true));
     Send(BMessage("sall"_code));
     desk.dialogs.Answer(2);
     Start();
@@ -177,13 +127,12 @@ TEST_F(QuickBackup, AsksBeforeItOverwrites) {
 }
 
 TEST_F(QuickBackup, SettingsKeepTheMarks) {
-    BMessage settings;
-    view.Volumes()->MultiSelect(view.Volumes()->Rows().First());
-    view.GetPref(&settings);
+    view->Volumes()->MultiSelect(view->Volumes()->Rows().First());
+    const BMessage settings = SettingsOf(*view);
     Send(BMessage("sclr"_code));
-    view.SetPref(settings);
-    EXPECT_EQ(Rules(view.Job()), std::vector<std::string>{"INCLUDE /Disk/*"});
-    EXPECT_TRUE(view.Volumes()->Rows().IsMarked(view.Volumes()->Rows().First()));
+    view->SetPref(settings);
+    EXPECT_EQ(Rules(view->Job()), Texts{"INCLUDE /Disk/*"});
+    EXPECT_TRUE(view->Volumes()->Rows().IsMarked(view->Volumes()->Rows().First()));
 }
 
 }  // namespace

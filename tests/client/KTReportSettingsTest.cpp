@@ -21,48 +21,29 @@ using namespace report_testing;
 namespace {
 
 BMessage Deletion(int32_t mode, int32_t days, int32_t count, int32_t overwrite) {
-    BMessage deletion("rpDS"_code);
-    deletion.Add("mode", mode);
-    deletion.Add("days", days);
-    deletion.Add("count", count);
-    deletion.Add("overwrite", overwrite);
+    BMessage deletion = Made(
+        "rpDS"_code, {{"mode", mode}, {"days", days}, {"count", count}, {"overwrite", overwrite}});
     return deletion;
 }
 
-class ReportSettings : public ::testing::Test {
+class ReportSettings : public WidgetTest {
 protected:
     ReportSettings() {
         desk.server.answers["rpGL"_code] = BMessage("NONE"_code);
         desk.server.answers["rpDG"_code] = Deletion(1, 30, 50, 1);
-        BMessage settings;
-        settings.Add("logtextsize", int32_t{11});
-        settings.Add("logfilter", int32_t{0});
-        settings.Add("savepath", "/somewhere");
+        BMessage settings =
+            Made({{"logtextsize", 11}, {"logfilter", 0}, {"savepath", "/somewhere"}});
         tool.SetPref(settings);
         tool.show();
         tool.MessageReceived(*std::make_unique<BMessage>(OneOfEach(3)));
         Settle();
     }
     void Open() {
-        tool.findChild<QPushButton*>("btn_settings")->click();
-        Settle();
+        Click(&tool, "btn_settings");
         ASSERT_TRUE(Window());
     }
     KTLogSettingWindow* Window() { return tool.window()->findChild<KTLogSettingWindow*>(); }
-    template <class T>
-    T* Find(const QString& name) {
-        return Window()->findChild<T*>(name);
-    }
-    void Choose(const QString& name, int index) {
-        auto* menu = Find<QComboBox>(name);
-        menu->setCurrentIndex(index);
-        emit menu->activated(index);
-        Settle();
-    }
-    void Press(const char* name) {
-        Find<QAbstractButton>(name)->click();
-        Settle();
-    }
+    QWidget* Subject() override { return Window(); }
     void Type(const char* name, const char* text) {
         auto* field = Find<QLineEdit>(name);
         field->selectAll();
@@ -72,13 +53,6 @@ protected:
     }
     QString Text() { return tool.findChild<KTReportTextView*>("txt_report")->WholeText(); }
     int Size() { return tool.findChild<KTReportTextView*>("txt_report")->font().pointSize(); }
-    BMessage Settings() {
-        BMessage settings;
-        tool.GetPref(&settings);
-        return settings;
-    }
-
-    Desk desk;
     KTReportView tool{desk.Context()};
 };
 
@@ -94,7 +68,7 @@ TEST_F(ReportSettings, ChoicesShowAtOnceAndAreTakenBack) {
     Press("btn_cancel");
     EXPECT_EQ(Text(), "4\n3\n2\n1");
     EXPECT_EQ(Size(), 11);
-    EXPECT_EQ(Settings().Find<int32_t>("logfilter"), 0);
+    EXPECT_EQ(SettingsOf(tool).Find<int32_t>("logfilter"), 0);
     EXPECT_TRUE(desk.server.posted.empty()) << "a cancelled dialog changes nothing at the server";
 }
 
@@ -104,33 +78,27 @@ TEST_F(ReportSettings, ConfirmedOnesAreKept) {
     Press("btn_ok");
     EXPECT_EQ(Text(), "5\n4\n3\n2\n1");
     const BMessage kept = desk.preferences.GetMessageData("report");
-    EXPECT_EQ(kept.Find<int32_t>("logfilter"), 1);
-    EXPECT_EQ(kept.Find<int32_t>("logtextsize"), 11);
+    ExpectHas(kept, {{"logfilter", 1}, {"logtextsize", 11}});
     EXPECT_FALSE(kept.Get("logtextfamily", std::string()).empty());
     EXPECT_EQ(kept.FindString("savepath"), "/somewhere");
     ASSERT_EQ(desk.server.posted.size(), 1u);
-    EXPECT_EQ(desk.server.posted[0].what, "rpDS"_code);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("mode"), 1);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("days"), 30);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("count"), 50);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("overwrite"), 1);
+    ExpectIs(desk.server.posted[0], "rpDS"_code,
+             {{"mode", 1}, {"days", 30}, {"count", 50}, {"overwrite", 1}});
 }
 
 TEST_F(ReportSettings, EachModeHasItsField) {
     Open();
     const auto enabled = [&] {
-        return std::pair(Find<QLineEdit>("txt_deleteolder")->isEnabled(),
-                         Find<QLineEdit>("txt_deletecount")->isEnabled());
+        return std::pair(Field("txt_deleteolder")->isEnabled(),
+                         Field("txt_deletecount")->isEnabled());
     };
     EXPECT_TRUE(Find<QRadioButton>("rbtn_delete_1")->isChecked());
     EXPECT_EQ(enabled(), std::pair(true, false));
     Press("rbtn_delete_2");
     EXPECT_EQ(enabled(), std::pair(false, true));
     Type("txt_deletecount", "7x");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "Report Count");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text,
-              "Only numbers for report count allowed! Please correct!");
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"Report Count: Only numbers for report count allowed! Please correct!"});
     Press("btn_ok");
     ASSERT_TRUE(Window()) << "reports are not deleted by half a number";
     EXPECT_TRUE(desk.server.posted.empty());
@@ -142,8 +110,7 @@ TEST_F(ReportSettings, EachModeHasItsField) {
     Press("chk_deloverwrite");
     Press("btn_ok");
     ASSERT_EQ(desk.server.posted.size(), 1u);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("mode"), 0);
-    EXPECT_EQ(desk.server.posted[0].Find<int32_t>("overwrite"), 0);
+    ExpectHas(desk.server.posted[0], {{"mode", 0}, {"overwrite", 0}});
 }
 
 TEST_F(ReportSettings, WithoutTheServersWordNothingIsSent) {
@@ -167,9 +134,8 @@ TEST(KTPageSetup, SurvivesAndNonsenseIsLeft) {
     EXPECT_EQ(second.pageLayout().orientation(), QPageLayout::Landscape);
     EXPECT_NEAR(second.pageLayout().margins(QPageLayout::Millimeter).bottom(), 23, 0.5);
 
-    BMessage nonsense;
-    nonsense.Add("width", -1e30F);
-    nonsense.Add("height", std::numeric_limits<float>::quiet_NaN());
+    BMessage nonsense =
+        Made({{"width", -1e30F}, {"height", std::numeric_limits<float>::quiet_NaN()}});
     for (const char* side : {"left", "top", "right", "bottom"})
         nonsense.Add(side, std::numeric_limits<float>::infinity());
     KTPageSetup::Apply(nonsense, &second);

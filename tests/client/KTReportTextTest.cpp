@@ -82,10 +82,7 @@ TEST(KTReportText, ValuesBehindTabsLineUp) {
 }
 
 TEST(KTReportText, ReadyWordsAndUnevenArrays) {
-    BMessage ready("rpRP"_code);
-    ready.Add("report", "one");
-    ready.Add("report", "two");
-    ready.Add("linetype", int32_t{6});
+    BMessage ready = Made("rpRP"_code, {{"report", "one"}, {"report", "two"}, {"linetype", 6}});
     EXPECT_EQ(All(KTReportText(ready, 0)), "two\n") << "a line without a type is shown";
 
     BMessage uneven("rpRP"_code);

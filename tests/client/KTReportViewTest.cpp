@@ -2,15 +2,9 @@
 #include "client/report/KTReportView.h"
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <QLabel>
-#include <QLineEdit>
-#include <QPrinter>
-#include <QPushButton>
 #include <QSplitter>
 #include <QTest>
-#include <QToolButton>
 #include <fstream>
 
 #include "client/app/ClientCodes.h"
@@ -24,20 +18,7 @@ using namespace report_testing;
 
 namespace {
 
-// A message of another process.
-class Foreign : public BDelivery {
-public:
-    explicit Foreign(std::shared_ptr<BMessage> answer) : fAnswer(std::move(answer)) {
-        remote = waiting = true;
-        senderTeam = ::getpid();
-    }
-    void Answer(BMessage&& answer) override { *fAnswer = std::move(answer); }
-
-private:
-    std::shared_ptr<BMessage> fAnswer;
-};
-
-class ReportTool : public ::testing::Test {
+class ReportTool : public WidgetTest {
 protected:
     ReportTool() {
         BMessage list("rpIN"_code);
@@ -55,21 +36,10 @@ protected:
         }
         return *tool;
     }
-    template <class T>
-    T* Find(const char* name) {
-        return Tool().findChild<T*>(name);
-    }
+    QWidget* Subject() override { return &Tool(); }
     KTReportListView& List() { return *Find<KTReportListView>("lst_reports"); }
     KTReportTextView& Text() { return *Find<KTReportTextView>("txt_report"); }
-    QString State() { return Find<QLabel>("str_problems")->text(); }
-    void Send(BMessage message) {
-        Tool().MessageReceived(message);
-        Settle();
-    }
-    void Press(const char* name) {
-        Find<QAbstractButton>(name)->click();
-        Settle();
-    }
+    QString State() { return Words("str_problems"); }
     void Mark(int32_t id) {
         List().MultiSelect(List().RowOfReport(id));
         Settle();
@@ -77,9 +47,8 @@ protected:
     QPoint PointOf(int32_t id) {
         return List().visualRect(List().IndexOf(List().RowOfReport(id))).center();
     }
-    bool IsEnabled(const char* name) { return Find<QWidget>(name)->isEnabled(); }
+    bool IsEnabled(const char* name) { return Find(name)->isEnabled(); }
 
-    Desk desk;
     std::unique_ptr<KTReportView> tool;
 };
 
@@ -139,13 +108,9 @@ TEST_F(ReportTool, NoReportsAndNoServer) {
     EXPECT_TRUE(IsEnabled("btn_settings"));
     for (const uint32_t code : {"RSAV"_code, "RPRN"_code, "RCLR"_code})
         Send(BMessage(code));
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 3u);
-    const auto said = [&](size_t i) {
-        return desk.dialogs.Alerts()[i].title + ": " + desk.dialogs.Alerts()[i].text;
-    };
-    EXPECT_EQ(said(0), "Save Report: There is no report to save!");
-    EXPECT_EQ(said(1), "Print Report: There is no report to print!");
-    EXPECT_EQ(said(2), "Delete Report: No report to delete selected!");
+    EXPECT_EQ(desk.dialogs.Told(), (Texts{"Save Report: There is no report to save!",
+                                          "Print Report: There is no report to print!",
+                                          "Delete Report: No report to delete selected!"}));
     EXPECT_EQ(desk.dialogs.Alerts()[2].escapeButton, 0);
     EXPECT_TRUE(desk.server.posted.empty());
 
@@ -167,17 +132,15 @@ TEST_F(ReportTool, DoubleClickAndReturnOpen) {
     QTest::mouseDClick(List().viewport(), Qt::LeftButton, {}, PointOf(5));
     Settle();
     ASSERT_EQ(desk.server.application.size(), 1u);
-    EXPECT_EQ(desk.server.application[0].what, "rpOP"_code);
-    EXPECT_EQ(desk.server.application[0].Find<int32_t>("report_id"), 5);
-    EXPECT_EQ(desk.server.application[0].Find<BMessenger>("user"), BMessenger(&Tool()));
+    ExpectIs(desk.server.application[0], "rpOP"_code,
+             {{"report_id", 5}, {"user", BMessenger(&Tool())}});
     EXPECT_EQ(List().MarkedReports(), std::vector<int32_t>{5});
 
     List().SetCurrentRow(List().RowOfReport(3));
     QTest::keyClick(&List(), Qt::Key_Return);
     Settle();
     ASSERT_EQ(desk.server.application.size(), 3u);
-    EXPECT_EQ(desk.server.application[1].what, "rpCL"_code);
-    EXPECT_EQ(desk.server.application[1].Find<int32_t>("report_id"), 5);
+    ExpectIs(desk.server.application[1], "rpCL"_code, {{"report_id", 5}});
     EXPECT_EQ(desk.server.application[2].Find<int32_t>("report_id"), 3);
 
     Send(OneOfEach(5));
@@ -198,26 +161,21 @@ TEST_F(ReportTool, LargeReportsComeThroughASharedArea) {
     auto area = kit::SharedArea::Create(OneOfEach(3));
     ASSERT_TRUE(area);
     auto answer = std::make_shared<BMessage>();
-    BMessage where("rpRP"_code);
-    where.Add("report_id", int32_t{3});
-    where.Add("area_id", area->Id());
+    BMessage where = Made("rpRP"_code, {{"report_id", 3}, {"area_id", area->Id()}});
     where.SetDelivery(std::make_unique<Foreign>(answer));
     Send(std::move(where));
     EXPECT_EQ(answer->what, "xxxx"_code);
     EXPECT_EQ(Text().WholeText(), "4\n3\n2\n1");
 
     auto gone = std::make_shared<BMessage>();
-    BMessage nowhere("rpRP"_code);
-    nowhere.Add("report_id", int32_t{5});
-    nowhere.Add("area_id", int32_t{999'999});
+    BMessage nowhere = Made("rpRP"_code, {{"report_id", 5}, {"area_id", int32_t{999'999}}});
     nowhere.SetDelivery(std::make_unique<Foreign>(gone));
     Send(std::move(nowhere));
     EXPECT_EQ(gone->what, "xxxx"_code);
     EXPECT_EQ(Tool().ShownReport(), 0);
     EXPECT_FALSE(IsEnabled("btn_save"));
 
-    BMessage command("RFSZ"_code);
-    command.Add("size", int32_t{30});
+    BMessage command = Made("RFSZ"_code, {{"size", 30}});
     command.SetDelivery(std::make_unique<Foreign>(gone));
     Send(std::move(command));
     EXPECT_NE(Text().font().pointSize(), 30) << "commands are not taken from the wire";
@@ -228,9 +186,7 @@ TEST_F(ReportTool, RemovedReportTakesItsTextAlong) {
     Mark(3);
     Send(OneOfEach(3));
     EXPECT_TRUE(IsEnabled("btn_delete"));
-    BMessage removed("rpRM"_code);
-    removed.Add("report_id", int32_t{8});
-    removed.Add("report_id", int32_t{99});
+    BMessage removed = Made("rpRM"_code, {{"report_id", 8}, {"report_id", 99}});
     Send(removed);
     EXPECT_EQ(Tool().ShownReport(), 3);
     removed.Add("report_id", int32_t{3});
@@ -243,8 +199,7 @@ TEST_F(ReportTool, RemovedReportTakesItsTextAlong) {
 }
 
 TEST_F(ReportTool, ProblemsAreCountedAndFound) {
-    BMessage text("rpRP"_code);
-    text.Add("report_id", int32_t{3});
+    BMessage text = Made("rpRP"_code, {{"report_id", 3}});
     for (const int32_t type : {1, 3, 1, 3, 6, 3})
         core::AddReportWords(text, static_cast<core::LineType>(type), "x");
     Send(text);
@@ -263,8 +218,7 @@ TEST_F(ReportTool, ProblemsAreCountedAndFound) {
     Press("btn_nextproblem");
     EXPECT_EQ(Text().Caret().line, 4);
 
-    BMessage good("rpRP"_code);
-    good.Add("report_id", int32_t{5});
+    BMessage good = Made("rpRP"_code, {{"report_id", 5}});
     core::AddReportWords(good, core::LineType::Totals, "fine");
     Send(good);
     EXPECT_EQ(State(), "No problems");
@@ -285,8 +239,7 @@ TEST_F(ReportTool, WordsAreFound) {
 }
 
 TEST_F(ReportTool, LongSearchLeavesTheWindowAlive) {
-    BMessage lines("rpRP"_code);
-    lines.Add("report_id", int32_t{3});
+    BMessage lines = Made("rpRP"_code, {{"report_id", 3}});
     constexpr int kLines = 200'000;
     for (int i = 0; i < kLines; ++i)
         core::AddReportWords(lines, core::LineType::Totals, "hay");
@@ -321,9 +274,7 @@ TEST_F(ReportTool, SavesTheWholeText) {
     std::ifstream file(desk.program / "mine.txt");
     const std::string content(std::istreambuf_iterator<char>(file), {});
     EXPECT_EQ(content, "4\n3\n2\n1\n");
-    BMessage settings;
-    Tool().GetPref(&settings);
-    EXPECT_EQ(settings.FindString("savepath"), desk.program.Path());
+    EXPECT_EQ(SettingsOf(Tool()).FindString("savepath"), desk.program.Path());
     Press("btn_save");
     EXPECT_EQ(desk.dialogs.Panels().back().request.directory, desk.program.Path());
     desk.dialogs.Close(desk.program / "no such folder/x");
@@ -346,14 +297,12 @@ TEST_F(ReportTool, DeletesWhatWasAskedAbout) {
     EXPECT_EQ(dialog()->findChild<QLabel*>("str_question")->text(),
               "Do you really want to delete the selected report(s)?");
     Mark(5);  // not in the question
-    dialog()->findChild<QPushButton*>("btn_cancel")->click();
-    Settle();
+    Click(dialog(), "btn_cancel");
     EXPECT_TRUE(desk.server.posted.empty());
     List().MultiDeselect(List().RowOfReport(5));
     Press("btn_delete");
     Mark(5);
-    dialog()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(dialog(), "btn_ok");
     ASSERT_EQ(desk.server.posted.size(), 1u);
     const BMessage& deletion = desk.server.posted[0];
     EXPECT_EQ(deletion.what, "rpDL"_code);
@@ -361,16 +310,13 @@ TEST_F(ReportTool, DeletesWhatWasAskedAbout) {
     EXPECT_EQ(deletion.Find<int32_t>("report_id", 0), 8);
     EXPECT_EQ(deletion.Find<int32_t>("report_id", 1), 3);
     EXPECT_EQ(List().Rows().Count(), 3) << "rows go when the server says so";
-    BMessage settings;
-    Tool().GetPref(&settings);
-    EXPECT_TRUE(settings.Find<BMessage>("deletereport"));
+    EXPECT_TRUE(SettingsOf(Tool()).Find<BMessage>("deletereport"));
 }
 
 TEST_F(ReportTool, OpensAReportOnBehalfOfOthers) {
     Tool();
     Mark(8);
-    BMessage show("RPSH"_code);
-    show.Add("report_id", int32_t{5});
+    BMessage show = Made("RPSH"_code, {{"report_id", 5}});
     Send(show);
     ASSERT_EQ(desk.server.application.size(), 1u);
     EXPECT_EQ(desk.server.application[0].Find<int32_t>("report_id"), 5);

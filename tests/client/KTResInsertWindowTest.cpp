@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <QComboBox>
-#include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QTest>
 
 #include "client/app/ClientCodes.h"
 #include "client/restore/KTRestoreView.h"
@@ -36,46 +34,29 @@ BMessage Place(const char* medium) {
     return settings;
 }
 
-class InsertWindow : public ::testing::Test {
+class InsertWindow : public DialogTest<KTResInsertWindow> {
 protected:
     InsertWindow() {
         desk.program.AddReal();
         desk.program.AddTest();
-        parent.resize(700, 500);
-        parent.show();
     }
-    ~InsertWindow() override { delete window; }
 
     void Open(const BMessage& settings,
               KTResInsertWindow::Use use = KTResInsertWindow::Use::NewChoice) {
-        window = new KTResInsertWindow(desk.Context(), "Insert Backup", &parent, settings,
-                                       "reiq"_code, BMessenger(&tool), use);
-        window->show();
-        window->activateWindow();
-        Settle();
-    }
-    void Send(BMessage message) {
-        BMessenger(window.data()).SendMessage(std::move(message));
-        Settle();
-    }
-    void Press(const char* name) {
-        window->findChild<QPushButton*>(name)->click();
-        Settle();
+        Show(new KTResInsertWindow(desk.Context(), "Insert Backup", &parent, settings, "reiq"_code,
+                                   BMessenger(&tool), use));
     }
     void Choose(const char* destination) {
-        auto* menu = window->findChild<QComboBox*>("mnu_destination");
+        auto* menu = Find<QComboBox>("mnu_destination");
         const int item = menu->findText(destination);
         ASSERT_GE(item, 0) << destination;
-        menu->setCurrentIndex(item);
-        emit menu->activated(item);
-        Settle();
+        client_testing::Choose(menu, item);
     }
     void Mark(const char* id) {
         List()->MultiSelect(List()->RowOfId(id));
         Settle();
     }
-    KTFoundBackups* List() { return window->findChild<KTFoundBackups*>("col_listview"); }
-    QString Words(const char* label) { return window->findChild<QLabel*>(label)->text(); }
+    KTFoundBackups* List() { return Find<KTFoundBackups>("col_listview"); }
     int32_t ScanId() { return desk.server.posted.back().Get<int32_t>("id", 0); }
     // What it hands back when it is confirmed.
     BMessage Confirmed() {
@@ -85,22 +66,16 @@ protected:
         EXPECT_TRUE(tool.heard.back().Get("result", false));
         return tool.heard.back().Get("settings", BMessage());
     }
-
-    Desk desk;
-    Listener tool;
-    QWidget parent;
-    QPointer<KTResInsertWindow> window;
 };
 
 TEST_F(InsertWindow, ScansTheDestinationAsSoonAsItIsChosen) {
     Open(BMessage());
     EXPECT_TRUE(desk.server.posted.empty()) << "no place is known yet";
-    EXPECT_EQ(window->findChild<QLabel*>("str_destination")->text(), "--");
+    EXPECT_EQ(Words("str_destination"), "--");
     Choose("Test");
     ASSERT_EQ(desk.server.posted.size(), 1U);
     const BMessage& scan = desk.server.posted[0];
-    EXPECT_EQ(scan.what, "ktvs"_code);
-    EXPECT_EQ(scan.FindString("name"), "KTTest");
+    ExpectIs(scan, "ktvs"_code, {{"name", "KTTest"}});
     EXPECT_TRUE(scan.Find<BMessage>("settings"));
     EXPECT_TRUE(scan.Find<int32_t>("id"));
 
@@ -109,11 +84,10 @@ TEST_F(InsertWindow, ScansTheDestinationAsSoonAsItIsChosen) {
     auto* medium = FindWindow<QLineEdit>("str_medium");
     ASSERT_TRUE(medium);
     medium->setText("Shelf");
-    medium->window()->findChild<QPushButton*>("btn_ok")->click();
-    Settle();
+    Click(medium->window(), "btn_ok");
     ASSERT_EQ(desk.server.posted.size(), 2U);
     EXPECT_EQ(desk.server.posted[1].Get("settings", BMessage()).FindString("medium"), "Shelf");
-    EXPECT_EQ(window->findChild<QLabel*>("str_destination")->text(), "Shelf");
+    EXPECT_EQ(Words("str_destination"), "Shelf");
 }
 
 TEST_F(InsertWindow, ShowsWhatWasFoundAndHandsBackWhatIsMarked) {
@@ -200,7 +174,7 @@ TEST_F(InsertWindow, LookingAgainKeepsMarksAndAnotherPlaceDoesNot) {
 
 TEST_F(InsertWindow, SaysWhatGoesOn) {
     // Drawn in the list, and read from there by whoever cannot see it.
-    const auto shown = [this] { return window->cursor().shape() == Qt::BusyCursor; };
+    const auto shown = [this] { return dialog->cursor().shape() == Qt::BusyCursor; };
     Open(Place("Shelf"));
     EXPECT_TRUE(shown());
     Send(BMessage(client::code::kServerGone));
@@ -225,8 +199,7 @@ TEST_F(InsertWindow, AWaitingJobKeepsWhatItWasSentWith) {
         job.Add("ID", id);
     for (const char* title : {"Earlier", "A", "Away"})
         job.Add("title", title);
-    BMessage info;
-    info.Add("title", "Bring them back");
+    const BMessage info = Made({{"title", "Bring them back"}});
     job.Add("start_info", info);
     Open(job, KTResInsertWindow::Use::WaitingJob);
     Send(Found({{"a", "A"}, {"b", "B"}}, 9));
@@ -238,59 +211,49 @@ TEST_F(InsertWindow, AWaitingJobKeepsWhatItWasSentWith) {
     EXPECT_EQ(Strings(back, "ID"), (Texts{"away", "a", "b"}));
     EXPECT_FALSE(back.Has("title"));
     EXPECT_EQ(back.Get("start_info", BMessage()), info);
-    EXPECT_EQ(back.Get<int32_t>("job_type", 0), 6);
-    EXPECT_EQ(back.Get<int32_t>("job_id", 0), 9);
+    ExpectHas(back, {{"job_type", 6}, {"job_id", 9}});
 }
 
-class InsertFromTool : public ::testing::Test {
+class InsertFromTool : public CatalogueTest {
 protected:
     InsertFromTool() {
         desk.program.AddTest();
-        desk.server.answer = [this](const BMessage& question) { return catalogue(question); };
         tool = std::make_unique<KTRestoreView>(desk.Context());
         tool->show();
         Settle();
     }
-    void PressIn(const char* child, const char* name) {
-        auto* widget = FindWindow<QWidget>(child);
-        ASSERT_TRUE(widget) << child;
-        widget->window()->findChild<QPushButton*>(name)->click();
-        Settle();
+    QWidget* Subject() override { return tool.get(); }
+    // The window, with these found.
+    KTFoundBackups* Insert(const BMessage& found = BMessage()) {
+        Press("btn_insert");
+        if (found.what) Send(found);
+        return FindWindow<KTFoundBackups>("col_listview");
     }
-    void Insert() {
-        tool->findChild<QPushButton*>("btn_insert")->click();
-        Settle();
-    }
-    Desk desk;
-    Catalogue catalogue;
+    void Use(const BMessage& place) { tool->SetPref(Made({{"res_insert", place}})); }
+
     std::unique_ptr<KTRestoreView> tool;
 };
 
 TEST_F(InsertFromTool, SendsTheJobWhenTheStartDialogSaysSo) {
-    BMessage pref;
-    pref.Add("res_insert", Place("Shelf"));
-    tool->SetPref(pref);
+    Use(Place("Shelf"));
     Insert();
     Insert();  // the one that is open
     ASSERT_EQ(desk.server.posted.size(), 1U);
-    BMessenger(tool.get()).SendMessage(Found({{"a", "A"}, {"b", "B"}}));
-    Settle();
+    Send(Found({{"a", "A"}, {"b", "B"}}));
     auto* list = FindWindow<KTFoundBackups>("col_listview");
     ASSERT_TRUE(list);
     list->MultiSelect(list->RowOfId("b"));
-    PressIn("col_listview", "btn_ok");
+    ClickBeside("col_listview", "btn_ok");
     auto* title = FindWindow<QLineEdit>("str_title");
     ASSERT_TRUE(title);
     EXPECT_EQ(title->window()->windowTitle(), "Insert Start");
     title->setText("Back in the list");
     EXPECT_TRUE(desk.server.application.empty());
     const auto before = std::time(nullptr);
-    PressIn("str_title", "btn_ok");
+    ClickBeside("str_title", "btn_ok");
     ASSERT_EQ(desk.server.application.size(), 1U);
     const BMessage& job = desk.server.application[0];
-    EXPECT_EQ(job.what, "KTJA"_code);
-    EXPECT_EQ(job.Get<int32_t>("job_type", 0), 6);
-    EXPECT_EQ(job.FindString("addon"), "KTTest");
+    ExpectIs(job, "KTJA"_code, {{"job_type", 6}, {"addon", "KTTest"}});
     EXPECT_EQ(Strings(job, "ID"), (Texts{"b"}));
     EXPECT_EQ(Strings(job, "title"), (Texts{"B"}));
     EXPECT_EQ(job.Get("start_info", BMessage()).FindString("title"), "Back in the list");
@@ -302,29 +265,21 @@ TEST_F(InsertFromTool, SendsTheJobWhenTheStartDialogSaysSo) {
     // Next time the window knows the place; nothing is marked, and nothing is started.
     Insert();
     EXPECT_EQ(desk.server.posted.size(), 2U);
-    PressIn("col_listview", "btn_ok");
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1U);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "Insert");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Sorry, no backups for re-indexing selected!");
+    ClickBeside("col_listview", "btn_ok");
+    EXPECT_EQ(desk.dialogs.Told(), Texts{"Insert: Sorry, no backups for re-indexing selected!"});
     EXPECT_EQ(desk.server.application.size(), 1U);
     EXPECT_FALSE(FindWindow<QLineEdit>("str_title"));
     EXPECT_EQ(Strings(tool->Job().Get("res_insert", BMessage()), "title"), (Texts{"B"}));
 }
 
 TEST_F(InsertFromTool, ACancelledWindowChangesNothing) {
-    BMessage pref;
-    pref.Add("res_insert", Place("Shelf"));
-    tool->SetPref(pref);
-    Insert();
-    BMessenger(tool.get()).SendMessage(Found({{"a", "A"}}));
-    Settle();
-    auto* list = FindWindow<KTFoundBackups>("col_listview");
+    Use(Place("Shelf"));
+    auto* list = Insert(Found({{"a", "A"}}));
     list->MultiSelect(list->RowOfId("a"));
-    PressIn("col_listview", "btn_cancel");
+    ClickBeside("col_listview", "btn_cancel");
     EXPECT_TRUE(desk.dialogs.Alerts().empty());
     EXPECT_FALSE(tool->Job().Get("res_insert", BMessage()).Has("ID"));
-    BMessenger(tool.get()).SendMessage(Found({{"a", "A"}}));  // to nobody
-    Settle();
+    Send(Found({{"a", "A"}}));  // to nobody
 }
 
 }  // namespace

@@ -21,23 +21,12 @@ using namespace backup_testing;
 
 namespace {
 
-class RestoreDialogs : public ::testing::Test {
+class RestoreDialogs : public DialogTest<QDialog> {
 protected:
-    RestoreDialogs() {
-        parent.resize(700, 500);
-        parent.show();
-    }
     void OpenSettings(const BMessage& settings) {
-        dialog = new KTResSettingWindow("Restore Settings", &parent, settings, "rssq"_code,
-                                        BMessenger(&tool));
-        dialog->show();
-        Settle();
+        Show(new KTResSettingWindow("Restore Settings", &parent, settings, "rssq"_code,
+                                    BMessenger(&tool)));
     }
-    void Click(const char* name) {
-        dialog->findChild<QAbstractButton*>(name)->click();
-        Settle();
-    }
-    bool IsChecked(const char* name) { return dialog->findChild<QCheckBox*>(name)->isChecked(); }
     // What the tool heard since it was asked last: code and "divert", or "result".
     using Heard = std::vector<std::pair<std::string, int32_t>>;
     Heard News() {
@@ -53,19 +42,13 @@ protected:
     }
     BMessage Settings() { return answer.Get("settings", BMessage()); }
 
-    Listener tool;
     BMessage answer;
-    QWidget parent;
-    QPointer<QDialog> dialog;
 };
 
 TEST_F(RestoreDialogs, SettingsAreShownAndHandedBackOnOk) {
-    BMessage settings;
-    settings.Add("createroot", int32_t{1});
-    settings.Add("divert", int32_t{1});
-    settings.Add("unknown", "kept");
+    BMessage settings = Made({{"createroot", 1}, {"divert", 1}, {"unknown", "kept"}});
     OpenSettings(settings);
-    auto* overwrite = dialog->findChild<QComboBox*>("mnu_overwrite");
+    auto* overwrite = Find<QComboBox>("mnu_overwrite");
     EXPECT_EQ(overwrite->currentText(), "No") << "without \"overwrite\" the first";
     EXPECT_EQ(overwrite->itemText(1) + overwrite->itemText(2) + overwrite->itemText(3),
               "Only olderRenameYes");
@@ -74,118 +57,103 @@ TEST_F(RestoreDialogs, SettingsAreShownAndHandedBackOnOk) {
     EXPECT_FALSE(IsChecked("chk_emptydirs"));
     EXPECT_TRUE(IsChecked("chk_divert"));
     overwrite->setCurrentIndex(2);
-    Click("chk_createroot");
-    Click("chk_emptydirs");
-    Click("btn_ok");
+    Press("chk_createroot");
+    Press("chk_emptydirs");
+    Press("btn_ok");
     EXPECT_EQ(News(), (Heard{{"rssq", 1}}));
-    EXPECT_EQ(Settings().Find<int32_t>("overwrite"), 2);
-    EXPECT_EQ(Settings().Find<int32_t>("askoverwrite"), 0);
-    EXPECT_EQ(Settings().Find<int32_t>("createroot"), 0);
-    EXPECT_EQ(Settings().Find<int32_t>("createemptydirs"), 1);
-    EXPECT_EQ(Settings().Find<int32_t>("divert"), 1);
+    ExpectHas(Settings(), {{"overwrite", 2},
+                           {"askoverwrite", 0},
+                           {"createroot", 0},
+                           {"createemptydirs", 1},
+                           {"divert", 1}});
     EXPECT_EQ(Settings().Count("divert"), 1);
     EXPECT_EQ(Settings().FindString("unknown"), "kept");
 
     // An index from elsewhere marks nothing, and is left alone.
     settings.Add("overwrite", int32_t{7});
     OpenSettings(settings);
-    Click("btn_ok");
+    Press("btn_ok");
     EXPECT_EQ(News(), (Heard{{"rssq", 1}}));
     EXPECT_EQ(Settings().Find<int32_t>("overwrite"), 7);
 }
 
 TEST_F(RestoreDialogs, DivertingShowsAtOnceAndIsTakenBackOnCancel) {
-    BMessage settings;
-    settings.Add("divert", int32_t{1});
+    BMessage settings = Made({{"divert", 1}});
     OpenSettings(settings);
-    Click("chk_divert");
+    Press("chk_divert");
     EXPECT_EQ(News(), (Heard{{"rsDV", 0}})) << "while it is open";
-    Click("chk_divert");
-    Click("chk_divert");
+    Press("chk_divert");
+    Press("chk_divert");
     EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rsDV", 0}}));
     QTest::keyClick(dialog.data(), Qt::Key_Escape);
     Settle();
     EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rssq", 0}}));
 
     OpenSettings(BMessage());
-    Click("chk_divert");
-    Click("btn_cancel");
+    Press("chk_divert");
+    Press("btn_cancel");
     EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rsDV", 0}, {"rssq", 0}}));
 
     OpenSettings(BMessage());
-    Click("chk_divert");
-    Click("btn_ok");
+    Press("chk_divert");
+    Press("btn_ok");
     EXPECT_EQ(News(), (Heard{{"rsDV", 1}, {"rssq", 1}})) << "nothing is taken back";
 }
 
 TEST_F(RestoreDialogs, DeletingNeedsMoreThanReturn) {
-    BMessage settings;
-    settings.Add("deletedata", int32_t{1});
+    BMessage settings = Made({{"deletedata", 1}});
     const auto open = [&] {
         auto* window =
             new KTResDeleteWindow("Delete", &parent, settings, "rdcl"_code, BMessenger(&tool));
         window->SetText("Home, Sun Nov 22 20:15:30 2026\n");
-        dialog = window;
-        window->show();
-        window->activateWindow();
-        Settle();
+        Show(window);
     };
     open();
-    EXPECT_EQ(dialog->findChild<QLabel*>("str_question")->text(),
-              "Do you really want to delete the following Backup entry(s)?");
+    EXPECT_EQ(Words("str_question"), "Do you really want to delete the following Backup entry(s)?");
     EXPECT_TRUE(IsChecked("chk_deletedata"));
     QTest::keyClick(dialog.data(), Qt::Key_Return);
     Settle();
     EXPECT_EQ(News(), (Heard{{"rdcl", 0}}));
     open();
-    Click("chk_deletedata");
-    Click("btn_ok");
+    Press("chk_deletedata");
+    Press("btn_ok");
     EXPECT_EQ(News(), (Heard{{"rdcl", 1}}));
     EXPECT_EQ(Settings().Find<int32_t>("deletedata"), 0);
 }
 
 TEST_F(RestoreDialogs, ALockedBackupAsksUntilThePasswordIsRight) {
-    Desk desk;
-    BMessage settings;
-    settings.Add("name", "20261122T201530-0000001a");
-    settings.Add("title", "Home");
-    settings.Add("date", "Sun Nov 22 20:15:30 2026");
-    settings.Add("item", int64_t{17});
-    dialog = new KTUnlockWindow(desk.Context(), &parent, settings, "unlk"_code, BMessenger(&tool));
-    dialog->show();
-    dialog->activateWindow();
-    Settle();
-    EXPECT_TRUE(dialog->findChild<QLabel*>("str_prompt")
-                    ->text()
-                    .contains("'Home, Sun Nov 22 20:15:30 2026'"));
-    auto* field = dialog->findChild<QLineEdit*>("str_password");
-    auto* hint = dialog->findChild<QLabel*>("str_hint");
+    BMessage settings = Made({{"name", "20261122T201530-0000001a"},
+                              {"title", "Home"},
+                              {"date", "Sun Nov 22 20:15:30 2026"},
+                              {"item", int64_t{17}}});
+    Show(new KTUnlockWindow(desk.Context(), &parent, settings, "unlk"_code, BMessenger(&tool)));
+    EXPECT_TRUE(Find<QLabel>("str_prompt")->text().contains("'Home, Sun Nov 22 20:15:30 2026'"));
+    auto* field = Find<QLineEdit>("str_password");
+    auto* hint = Find<QLabel>("str_hint");
     EXPECT_EQ(field->echoMode(), QLineEdit::Password);
-    EXPECT_FALSE(dialog->findChild<QPushButton*>("btn_ok")->isEnabled()) << "nothing typed";
+    EXPECT_FALSE(Find<QPushButton>("btn_ok")->isEnabled()) << "nothing typed";
     const auto say = [&](int32_t result) {
-        BMessage reply("ktpr"_code);
-        reply.Add("name", "20261122T201530-0000001a");
-        reply.Add("result", result);
+        BMessage reply =
+            Made("ktpr"_code, {{"name", "20261122T201530-0000001a"}, {"result", result}});
         return reply;
     };
     desk.server.answer = [&](const BMessage&) { return say(0); };
     QTest::keyClicks(field, "geheim");
     QTest::keyClick(field, Qt::Key_Return);
     Settle();
-    EXPECT_EQ(desk.server.asked.back().what, "ktpc"_code);
-    EXPECT_EQ(desk.server.asked.back().FindString("name"), "20261122T201530-0000001a");
-    EXPECT_EQ(desk.server.asked.back().FindString("pw"), "geheim");
+    ExpectIs(desk.server.asked.back(), "ktpc"_code,
+             {{"name", "20261122T201530-0000001a"}, {"pw", "geheim"}});
     EXPECT_EQ(hint->text(), "Incorrect password! Please enter password again.");
     EXPECT_TRUE(field->hasFocus());
     EXPECT_EQ(field->selectedText().size(), 6);
 
     desk.server.answer = [](const BMessage&) { return BMessage(); };
-    Click("btn_ok");
+    Press("btn_ok");
     EXPECT_EQ(hint->text(), "The backup server does not answer.");
 
     desk.server.keepsWaiting = true;
-    Click("btn_ok");
-    EXPECT_FALSE(dialog->findChild<QPushButton*>("btn_ok")->isEnabled());
+    Press("btn_ok");
+    EXPECT_FALSE(Find<QPushButton>("btn_ok")->isEnabled());
     EXPECT_FALSE(field->isEnabled());
     EXPECT_TRUE(News().empty());
     desk.server.waiting.back()(BSendResult::Ok, say(1));
@@ -206,12 +174,10 @@ TEST_F(RestoreDialogs, InfoIsReadAsItIsAndGoesWithEscape) {
         info.Add("RESINFOSPALTE1", label);
         info.Add("RESINFOSPALTE2", value);
     }
-    dialog = new KTRestoreGetInfoWindow(info, &parent);
-    dialog->show();
-    Settle();
+    Show(new KTRestoreGetInfoWindow(info, &parent));
     EXPECT_EQ(dialog->windowTitle(), "Get Info");
-    EXPECT_EQ(dialog->findChild<QLabel*>("str_heading")->text(), "<b>letter</b> info");
-    auto* text = dialog->findChild<QTextEdit*>("txt_info");
+    EXPECT_EQ(Words("str_heading"), "<b>letter</b> info");
+    auto* text = Find<QTextEdit>("txt_info");
     EXPECT_TRUE(text->textInteractionFlags() & Qt::TextSelectableByKeyboard);
     EXPECT_TRUE(text->isReadOnly());
     auto* table = text->document()->rootFrame()->childFrames().value(0);

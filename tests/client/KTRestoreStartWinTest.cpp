@@ -27,7 +27,7 @@ BMessage Reply(const char* field, const std::vector<std::pair<std::string, int32
     return reply;
 }
 
-BMessage Backups(const std::vector<std::string>& names) {
+BMessage Backups(const Texts& names) {
     BMessage backups("rssl"_code);
     for (const std::string& name : names) {
         backups.Add("title", "Title of " + name);
@@ -37,36 +37,14 @@ BMessage Backups(const std::vector<std::string>& names) {
     return backups;
 }
 
-std::vector<std::string> Strings(const BMessage& message, const char* field) {
-    std::vector<std::string> all;
-    for (int32_t i = 0; i < message.Count(field); ++i)
-        all.push_back(message.Get(field, std::string(), i));
-    return all;
-}
-
-using Names = std::vector<std::string>;
-
-class RestoreStart : public ::testing::Test {
+class RestoreStart : public DialogTest<KTRestoreStartWin> {
 protected:
-    RestoreStart() {
-        parent.resize(700, 500);
-        parent.show();
-    }
-    ~RestoreStart() override { delete dialog; }
-
     void Open(const BMessage& settings = {}) {
-        dialog = new KTRestoreStartWin(desk.Context(), "Start Restore", &parent, settings,
-                                       "resq"_code, BMessenger(&tool));
-        dialog->show();
-        dialog->activateWindow();
-        Settle();
-    }
-    void Send(BMessage message) {
-        BMessenger(dialog.data()).SendMessage(std::move(message));
-        Settle();
+        Show(new KTRestoreStartWin(desk.Context(), "Start Restore", &parent, settings, "resq"_code,
+                                   BMessenger(&tool)));
     }
     // The tool names these, and the server calls all of them protected.
-    void OpenWithProtected(const Names& names) {
+    void OpenWithProtected(const Texts& names) {
         Open();
         desk.server.answer = [](const BMessage& question) {
             BMessage reply("ktpr"_code);
@@ -87,29 +65,17 @@ protected:
         List()->FinishEditing();
         Settle();
     }
-    void Ok() {
-        Button("btn_ok")->click();
-        Settle();
-    }
-    KTPasswordListView* List() { return dialog->findChild<KTPasswordListView*>("lst_passwords"); }
-    QPushButton* Button(const char* name) { return dialog->findChild<QPushButton*>(name); }
-    QLabel* Label(const char* name) { return dialog->findChild<QLabel*>(name); }
+    KTPasswordListView* List() { return Find<KTPasswordListView>("lst_passwords"); }
+    QPushButton* Button(const char* name) { return Find<QPushButton>(name); }
+    QLabel* Label(const char* name) { return Find<QLabel>(name); }
     QString Cell(int row, int column) {
         return List()->IndexOf(List()->RowAtIndex(row), column).data().toString();
     }
     const BMessage& Asked() { return desk.server.asked.back(); }
-
-    Desk desk;
-    Listener tool;
-    QWidget parent;
-    QPointer<KTRestoreStartWin> dialog;
 };
 
 TEST_F(RestoreStart, WithoutProtectedBackupsItConfirmsAtOnceAndHandsBackWhatWasTyped) {
-    BMessage settings;
-    settings.Add("title", "Häuschen");
-    settings.Add("submitonhold", int32_t{1});
-    settings.Add("password", "of old");
+    BMessage settings = Made({{"title", "Häuschen"}, {"submitonhold", 1}, {"password", "of old"}});
     Open(settings);
     EXPECT_EQ(dialog->findChild<QLineEdit*>("str_title")->text(), "Häuschen");
     desk.server.answer = [](const BMessage&) {
@@ -117,21 +83,20 @@ TEST_F(RestoreStart, WithoutProtectedBackupsItConfirmsAtOnceAndHandsBackWhatWasT
     };
     Send(Backups({"a", "b"}));
     EXPECT_EQ(Asked().what, "ktpc"_code);
-    EXPECT_EQ(Strings(Asked(), "name"), (Names{"a", "b"}));
+    EXPECT_EQ(Strings(Asked(), "name"), (Texts{"a", "b"}));
     EXPECT_FALSE(Asked().Has("pw"));
     EXPECT_FALSE(List()->isVisible());
     EXPECT_TRUE(Label("str_noneprotected")->isVisible());
 
     dialog->findChild<QLineEdit*>("str_title")->setText("Dach");
     dialog->findChild<QCheckBox*>("chk_submitonhold")->setChecked(false);
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(desk.server.asked.size(), 1u);
     ASSERT_EQ(tool.heard.size(), 1u);
     EXPECT_EQ(tool.heard[0].what, "resq"_code);
     EXPECT_TRUE(tool.heard[0].Get("result", false));
     const BMessage info = tool.heard[0].Get("settings", BMessage());
-    EXPECT_EQ(info.FindString("title"), "Dach");
-    EXPECT_EQ(info.Find<int32_t>("submitonhold"), 0);
+    ExpectHas(info, {{"title", "Dach"}, {"submitonhold", 0}});
     EXPECT_TRUE(info.Has("winpos"));
     EXPECT_FALSE(info.Has("password"));
 }
@@ -155,10 +120,10 @@ TEST_F(RestoreStart, KeepsOfTheListWhatIsProtectedAndWhatWasTyped) {
     ASSERT_EQ(List()->Rows().Count(), 2);
     EXPECT_EQ(Cell(0, 2), "");
     EXPECT_EQ(Cell(1, 2), QString(8, QChar(0x2022)));
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(Asked().what, "ktpc"_code);
-    EXPECT_EQ(Strings(Asked(), "name"), (Names{"d", "c"}));
-    EXPECT_EQ(Strings(Asked(), "pw"), (Names{" ", "g b"}));
+    EXPECT_EQ(Strings(Asked(), "name"), (Texts{"d", "c"}));
+    EXPECT_EQ(Strings(Asked(), "pw"), (Texts{" ", "g b"}));
     EXPECT_FALSE(Asked().Has("title"));
     EXPECT_FALSE(Asked().Has("date"));
 
@@ -176,10 +141,8 @@ TEST_F(RestoreStart, TheFirstResultOfTheAnswerDecides) {
     desk.server.answer = [](const BMessage&) {
         return Reply("result", {{"z", 0}, {"c", 1}, {"b", 1}});
     };
-    Ok();
-    ASSERT_EQ(desk.dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(desk.dialogs.Alerts()[0].title, "RestoreStart");
-    EXPECT_EQ(desk.dialogs.Alerts()[0].text, "Paßworteingabe nicht korrekt!");
+    Press("btn_ok");
+    EXPECT_EQ(desk.dialogs.Told(), Texts{"RestoreStart: Paßworteingabe nicht korrekt!"});
     EXPECT_TRUE(dialog->isVisible());
     EXPECT_TRUE(tool.heard.empty());
     EXPECT_EQ(List()->CurrentSelection(), List()->RowAtIndex(1)) << "the first that is named";
@@ -190,7 +153,7 @@ TEST_F(RestoreStart, TheFirstResultOfTheAnswerDecides) {
     desk.server.answer = [](const BMessage&) {
         return Reply("result", {{"a", 1}, {"b", 0}, {"c", 0}});
     };
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(desk.dialogs.Alerts().size(), 1u);
     ASSERT_EQ(tool.heard.size(), 1u);
     EXPECT_TRUE(tool.heard[0].Get("result", false));
@@ -206,7 +169,7 @@ TEST_F(RestoreStart, WhatIsBeingTypedCountsAndIsKeptNowhereElse) {
     EXPECT_EQ(editor->echoMode(), QLineEdit::Password);
     QTest::keyClicks(editor, "geheim");
     Send(BMessage(" ok "_code));  // as the button does, the editor still open
-    EXPECT_EQ(Strings(Asked(), "pw"), Names{"geheim"});
+    EXPECT_EQ(Strings(Asked(), "pw"), Texts{"geheim"});
     ASSERT_EQ(tool.heard.size(), 1u);
     const Bytes answer = tool.heard[0].Flatten();
     EXPECT_EQ(std::string(answer.begin(), answer.end()).find("geheim"), std::string::npos);
@@ -219,9 +182,9 @@ TEST_F(RestoreStart, AListThatComesWhileOneTypesTakesThePasswordToItsBackup) {
     Send(Backups({"b", "a"}));
     EXPECT_EQ(Cell(0, 2), "");
     EXPECT_EQ(Cell(1, 2).size(), 8);
-    Ok();
-    EXPECT_EQ(Strings(Asked(), "name"), (Names{"b", "a"}));
-    EXPECT_EQ(Strings(Asked(), "pw"), (Names{" ", "of a"}));
+    Press("btn_ok");
+    EXPECT_EQ(Strings(Asked(), "name"), (Texts{"b", "a"}));
+    EXPECT_EQ(Strings(Asked(), "pw"), (Texts{" ", "of a"}));
 }
 
 TEST_F(RestoreStart, AnEditorOpensEmptyAndLeftUntouchedChangesNothing) {
@@ -234,8 +197,8 @@ TEST_F(RestoreStart, AnEditorOpensEmptyAndLeftUntouchedChangesNothing) {
     EXPECT_EQ(List()->findChild<QLineEdit*>()->text(), "");
     List()->FinishEditing();
     Settle();
-    Ok();
-    EXPECT_EQ(Strings(Asked(), "pw"), Names{"geheim"});
+    Press("btn_ok");
+    EXPECT_EQ(Strings(Asked(), "pw"), Texts{"geheim"});
     desk.server.answers.clear();
     List()->EditCell(row, 2);
     auto* editor = List()->findChild<QLineEdit*>();
@@ -243,8 +206,8 @@ TEST_F(RestoreStart, AnEditorOpensEmptyAndLeftUntouchedChangesNothing) {
     QTest::keyClick(editor, Qt::Key_Backspace);
     List()->FinishEditing();
     Settle();
-    Ok();
-    EXPECT_EQ(Strings(Asked(), "pw"), Names{" "}) << "emptied again";
+    Press("btn_ok");
+    EXPECT_EQ(Strings(Asked(), "pw"), Texts{" "}) << "emptied again";
 }
 
 TEST_F(RestoreStart, TheKeyboardAloneTypesAllPasswords) {
@@ -264,7 +227,7 @@ TEST_F(RestoreStart, TheKeyboardAloneTypesAllPasswords) {
     EXPECT_TRUE(dialog->isVisible());
     QTest::keyClick(List(), Qt::Key_Return);
     Settle();
-    EXPECT_EQ(Strings(Asked(), "pw"), (Names{"one", "two"}));
+    EXPECT_EQ(Strings(Asked(), "pw"), (Texts{"one", "two"}));
     EXPECT_EQ(tool.heard.size(), 1u);
 }
 
@@ -272,7 +235,7 @@ TEST_F(RestoreStart, WhileTheAnswerIsOutItCanOnlyBeCancelled) {
     OpenWithProtected({"a"});
     desk.server.keepsWaiting = true;
     Button("btn_ok")->setFocus();
-    Ok();
+    Press("btn_ok");
     EXPECT_FALSE(Button("btn_ok")->isEnabled());
     EXPECT_FALSE(List()->isEnabled());
     EXPECT_FALSE(Button("btn_cancel")->hasFocus()) << "where a second Return would end it all";
@@ -293,9 +256,8 @@ TEST_F(RestoreStart, WhileTheAnswerIsOutItCanOnlyBeCancelled) {
     EXPECT_TRUE(List()->isEnabled());
     EXPECT_EQ(Cell(0, 3), "b");
 
-    Ok();
-    Button("btn_cancel")->click();
-    Settle();
+    Press("btn_ok");
+    Press("btn_cancel");
     ASSERT_EQ(tool.heard.size(), 1u);
     EXPECT_FALSE(tool.heard[0].Get("result", true));
     desk.server.waiting[2](BSendResult::Ok, Reply("result", {{"b", 1}}));  // nobody is left
@@ -317,28 +279,27 @@ TEST_F(RestoreStart, ASilentServerIsSaidAndNothingIsStartedBlindly) {
     // It is asked again, and what it says then counts.
     desk.server.keepsWaiting = false;
     desk.server.answer = [](const BMessage&) { return BMessage(); };
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(desk.dialogs.Alerts().size(), 2u);
     EXPECT_TRUE(tool.heard.empty());
     desk.server.answer = [](const BMessage&) { return Reply("protected", {{"a", 1}}); };
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(List()->Rows().Count(), 1);
     EXPECT_TRUE(tool.heard.empty());
     desk.server.answer = [](const BMessage&) { return BMessage(); };
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(desk.dialogs.Alerts().size(), 3u);
     EXPECT_TRUE(dialog->isVisible());
     desk.server.answer = [](const BMessage&) { return Reply("result", {{"a", 1}}); };
-    Ok();
+    Press("btn_ok");
     EXPECT_EQ(tool.heard.size(), 1u);
 }
 
 TEST_F(RestoreStart, SaysWhereTheFirstItemGoesInOneLine) {
     Open();
     EXPECT_FALSE(Label("str_landing")->isVisible()) << "a compare has no such place";
-    BMessage landing("rslp"_code);
-    landing.Add("source", "/20261122T201530-0000001a/Data/home/a");
-    landing.Add("target", "");
+    BMessage landing =
+        Made("rslp"_code, {{"source", "/20261122T201530-0000001a/Data/home/a"}, {"target", ""}});
     Send(landing);
     EXPECT_EQ(Label("str_landing")->text(), "--");
     const int width = dialog->width();

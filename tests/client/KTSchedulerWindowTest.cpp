@@ -24,25 +24,15 @@ const core::Zone kZone([](int64_t instant) {
 constexpr int64_t kNow = 1'795'363'530;  // Sunday, 2026-11-22 17:05:30 here
 
 BMessage At(int64_t seconds) {
-    BMessage record;
-    record.Add("TIME", BTime::FromSeconds(seconds));
-    return record;
+    return Made({{"TIME", BTime::FromSeconds(seconds)}});
 }
 
-class Scheduler : public ::testing::Test {
+class Scheduler : public DialogTest<KTSchedulerWindow> {
 protected:
-    Scheduler() { parent.show(); }
-    ~Scheduler() override { delete dialog; }
-
     void Open(const BMessage& record) {
-        delete dialog;
-        dialog = new KTSchedulerWindow("Scheduler", &parent, record, "swqt"_code,
-                                       BMessenger(&owner), {kZone, [this] { return now; }});
-        dialog->show();
-        dialog->activateWindow();
-        Settle();
+        Show(new KTSchedulerWindow("Scheduler", &parent, record, "swqt"_code, BMessenger(&tool),
+                                   {kZone, [this] { return now; }}));
     }
-    QLineEdit* Field(const char* name) { return dialog->findChild<QLineEdit*>(name); }
     void Type(const char* name, const char* text) {
         Field(name)->setFocus();
         Field(name)->selectAll();
@@ -51,18 +41,15 @@ protected:
         QTest::keyClick(Field(name), Qt::Key_Tab);
         Settle();
     }
-    std::string NextRun() {
-        return dialog->findChild<QLabel*>("str_nextrun")->text().toStdString();
-    }
+    std::string NextRun() { return Words("str_nextrun").toStdString(); }
     // What it hands back.
     BMessage Close(const char* button = "btn_ok") {
-        owner.heard.clear();
-        dialog->findChild<QPushButton*>(button)->click();
-        Settle();
-        EXPECT_EQ(owner.heard.size(), 1U);
-        EXPECT_EQ(owner.heard[0].what, "swqt"_code);
-        EXPECT_EQ(owner.heard[0].Get("result", false), std::string_view(button) == "btn_ok");
-        return owner.heard[0].Get("settings", BMessage());
+        tool.heard.clear();
+        Press(button);
+        EXPECT_EQ(tool.heard.size(), 1U);
+        EXPECT_EQ(tool.heard[0].what, "swqt"_code);
+        EXPECT_EQ(tool.heard[0].Get("result", false), std::string_view(button) == "btn_ok");
+        return tool.heard[0].Get("settings", BMessage());
     }
     // TIME of what is typed into an empty record.
     int64_t Typed(const char* date, const char* time) {
@@ -73,27 +60,8 @@ protected:
         EXPECT_EQ(record.Count("TIME", B_TIME_TYPE), 1);
         return record.Get("TIME", BTime()).seconds;
     }
-    // The alerts since the last time, as "title: text".
-    std::vector<std::string> Told() {
-        std::vector<std::string> told;
-        for (; fSeen < desk.dialogs.Alerts().size(); ++fSeen) {
-            const KTAlertRequest& alert = desk.dialogs.Alerts()[fSeen];
-            told.push_back((alert.title + ": " + alert.text).toStdString());
-        }
-        return told;
-    }
-
-    Desk desk;
-    Listener owner;
-    QWidget parent;
-    QPointer<KTSchedulerWindow> dialog;
     int64_t now = kNow;
-
-private:
-    size_t fSeen = 0;
 };
-
-using Texts = std::vector<std::string>;
 
 TEST_F(Scheduler, ARecordComesBackAsItWas) {
     BMessage record = At(kNow + 1000);
@@ -106,14 +74,11 @@ TEST_F(Scheduler, ARecordComesBackAsItWas) {
     EXPECT_EQ(Field("TIME")->text(), "17:22");
     EXPECT_EQ(Field("DATE")->text(), "22.11.2026");
     EXPECT_EQ(Field("Hours")->text(), "300");
-    EXPECT_TRUE(dialog->findChild<QCheckBox*>("Saturday")->isChecked());
-    EXPECT_FALSE(dialog->findChild<QCheckBox*>("Sunday")->isChecked());
+    EXPECT_TRUE(IsChecked("Saturday"));
+    EXPECT_FALSE(IsChecked("Sunday"));
     const BMessage back = Close();
     EXPECT_EQ(back.Get("TIME", BTime()).seconds, (kNow + 1000) / 60 * 60);
-    EXPECT_EQ(back.Get<int32_t>("Months", 0), 1);
-    EXPECT_EQ(back.Get<int32_t>("Days", 0), 2);
-    EXPECT_EQ(back.Get<int32_t>("Hours", 0), 300);
-    EXPECT_EQ(back.Get<int32_t>("Minutes", 0), -4);
+    ExpectHas(back, {{"Months", 1}, {"Days", 2}, {"Hours", 300}, {"Minutes", -4}});
     for (const char* day :
          {"Sunday", "Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"})
         EXPECT_EQ(back.Find<bool>(day), std::string_view(day) == "Saturday") << day;
@@ -146,7 +111,7 @@ TEST_F(Scheduler, WarnsOfWhatCannotBeRightAndKeepsIt) {
     };
     for (const auto& one : cases) {
         Type(one.field, one.text);
-        EXPECT_EQ(Told(), one.told) << one.field << " " << one.text;
+        EXPECT_EQ(desk.dialogs.Told(), one.told) << one.field << " " << one.text;
         EXPECT_EQ(Field(one.field)->text(), one.text);
     }
     // A message that names no field of the dialog is nothing to look at.
@@ -157,11 +122,9 @@ TEST_F(Scheduler, WarnsOfWhatCannotBeRightAndKeepsIt) {
         BMessenger(dialog.data()).SendMessage(std::move(message));
     }
     Settle();
-    EXPECT_EQ(Told(), Texts{});
+    EXPECT_EQ(desk.dialogs.Told(), Texts{});
     const BMessage back = Close();
-    EXPECT_EQ(back.Get<int32_t>("Months", 0), 12);
-    EXPECT_EQ(back.Get<int32_t>("Days", 1), 0);
-    EXPECT_EQ(back.Get<int32_t>("Minutes", 0), 1);
+    ExpectHas(back, {{"Months", 12}, {"Days", 0}, {"Minutes", 1}});
     EXPECT_EQ(back.Get("TIME", BTime()).seconds, kNow / 60 * 60) << "neither can be read";
 }
 
@@ -172,9 +135,9 @@ TEST_F(Scheduler, ReturnInAFieldChecksItAndClosesNothing) {
     QTest::keyClicks(Field("DATE"), "tomorrow");
     QTest::keyClick(Field("DATE"), Qt::Key_Return);
     Settle();
-    EXPECT_EQ(Told().size(), 1U);
+    EXPECT_EQ(desk.dialogs.Told().size(), 1U);
     EXPECT_TRUE(dialog->isVisible());
-    EXPECT_TRUE(owner.heard.empty());
+    EXPECT_TRUE(tool.heard.empty());
 }
 
 TEST_F(Scheduler, ReadsDatesByTheClockOnTheWall) {
@@ -206,10 +169,10 @@ TEST_F(Scheduler, SaysInWordsWhatComesOfItWhileOneTypes) {
     EXPECT_EQ(NextRun(), "Next run: in 3 hours (today, 20:05), once");
     Field("Days")->setText("7");
     EXPECT_EQ(NextRun(), "Next run: in 3 hours (today, 20:05), every week");
-    dialog->findChild<QCheckBox*>("Sunday")->click();
+    Find<QCheckBox>("Sunday")->click();
     EXPECT_EQ(NextRun(), "Next run: in 27 hours (tomorrow, 20:05), every week, not on Sunday");
     for (const char* day : {"Monday", "Tuesday", "Wednesday", "Thursday", "Friday", "Saturday"})
-        dialog->findChild<QCheckBox*>(day)->click();
+        Find<QCheckBox>(day)->click();
     EXPECT_EQ(NextRun(), "This job never runs: all seven days of the week are excluded.");
     Field("DATE")->setText("32.11.2026");
     EXPECT_TRUE(NextRun().starts_with("Type the time as HH:MM")) << NextRun();

@@ -4,21 +4,18 @@
 #include <gtest/gtest.h>
 
 #include "core/report/KTReportLine.h"
+#include "tests/support/MadeMessage.h"
 
 namespace {
 
 BMessage Start(int32_t type, const char* title = nullptr) {
-    BMessage start("KTJS"_code);
-    start.Add("job_id", int32_t{7});
-    start.Add("job_type", type);
+    BMessage start = Made("KTJS"_code, {{"job_id", 7}, {"job_type", type}});
     if (title) start.Add("title", title);
     return start;
 }
 
 BMessage Line(int32_t lineType, const char* report) {
-    BMessage line("KTJF"_code);
-    line.Add("linetype", lineType);
-    line.Add("report", report);
+    BMessage line = Made("KTJF"_code, {{"linetype", lineType}, {"report", report}});
     return line;
 }
 

@@ -3,11 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <QCheckBox>
-#include <QLabel>
-#include <QLineEdit>
 #include <QProgressBar>
-#include <QPushButton>
 #include <QToolButton>
 
 #include "client/app/ClientCodes.h"
@@ -21,37 +17,20 @@ using namespace backup_testing;
 
 namespace {
 
-// A request as the transport delivers it; remembers its answer.
-class Delivery : public BDelivery {
-public:
-    explicit Delivery(std::shared_ptr<BMessage> answer) : fAnswer(std::move(answer)) {
-        waiting = true;
-        remote = true;
-        senderTeam = 42;
-    }
-    void Answer(BMessage&& answer) override { *fAnswer = std::move(answer); }
-
-private:
-    std::shared_ptr<BMessage> fAnswer;
-};
-
 BMessage Start(int32_t id, int32_t type = 1) {
-    BMessage start(core::code::kJobStarted);
-    start.Add("job_id", id);
-    start.Add("job_type", type);
-    start.Add("title", "Home");
+    BMessage start =
+        Made(core::code::kJobStarted, {{"job_id", id}, {"job_type", type}, {"title", "Home"}});
     return start;
 }
 
 BMessage End(int32_t status) {
-    BMessage end(core::code::kJobFinished);
-    end.Add("status", status);
-    return end;
+    return Made(core::code::kJobFinished, {{"status", status}});
 }
 
-class StatusWindow : public ::testing::Test {
+class StatusWindow : public WidgetTest {
 protected:
     StatusWindow() { main.setGeometry(300, 200, 400, 300); }
+    QWidget* Subject() override { return &Window(); }
 
     KTStatusWindow& Window() {
         if (!window)
@@ -66,14 +45,9 @@ protected:
     KTStatusView* Panel(int32_t id) {
         return Window().findChild<KTStatusView*>(QString::number(id));
     }
-    template <class T>
-    T* In(QWidget* panel, const char* name) {
-        return panel->findChild<T*>(name);
-    }
-    void Send(BMessage message) { Window().MessageReceived(message); }
-    void Send(KTStatusView* panel, BMessage message) { panel->MessageReceived(message); }
+    using WidgetTest::Send;
+    static void Send(KTStatusView* panel, BMessage message) { panel->MessageReceived(message); }
 
-    Desk desk;
     QWidget main;
     std::unique_ptr<KTStatusWindow> window;
 };
@@ -81,7 +55,7 @@ protected:
 TEST_F(StatusWindow, JobStartIsAnsweredWithThePanel) {
     auto answer = std::make_shared<BMessage>();
     BMessage start = Start(255);
-    start.SetDelivery(std::make_unique<Delivery>(answer));
+    start.SetDelivery(std::make_unique<Foreign>(answer));
     Window().MessageReceived(start);
     KTStatusView* panel = Panel(255);
     ASSERT_TRUE(panel);
@@ -89,7 +63,7 @@ TEST_F(StatusWindow, JobStartIsAnsweredWithThePanel) {
     EXPECT_EQ(answer->Find<int32_t>("job_id"), 255);
     EXPECT_EQ(answer->Find<BMessenger>("user"), BMessenger(panel));
     EXPECT_TRUE(desk.server.posted.empty());
-    EXPECT_EQ(In<QLabel>(panel, "str_title")->text(), "Home");
+    EXPECT_EQ(Child<QLabel>(panel, "str_title")->text(), "Home");
 
     // Told again, by a notice that nobody waits for: the same panel, accepted by a message.
     Send(Start(255));
@@ -105,19 +79,18 @@ TEST_F(StatusWindow, JobStartIsAnsweredWithThePanel) {
 TEST_F(StatusWindow, PanelShowsProgressAndEnd) {
     Send(Start(1));
     KTStatusView* panel = Panel(1);
-    BMessage progress(core::code::kJobProgress);
-    progress.Add("linetype", int32_t{100});
-    progress.Add("report", "/System/a<b>&\xFF");
-    progress.Add("size", int64_t{512});
-    progress.Add("maxsize", int64_t{1024});
-    progress.Add("maxcount", int32_t{9});
+    BMessage progress = Made(core::code::kJobProgress, {{"linetype", 100},
+                                                        {"report", "/System/a<b>&\xFF"},
+                                                        {"size", int64_t{512}},
+                                                        {"maxsize", int64_t{1024}},
+                                                        {"maxcount", 9}});
     Send(panel, progress);
-    EXPECT_EQ(In<QLabel>(panel, "str_file")->text(), " a<b>&\\xFF");
-    EXPECT_EQ(In<QLabel>(panel, "str_bytes")->text(), "512 Bytes");
-    EXPECT_EQ(In<QLabel>(panel, "str_maxfiles")->text(), "9");
-    auto* bar = In<QProgressBar>(panel, "bar_progress");
+    EXPECT_EQ(Child<QLabel>(panel, "str_file")->text(), " a<b>&\\xFF");
+    EXPECT_EQ(Child<QLabel>(panel, "str_bytes")->text(), "512 Bytes");
+    EXPECT_EQ(Child<QLabel>(panel, "str_maxfiles")->text(), "9");
+    auto* bar = Child<QProgressBar>(panel, "bar_progress");
     EXPECT_EQ(bar->value(), bar->maximum() / 2);
-    EXPECT_TRUE(In<QToolButton>(panel, "btn_close")->isHidden());
+    EXPECT_TRUE(Child<QToolButton>(panel, "btn_close")->isHidden());
 
     const QColor colors[] = {QColor(0, 167, 0), QColor(255, 0, 0), QColor(255, 0, 0),
                              QColor(255, 163, 0)};
@@ -125,13 +98,13 @@ TEST_F(StatusWindow, PanelShowsProgressAndEnd) {
         Send(Start(10 + status));
         KTStatusView* ended = Panel(10 + status);
         Send(ended, End(status));
-        EXPECT_EQ(In<QProgressBar>(ended, "bar_progress")->palette().color(QPalette::Highlight),
+        EXPECT_EQ(Child<QProgressBar>(ended, "bar_progress")->palette().color(QPalette::Highlight),
                   colors[status])
             << status;
         EXPECT_TRUE(ended->IsFinished());
-        EXPECT_FALSE(In<QToolButton>(ended, "btn_close")->isHidden());
+        EXPECT_FALSE(Child<QToolButton>(ended, "btn_close")->isHidden());
     }
-    EXPECT_EQ(In<QLabel>(Panel(12), "str_status")->text(),
+    EXPECT_EQ(Child<QLabel>(Panel(12), "str_status")->text(),
               "Job ended with errors! Please check Report.");
 }
 
@@ -140,8 +113,8 @@ TEST_F(StatusWindow, ServerThatDiesEndsRunningJobsOnly) {
     Send(Start(2));
     Send(Panel(1), End(0));
     Send(BMessage(client::code::kServerGone));
-    EXPECT_EQ(In<QLabel>(Panel(1), "str_status")->text(), "Job successful");
-    EXPECT_EQ(In<QLabel>(Panel(2), "str_status")->text(), "abnormal job end");
+    EXPECT_EQ(Child<QLabel>(Panel(1), "str_status")->text(), "Job successful");
+    EXPECT_EQ(Child<QLabel>(Panel(2), "str_status")->text(), "abnormal job end");
 }
 
 TEST_F(StatusWindow, FinishedPanelsGoAfterTheirTimeAndTheWindowWithTheLast) {
@@ -171,25 +144,21 @@ TEST_F(StatusWindow, PanelIsClosedByItsButtonAndByNoStranger) {
     Send(Start(1));
     Send(Panel(1), End(3));
     BMessage strange("svrm"_code);
-    strange.SetDelivery(std::make_unique<Delivery>(std::make_shared<BMessage>()));
+    strange.SetDelivery(std::make_unique<Foreign>(std::make_shared<BMessage>()));
     Panel(1)->MessageReceived(strange);
     Settle();
     ASSERT_TRUE(Panel(1));
-    In<QToolButton>(Panel(1), "btn_close")->click();
-    Settle();
+    Click(Panel(1), "btn_close");
     EXPECT_FALSE(Panel(1));
     EXPECT_TRUE(Window().isVisible()) << "without autoclose it stays";
-    BMessage unknown("svrm"_code);
-    unknown.Add("name", "99");
+    BMessage unknown = Made("svrm"_code, {{"name", "99"}});
     Send(unknown);
 }
 
 TEST_F(StatusWindow, SwitchingAutoRemoveOnLaterReachesFinishedPanels) {
     Send(Start(1));
     Send(Panel(1), End(0));
-    BMessage settings;
-    settings.Add("removeitems", int32_t{1});
-    settings.Add("removedelay", int32_t{0});
+    BMessage settings = Made({{"removeitems", 1}, {"removedelay", 0}});
     Send(Answer("stsq"_code, true, settings));
     EXPECT_EQ(desk.preferences.GetMessageData("status").Find<int32_t>("removeitems"), 1);
     EXPECT_TRUE(WaitFor([&] { return Panel(1) == nullptr; }));
@@ -206,8 +175,7 @@ TEST_F(StatusWindow, SwitchingAutoRemoveOnLaterReachesFinishedPanels) {
 
 TEST_F(StatusWindow, PlaceIsKeptRelativeToTheMainWindow) {
     main.move(300, 200);
-    BMessage settings;
-    settings.Add("statuswinpos", BRect{40, 60, 40 + 459, 60 + 219});
+    BMessage settings = Made({{"statuswinpos", BRect{40, 60, 40 + 459, 60 + 219}}});
     desk.preferences.Set("status", settings);
     Window().show();
     EXPECT_EQ(Window().pos(), main.pos() + QPoint(40, 60));
@@ -225,8 +193,7 @@ TEST_F(StatusWindow, FollowsTheMainWindowWhenTold) {
     main.move(main.pos() + QPoint(25, 15));
     Settle();
     EXPECT_EQ(Window().pos(), before);
-    BMessage settings;
-    settings.Add("followmain", int32_t{1});
+    BMessage settings = Made({{"followmain", 1}});
     Window().SetPref(settings);
     main.move(main.pos() + QPoint(25, 15));
     Settle();
@@ -257,25 +224,15 @@ TEST_F(StatusWindow, ListKeepsOrderAndScrolls) {
     EXPECT_EQ(list->CountViews(), 0);
 }
 
-class StatusSettings : public ::testing::Test {
+class StatusSettings : public DialogTest<KTStatusSettingWindow> {
 protected:
     void Open(const BMessage& settings) {
-        window = new KTStatusSettingWindow(&parent, settings, "stsq"_code, BMessenger(&target));
-        window->show();
-    }
-    template <class T>
-    T* Find(const char* name) {
-        return window->findChild<T*>(name);
+        Show(new KTStatusSettingWindow(&parent, settings, "stsq"_code, BMessenger(&tool)));
     }
     BMessage Close() {
-        Find<QPushButton>("btn_ok")->click();
-        WaitFor([&] { return !target.heard.empty(); });
-        return target.heard.back().Get("settings", BMessage());
+        Press("btn_ok");
+        return tool.heard.back().Get("settings", BMessage());
     }
-    ScriptedDialogs dialogs;
-    QWidget parent;
-    Listener target;
-    QPointer<KTStatusSettingWindow> window;
 };
 
 TEST_F(StatusSettings, DelayFollowsItsBoxAndIsSavedAllTheSame) {
@@ -283,33 +240,26 @@ TEST_F(StatusSettings, DelayFollowsItsBoxAndIsSavedAllTheSame) {
     auto* delay = Find<QLineEdit>("txt_removedelay");
     EXPECT_EQ(delay->text(), "10");
     EXPECT_FALSE(delay->isEnabled());
-    Find<QCheckBox>("chk_removeitems")->click();
-    Settle();
+    Press("chk_removeitems");
     EXPECT_TRUE(delay->isEnabled());
-    Find<QCheckBox>("chk_removeitems")->click();
-    Find<QCheckBox>("chk_followmain")->click();
-    Settle();
+    Press("chk_removeitems");
+    Press("chk_followmain");
     EXPECT_FALSE(delay->isEnabled());
     const BMessage settings = Close();
-    EXPECT_EQ(settings.Find<int32_t>("removedelay"), 10);
-    EXPECT_EQ(settings.Find<int32_t>("removeitems"), 0);
-    EXPECT_EQ(settings.Find<int32_t>("followmain"), 1);
-    EXPECT_EQ(settings.Find<int32_t>("autoopen"), 0);
-    EXPECT_TRUE(dialogs.Alerts().empty());
+    ExpectHas(settings,
+              {{"removedelay", 10}, {"removeitems", 0}, {"followmain", 1}, {"autoopen", 0}});
+    EXPECT_EQ(desk.dialogs.Told(), Texts{});
 }
 
 TEST_F(StatusSettings, WrongDelayIsSaidOnceAndReadUpToTheFirstOther) {
-    BMessage settings;
-    settings.Add("removeitems", int32_t{1});
-    settings.Add("removedelay", int32_t{30});
+    BMessage settings = Made({{"removeitems", 1}, {"removedelay", 30}});
     Open(settings);
     auto* delay = Find<QLineEdit>("txt_removedelay");
     delay->setText("5s");
     emit delay->editingFinished();
     Settle();
-    ASSERT_EQ(dialogs.Alerts().size(), 1u);
-    EXPECT_EQ(dialogs.Alerts()[0].title, "Remove Delay");
-    EXPECT_EQ(dialogs.Alerts()[0].text, "Wrong format for delay (only numeric)! Please correct!");
+    EXPECT_EQ(desk.dialogs.Told(),
+              Texts{"Remove Delay: Wrong format for delay (only numeric)! Please correct!"});
     EXPECT_EQ(delay->text(), "5s") << "the field keeps the text";
     EXPECT_EQ(Close().Find<int32_t>("removedelay"), 5);
 }

@@ -8,6 +8,7 @@
 
 #include "client/app/BackupApplication.h"
 #include "tests/TemporaryFolder.h"
+#include "tests/support/MadeMessage.h"
 
 namespace {
 
@@ -57,8 +58,7 @@ TEST(Preferences, AnIdentifierHasEightCharacters) {
 
 TEST(Preferences, DamagedFilesGiveAnEmptyStoreAndAreLeftAlone) {
     const TemporaryFolder folder;
-    BMessage settings;
-    settings.Add("KT_LANGUAGE", "Deutsch");
+    BMessage settings = Made({{"KT_LANGUAGE", "Deutsch"}});
     const std::string whole = FileOf(settings);
     for (const std::string& damaged :
          {std::string(), whole.substr(0, 99), whole.substr(0, 100), whole.substr(0, 120),
@@ -79,9 +79,7 @@ TEST(Preferences, DamagedFilesGiveAnEmptyStoreAndAreLeftAlone) {
 
 TEST(Preferences, AnEarlyLanguageNumberIsRemoved) {
     const TemporaryFolder folder;
-    BMessage settings;
-    settings.Add("KT_LANGUAGE", int8_t{2});
-    settings.Add("other", int8_t{3});
+    BMessage settings = Made({{"KT_LANGUAGE", int8_t{2}}, {"other", int8_t{3}}});
     const std::string path = folder.Write("Backup.prefs", FileOf(settings));
     Preferences store(path.c_str(), "KTBACKUP");
     store.Set("KT_LANGUAGE", "Deutsch");
@@ -111,8 +109,7 @@ TEST(Preferences, GroupsAreHandedOutAsCopies) {
     BMessage fallback;
     EXPECT_EQ(store.GetMessage("group", &fallback), &fallback);
     EXPECT_TRUE(store.GetMessageData("group").IsEmpty());
-    BMessage group;
-    group.Add("a", int32_t{1});
+    BMessage group = Made({{"a", 1}});
     store.Set("group", group);
     const std::unique_ptr<BMessage> copy(store.GetMessage("group", nullptr));
     ASSERT_TRUE(copy);
@@ -125,8 +122,7 @@ TEST(Preferences, SavesWholeFilesForTheUserOnly) {
     const std::string path = folder / "Backup.prefs";
     Preferences store(path.c_str(), "KTBACKUP");
     store.Set("float", 1.5f);
-    BMessage secret;
-    secret.Add("password", "hidden");
+    BMessage secret = Made({{"password", "hidden"}});
     store.Set("group", secret);
     ASSERT_EQ(store.Save(), 0);
     const std::string content = Content(path);
@@ -152,12 +148,9 @@ TEST(Preferences, TheStartAddsOnlyWhatIsMissing) {
     BackupApplication::SetDefaults(&store);
     EXPECT_EQ(store.GetMessageData("status").Get<int32_t>("autoopen", 0), 1);
     const BMessage defaults = store.GetMessageData("restore").Get("restore", BMessage());
-    EXPECT_EQ(defaults.Get<int32_t>("createemptydirs", 0), 1);
-    EXPECT_EQ(defaults.Get<int32_t>("divert", 0), 1);
+    ExpectHas(defaults, {{"createemptydirs", 1}, {"divert", 1}});
 
-    BMessage status;
-    status.Add("autoopen", int32_t{0});
-    status.Add("removedelay", int32_t{3});
+    BMessage status = Made({{"autoopen", 0}, {"removedelay", 3}});
     store.Set("status", status);
     BMessage restore;
     restore.Add("restore", BMessage());

@@ -22,8 +22,7 @@ inline void AddLine(BMessage& text, int32_t type, int32_t textId, const KTReport
 
 // One line of each type, 7 down to 1, with its type as the words.
 inline BMessage OneOfEach(int32_t id) {
-    BMessage text("rpRP"_code);
-    text.Add("report_id", id);
+    BMessage text = Made("rpRP"_code, {{"report_id", id}});
     for (int32_t type = 7; type > 0; --type)
         core::AddReportWords(text, static_cast<core::LineType>(type), std::to_string(type));
     return text;

@@ -1,7 +1,6 @@
 // A server that shows a catalogue by script, for the tests of the tools that read it.
 #pragma once
 
-#include <QApplication>
 #include <map>
 
 #include "client/catalogue/KTLogDataView.h"
@@ -78,23 +77,6 @@ private:
     std::set<std::string> fLocked;
 };
 
-using Texts = std::vector<std::string>;
-inline Texts Strings(const BMessage& message, const char* field) {
-    Texts all;
-    for (int32_t i = 0; i < message.Count(field); ++i)
-        all.push_back(message.Get(field, std::string(), i));
-    return all;
-}
-
-// In a window that is on screen; null when there is none.
-template <class T>
-T* FindWindow(const char* child) {
-    for (QWidget* top : QApplication::topLevelWidgets())
-        if (top->isVisible() && top->isWindow())
-            if (T* found = top->findChild<T*>(child); found && found->isVisible()) return found;
-    return nullptr;
-}
-
 // The row of "Mon/Disk/home"; kNoRow when it is not there.
 inline KTRow RowOf(const KTLogDataView& view, const std::string& path) {
     KTRow row = kNoRow;
@@ -123,5 +105,39 @@ inline void ExpandTo(KTLogDataView& view, const std::string& path) {
         Settle();
     }
 }
+
+// A test in front of a server that shows the catalogue, and takes every backup for a protected one
+// and every password for the right one.
+class CatalogueTest : public WidgetTest {
+protected:
+    CatalogueTest() {
+        desk.server.answer = [this](const BMessage& question) -> BMessage {
+            if (question.what != "ktpc"_code) return catalogue(question);
+            checked.push_back(question);
+            BMessage reply("ktpr"_code);
+            for (const std::string& name : Strings(question, "name")) {
+                reply.Add("name", name);
+                reply.Add(question.Has("pw") ? "result" : "protected", int32_t{1});
+            }
+            return reply;
+        };
+    }
+    Catalogue catalogue;
+    std::vector<BMessage> checked;  // what was asked about passwords
+};
+
+// One of these with a tool on screen.
+template <class Tool>
+class CatalogueToolTest : public CatalogueTest {
+protected:
+    CatalogueToolTest() {
+        tool->resize(900, 600);
+        tool->show();
+        Settle();
+    }
+    QWidget* Subject() override { return tool.get(); }
+
+    std::unique_ptr<Tool> tool = std::make_unique<Tool>(desk.Context());
+};
 
 }  // namespace restore_testing

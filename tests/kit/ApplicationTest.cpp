@@ -28,10 +28,6 @@ int RunToItsEnd(const std::string& path, const std::string& argument) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-void Write(const std::string& path, std::string_view text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
 std::string LockOf(const std::string& folder) {
     return folder + "/application_x-vnd.test-echo.lock";
 }
@@ -87,16 +83,10 @@ TEST(Application, CopiesThatMayRunTogetherTakeNoLock) {
 
 TEST(Application, SaysWhyItCannotStart) {
     TemporaryFolder folder;
-    Write(folder.Path() + "/file", "");
-    const TestApplication application(folder.Path() + "/file");
+    const TestApplication application(folder.Write("file", ""));
     EXPECT_EQ(application.InitCheck(), BApplication::Start::Failed);
     EXPECT_NE(application.Problem().find("not a folder"), std::string::npos)
         << application.Problem();
-}
-
-TEST(Application, KnowsItsFolder) {
-    EXPECT_EQ(BApplication::ProgramFolder(),
-              std::filesystem::read_symlink("/proc/self/exe").parent_path().string());
 }
 
 TEST(Roster, FindsWhoRunsAndOnlyAsLongAsItDoes) {
@@ -122,7 +112,7 @@ TEST(Roster, WaitsForANumberThatIsBeingWritten) {
     const std::string path = LockOf(folder.Path());
     for (const char* unfinished :
          {"", "123", "no number\n", "99999999999\n", "-5\n", "4194304\n"}) {
-        Write(path, unfinished);
+        std::ofstream(path) << unfinished;
         const kit::UniqueFd held(::open(path.c_str(), O_RDWR | O_CLOEXEC));
         ASSERT_EQ(::flock(held.Get(), LOCK_EX), 0);
         std::optional<int32_t> team;
@@ -161,8 +151,7 @@ TEST(Roster, AProgramThatCannotBeExecutedIsAnErrorAtOnce) {
     const auto absent = roster.Launch(folder.Path() + "/absent");
     ASSERT_FALSE(absent);
     EXPECT_EQ(absent.error().kind, kit::ErrorKind::NotFound);
-    Write(folder.Path() + "/text", "no program");
-    const auto text = roster.Launch(folder.Path() + "/text");
+    const auto text = roster.Launch(folder.Write("text", "no program"));
     ASSERT_FALSE(text);
     EXPECT_EQ(text.error().kind, kit::ErrorKind::Denied);
 }
@@ -213,8 +202,7 @@ TEST(SharedArea, IsReadByAnotherAndGoneWithItsOwner) {
     TemporaryFolder folder;
     const TestApplication application(folder.Path());
     EchoProcess echo(folder.Path());
-    BMessage ask("area"_code);
-    ask.Add("text", std::string(3000000, 'x'));
+    BMessage ask = Made("area"_code, {{"text", std::string(3000000, 'x')}});
     BMessage answer;
     ASSERT_EQ(echo.Messenger().SendMessage(ask, &answer, kLong), BSendResult::Ok);
     const int32_t id = answer.Get<int32_t>("area_id", 0);

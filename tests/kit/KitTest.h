@@ -14,6 +14,7 @@
 #include "kit/app/BApplication.h"
 #include "kit/app/BRoster.h"
 #include "tests/TemporaryFolder.h"
+#include "tests/support/MadeMessage.h"
 
 using namespace std::chrono_literals;
 

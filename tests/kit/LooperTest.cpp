@@ -24,9 +24,7 @@ public:
 };
 
 BMessage Number(int32_t n) {
-    BMessage message("numb"_code);
-    message.Add("n", n);
-    return message;
+    return Made("numb"_code, {{"n", n}});
 }
 
 class RunningLooper : public BLooper {

@@ -14,6 +14,7 @@ protected:
 
     TemporaryFolder folder;
     std::unique_ptr<TestApplication> application = std::make_unique<TestApplication>(folder.Path());
+    EchoProcess echo{folder.Path()};
 };
 
 std::optional<uint32_t> Ask(const BMessenger& messenger, BMessage question) {
@@ -31,13 +32,10 @@ BMessage Sized(uint32_t code, size_t size) {
 }
 
 TEST_F(Processes, AQuestionIsAnsweredAndTheSenderIsKnown) {
-    EchoProcess echo(folder.Path());
-    BMessage question("echo"_code);
-    question.Add("text", "hello");
+    BMessage question = Made("echo"_code, {{"text", "hello"}});
     BMessage answer;
     ASSERT_EQ(echo.Messenger().SendMessage(question, &answer, kLong), BSendResult::Ok);
-    EXPECT_EQ(answer.what, "echo"_code);
-    EXPECT_EQ(answer.FindString("text"), "hello");
+    ExpectIs(answer, "echo"_code, {{"text", "hello"}});
     EXPECT_EQ(answer.Find<int32_t>("from"), ::getpid());
     EXPECT_EQ(answer.Find<bool>("remote"), true);
     EXPECT_TRUE(echo.Messenger().IsValid());
@@ -55,11 +53,9 @@ TEST_F(Processes, WhoIsNotThereIsNoTarget) {
 }
 
 TEST_F(Processes, APointerDoesNotLeaveTheProcess) {
-    EchoProcess echo(folder.Path());
     BMessage inner;
     inner.Add("p", static_cast<void*>(&inner));
-    BMessage message("note"_code);
-    message.Add("m", inner);
+    BMessage message = Made("note"_code, {{"m", inner}});
     BMessage answer;
     EXPECT_EQ(echo.Messenger().SendMessage(message), BSendResult::Refused);
     EXPECT_EQ(echo.Messenger().SendMessage(message, &answer), BSendResult::Refused);
@@ -67,13 +63,11 @@ TEST_F(Processes, APointerDoesNotLeaveTheProcess) {
 }
 
 TEST_F(Processes, MessagesArriveInOrderFromBothSides) {
-    EchoProcess echo(folder.Path());
     constexpr int32_t kCount = 5000;
     for (int32_t n = 0; n < kCount; ++n) {
-        BMessage tell("tell"_code);
-        tell.Add("target", BMessenger(::getpid(), BMessenger::kApplication));
-        tell.Add("n", n);
-        ASSERT_EQ(echo.Messenger().SendMessage(std::move(tell)), BSendResult::Ok);
+        const BMessage tell = Made(
+            "tell"_code, {{"target", BMessenger(::getpid(), BMessenger::kApplication)}, {"n", n}});
+        ASSERT_EQ(echo.Messenger().SendMessage(tell), BSendResult::Ok);
     }
     const auto told = application->told.Wait(kCount);
     ASSERT_EQ(told.size(), static_cast<size_t>(kCount));
@@ -82,7 +76,6 @@ TEST_F(Processes, MessagesArriveInOrderFromBothSides) {
 }
 
 TEST_F(Processes, OneMessageMayBeLargerThanWhatMayWaitBehindIt) {
-    EchoProcess echo(folder.Path());
     Box<size_t> sizes;
     echo.Messenger().Ask(Sized("echo"_code, 66 << 20), [&](BSendResult, const BMessage& answer) {
         const auto data = answer.FindData("data", "RAWT"_code);
@@ -95,17 +88,14 @@ TEST_F(Processes, OneMessageMayBeLargerThanWhatMayWaitBehindIt) {
 }
 
 TEST_F(Processes, ManyThreadsAskAtOnce) {
-    EchoProcess echo(folder.Path());
     std::vector<std::thread> threads;
     std::atomic<int> right = 0;
     for (int32_t thread = 0; thread < 8; ++thread) {
         threads.emplace_back([&, thread] {
             for (int32_t i = 0; i < 200; ++i) {
-                BMessage question("echo"_code);
-                question.Add("n", thread * 1000 + i);
+                const BMessage question = Made("echo"_code, {{"n", thread * 1000 + i}});
                 BMessage answer;
-                if (echo.Messenger().SendMessage(std::move(question), &answer, kLong) ==
-                        BSendResult::Ok &&
+                if (echo.Messenger().SendMessage(question, &answer, kLong) == BSendResult::Ok &&
                     answer.Get<int32_t>("n", -1) == thread * 1000 + i) {
                     ++right;
                 }
@@ -118,14 +108,12 @@ TEST_F(Processes, ManyThreadsAskAtOnce) {
 }
 
 TEST_F(Processes, WhoeverAnswersMayAskBack) {
-    EchoProcess echo(folder.Path());
-    BMessage ask("ask!"_code);
-    ask.Add("target", BMessenger(::getpid(), BMessenger::kApplication));
+    BMessage ask =
+        Made("ask!"_code, {{"target", BMessenger(::getpid(), BMessenger::kApplication)}});
     EXPECT_EQ(Ask(echo.Messenger(), ask), "quip"_code);
 }
 
 TEST_F(Processes, ACallbackMaySendButNotWait) {
-    EchoProcess echo(folder.Path());
     Box<BSendResult> results;
     const BMessenger target = echo.Messenger();
     target.Ask(BMessage("echo"_code), [&](BSendResult result, const BMessage&) {
@@ -144,7 +132,6 @@ TEST_F(Processes, ACallbackMaySendButNotWait) {
 }
 
 TEST_F(Processes, TheEndOfAPeerEndsItsQuestionsAndIsTold) {
-    EchoProcess echo(folder.Path());
     Box<BSendResult> results;
     for (int i = 0; i < 3; ++i) {
         echo.Messenger().Ask(BMessage("keep"_code),
@@ -162,7 +149,6 @@ TEST_F(Processes, TheEndOfAPeerEndsItsQuestionsAndIsTold) {
 }
 
 TEST_F(Processes, ALateAnswerIsDropped) {
-    EchoProcess echo(folder.Path());
     BMessage answer("mine"_code);
     EXPECT_EQ(echo.Messenger().SendMessage(BMessage("keep"_code), &answer, 5ms),
               BSendResult::TimedOut);
@@ -173,7 +159,6 @@ TEST_F(Processes, ALateAnswerIsDropped) {
 
 TEST_F(Processes, AStuckPeerHoldsUpNobodyAndIsCut) {
     EchoProcess stuck(folder.Path(), "application/x-vnd.test-stuck");
-    EchoProcess echo(folder.Path());
     Box<BSendResult> results;
     ASSERT_EQ(stuck.Messenger().SendMessage("halt"_code), BSendResult::Ok);
     stuck.Messenger().Ask(BMessage("echo"_code),
@@ -188,7 +173,6 @@ TEST_F(Processes, AStuckPeerHoldsUpNobodyAndIsCut) {
 }
 
 TEST_F(Processes, WhatWasSentBeforeTheEndArrives) {
-    EchoProcess echo(folder.Path());
     for (int i = 0; i < 300; ++i)
         echo.Messenger().SendMessage(Sized("note"_code, 100 << 10));
     application.reset();
@@ -200,7 +184,6 @@ TEST_F(Processes, WhatWasSentBeforeTheEndArrives) {
 }
 
 TEST_F(Processes, EveryQuestionEndsWhenTheApplicationDoes) {
-    EchoProcess echo(folder.Path());
     for (int round = 0; round < 20; ++round) {
         std::atomic<int> asked = 0;
         std::atomic<int> ended = 0;
@@ -221,25 +204,9 @@ TEST_F(Processes, EveryQuestionEndsWhenTheApplicationDoes) {
     }
 }
 
-TEST_F(Processes, AnUnknownPropertyIsNotUnderstood) {
-    EchoProcess echo(folder.Path());
-    BMessage specifier(B_DIRECT_SPECIFIER);
-    specifier.Add("property", "Weather");
-    BMessage get(B_GET_PROPERTY);
-    get.Add("specifiers", specifier);
-    BMessage answer;
-    ASSERT_EQ(echo.Messenger().SendMessage(get, &answer, kLong), BSendResult::Ok);
-    EXPECT_EQ(answer.what, "MNOT"_code);
-    EXPECT_LT(answer.Get<int32_t>("error", 0), 0);
-    EXPECT_TRUE(answer.Has("message"));
-}
-
 TEST_F(Processes, TheEndOfATeamCannotBeFeigned) {
     // The code that the connection thread uses inside, said by another process.
-    EchoProcess echo(folder.Path());
-    BMessage feigned("_TGN"_code);
-    feigned.Add("team", ::getpid());
-    EXPECT_EQ(Ask(echo.Messenger(), feigned), 0u);
+    EXPECT_EQ(Ask(echo.Messenger(), Made("_TGN"_code, {{"team", ::getpid()}})), 0u);
     EXPECT_EQ(Ask(echo.Messenger(), BMessage("cnt?"_code)), "cnt!"_code);
 }
 

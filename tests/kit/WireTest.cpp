@@ -15,11 +15,12 @@ protected:
     EchoProcess echo{folder.Path()};
 };
 
+BMessage AskFor(int32_t team) {
+    return Made("ask!"_code, {{"target", BMessenger(team, 9)}});
+}
+
 BMessage Tell(int32_t team, int32_t n) {
-    BMessage message("tell"_code);
-    message.Add("target", BMessenger(team, 5));
-    message.Add("n", n);
-    return message;
+    return Made("tell"_code, {{"target", BMessenger(team, 5)}, {"n", n}});
 }
 
 int64_t PeakMemoryInKiB(int32_t team) {
@@ -34,31 +35,24 @@ int64_t PeakMemoryInKiB(int32_t team) {
 
 TEST_F(Wire, AnAnswerIsTheseBytes) {
     RawPeer peer = Connect();
-    const int32_t own = ::getpid();
-    Bytes request{40, 0, 0, 0, 2, 0, 0, 0};
-    for (int i = 0; i < 4; ++i)
-        request.push_back(static_cast<uint8_t>(own >> (8 * i)));
-    for (const uint8_t byte : {0xFF, 0xFF, 0xFF, 0xFF})
-        request.push_back(byte);
-    for (const uint8_t byte : {8, 7, 6, 5, 4, 3, 2, 1})
-        request.push_back(byte);
-    for (const char letter : {'V', 'M', 'S', '1', 'd', 'c', 'b', 'a'}) {
-        request.push_back(static_cast<uint8_t>(letter));
-    }
-    for (const uint8_t byte : {20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})
-        request.push_back(byte);
-    ASSERT_TRUE(peer.Send(request));
+    // Of a kind, from a team, to a token, with a body of this code and no fields.
+    const auto frame = [](uint8_t kind, int32_t team, uint8_t token, std::string_view code) {
+        Bytes bytes{40, 0, 0, 0, kind, 0, 0, 0};
+        for (int i = 0; i < 4; ++i)
+            bytes.push_back(static_cast<uint8_t>(team >> (8 * i)));
+        bytes.insert(bytes.end(), 4, token);
+        const Bytes request{8, 7, 6, 5, 4, 3, 2, 1}, length{20, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+        bytes.insert(bytes.end(), request.begin(), request.end());
+        for (const std::string_view text : {std::string_view("VMS1"), code})
+            bytes.insert(bytes.end(), text.begin(), text.end());
+        bytes.insert(bytes.end(), length.begin(), length.end());
+        return bytes;
+    };
+    ASSERT_TRUE(peer.Send(frame(2, ::getpid(), 0xFF, "dcba")));
     const auto answer = peer.Receive();
     ASSERT_TRUE(answer);
-    Bytes expected = request;
-    expected[4] = 3;
-    for (size_t i = 0; i < 4; ++i)
-        expected[8 + i] = static_cast<uint8_t>(echo.team >> (8 * i));
-    for (size_t i = 12; i < 16; ++i)
-        expected[i] = 0;
-    for (size_t i = 28; i < 32; ++i)
-        expected[i] = 0;  // let go unanswered: code 0
-    EXPECT_EQ(answer->Raw(), expected);
+    // Let go unanswered: code 0.
+    EXPECT_EQ(answer->Raw(), frame(3, echo.team, 0, std::string_view("\0\0\0\0", 4)));
 }
 
 TEST_F(Wire, HostileFramesEndTheirConnectionAndNothingElse) {
@@ -66,8 +60,7 @@ TEST_F(Wire, HostileFramesEndTheirConnectionAndNothingElse) {
     ASSERT_EQ(friendly.Ask("cnt?"_code), "cnt!"_code);
     BMessage pointer;
     pointer.Add("p", static_cast<void*>(&pointer));
-    BMessage around;
-    around.Add("m", pointer);
+    BMessage around = Made({{"m", pointer}});
 
     const auto good = RawFrame::Message(BMessage("note"_code));
     std::vector<std::pair<const char*, Bytes>> cases;
@@ -172,8 +165,7 @@ TEST_F(Wire, AnAnnouncedLengthTakesNoMemory) {
     const int64_t before = PeakMemoryInKiB(echo.team);
     std::vector<RawPeer> hostile;
     for (int i = 0; i < 20; ++i) {
-        RawFrame frame = RawFrame::Message(BMessage("note"_code));
-        Bytes bytes = frame.Raw();
+        Bytes bytes = RawFrame::Message(BMessage("note"_code)).Raw();
         const uint32_t length = 256u << 20;
         std::memcpy(bytes.data(), &length, 4);
         hostile.push_back(Connect());
@@ -214,9 +206,7 @@ TEST_F(Wire, OneConnectionServesBothDirections) {
         EXPECT_EQ(told->Said().what, "told"_code);
         EXPECT_EQ(told->Said().Get<int32_t>("n", 0), n);
     }
-    BMessage ask("ask!"_code);
-    ask.Add("target", BMessenger(::getpid(), 9));
-    ASSERT_TRUE(peer.Send(RawFrame::Request(7, ask)));
+    ASSERT_TRUE(peer.Send(RawFrame::Request(7, AskFor(::getpid()))));
     const auto quiz = peer.Receive();
     ASSERT_TRUE(quiz);
     EXPECT_EQ(quiz->kind, 2);
@@ -247,9 +237,7 @@ TEST_F(Wire, AnOpenQuestionEndsWithItsConnection) {
     RawPeer other = Connect();
     ASSERT_EQ(other.Ask("cnt?"_code), "cnt!"_code);
     RawPeer peer = Connect();
-    BMessage ask("ask!"_code);
-    ask.Add("target", BMessenger(::getpid(), 9));
-    ASSERT_TRUE(peer.Send(RawFrame::Request(7, ask)));
+    ASSERT_TRUE(peer.Send(RawFrame::Request(7, AskFor(::getpid()))));
     // The older connection is the one used.
     ASSERT_EQ(other.Receive()->Said().what, "quiz"_code);
     other.Close();
@@ -337,9 +325,7 @@ TEST_F(Wire, WhoDoesNotAcceptHoldsUpNobodyAndGetsItLater) {
     RawFrame expected = RawFrame::Message(BMessage("told"_code), 5);
     expected.sender = echo.team;
     for (int32_t n = 1; n <= 2; ++n) {
-        BMessage told("told"_code);
-        told.Add("n", n);
-        expected.body = told.Flatten();
+        expected.body = Made("told"_code, {{"n", n}}).Flatten();
         EXPECT_EQ(sleeper.Read(expected.Raw().size()), expected.Raw()) << n;
     }
 }
@@ -354,9 +340,7 @@ TEST_F(Wire, ASocketOfAnotherProcessIsNotBelieved) {
               0);
     ASSERT_EQ(::listen(listener.Get(), 5), 0);
     RawPeer peer = Connect();
-    BMessage ask("ask!"_code);
-    ask.Add("target", BMessenger(sleeper.team, 9));
-    ASSERT_TRUE(peer.Send(RawFrame::Request(7, ask)));
+    ASSERT_TRUE(peer.Send(RawFrame::Request(7, AskFor(sleeper.team))));
     EXPECT_EQ(peer.Receive()->Said().what, 0u);
     RawPeer accepted{kit::UniqueFd(::accept4(listener.Get(), nullptr, nullptr, SOCK_CLOEXEC))};
     EXPECT_TRUE(accepted.HangsUp()) << "nothing was said to the impostor";
