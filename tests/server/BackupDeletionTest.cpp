@@ -1,33 +1,16 @@
 // Deleting backups, as clients ask for it: what goes, what stays and what a report says then.
-#include <gtest/gtest.h>
-
-#include <fstream>
-
-#include "core/locale/KTLocale.h"
-#include "core/locale/TextTable.h"
-#include "core/report/ReportLines.h"
+#include "tests/server/ServerFixture.h"
 #include "tests/support/MadeCatalogue.h"
-#include "tests/support/ServerHouse.h"
 
 namespace {
 
 using tests::MadeBackup;
-using tests::ScriptedPeer;
-using tests::ServerHouse;
 
 constexpr auto kIncremental = core::JobType::Incremental;
 
-class BackupDeletion : public testing::Test {
+class BackupDeletion : public tests::ServerFixture {
 protected:
-    BackupDeletion() : house(VELMORA_FAKE_SERVER) {
-        KTLocale::GetInstance()->SetDefaultText(core::kTextTable.data(), core::kTextCount,
-                                                "English");
-    }
     std::string Add(const MadeBackup& backup) { return tests::AddCatalogue(house.Data(), backup); }
-    void Start() {
-        house.Start();
-        peer = house.ConnectClient();
-    }
     void Delete(const std::vector<std::string>& names, int32_t full = 0) {
         BMessage message("KTxX"_code);
         for (const auto& name : names) {
@@ -47,11 +30,7 @@ protected:
         EXPECT_EQ(notice.Get("title", std::string()), title);
         EXPECT_EQ(notice.Get<int32_t>("job_id", -1), 0);
         EXPECT_EQ(notice.Get<int32_t>("client_id", 0), client);
-        BMessage open("rpOP"_code);
-        open.Add("report_id", notice.Get<int32_t>("report_id", 0));
-        open.Add("user", peer->Self(88));
-        peer->Send(open);
-        const BMessage report = peer->WaitFor("rpRP"_code).message;
+        const BMessage report = OpenReport(notice.Get<int32_t>("report_id", 0));
         EXPECT_EQ(report.Count("text_id"), 1);
         EXPECT_EQ(report.Get<int32_t>("text_id", 0), 279);
         EXPECT_EQ(report.Get<int32_t>("linetype", 0), 3);
@@ -66,9 +45,6 @@ protected:
             names.push_back(answer.Get("name", std::string(), i));
         return names;
     }
-
-    ServerHouse house;
-    std::unique_ptr<ScriptedPeer> peer;
 };
 
 TEST_F(BackupDeletion, WhatOthersAreBuiltOnGoesOnlyWithThem) {
@@ -89,8 +65,7 @@ TEST_F(BackupDeletion, WhatOthersAreBuiltOnGoesOnlyWithThem) {
     for (const auto& name : {full, first, second})
         WaitUntilGone(name);
     EXPECT_EQ(Known(), std::vector{stranger});
-    house.Kill();
-    Start();
+    KillAndStart();
     EXPECT_EQ(Known(), std::vector{stranger});
 }
 
@@ -108,26 +83,14 @@ TEST_F(BackupDeletion, WithItsDataAwayTheEntryStays) {
 TEST_F(BackupDeletion, WhatAJobUsesStaysUntilItEnds) {
     const auto name = Add({1, core::JobType::Full, 0, "Used", {"a"}, {}});
     Start();
-    peer->SetAnswers([&](const BMessage& question) -> std::optional<BMessage> {
-        if (question.what != "KTJS"_code) return std::nullopt;
-        BMessage answer("KTAB"_code);
-        answer.Add("job_id", question.Get<int32_t>("job_id", 0));
-        answer.Add("user", peer->Self(77));
-        return answer;
-    });
-    BMessage job("KTJA"_code);
-    job.Add<int32_t>("job_type", 4);
-    job.Add("client_id", peer->Team());
-    job.Add("script", "use " + name);
-    job.Add("script", "line 4 In use");
-    job.Add("script", "until " + house.Root() + "/go");
-    peer->Send(job);
+    peer->Send(
+        Job("Reads", {"use " + name, "line 4 In use", "until " + File("go")}, "/somewhere", 4));
     peer->WaitFor("KTJF"_code);
     Delete({name});
     EXPECT_NE(NextReport("Used", peer->Team()).find("a job that is running uses it"),
               std::string::npos);
     EXPECT_EQ(Known(), std::vector{name});
-    std::ofstream(house.Root() + "/go") << "x";
+    Touch("go");
     peer->WaitFor("KTJR"_code);
     Delete({name});
     WaitUntilGone(name);
@@ -138,14 +101,7 @@ TEST_F(BackupDeletion, ADamagedCatalogueIsToldOnceAndTheServerGoesOn) {
     for (int i = 10'000; i < 30'000; ++i)
         files.push_back("file " + std::to_string(i));
     const auto name = Add({1, core::JobType::Full, 0, "Scratched", files, {}});
-    {
-        std::fstream file(house.Data() + "/catalogues/" + name + ".db",
-                          std::ios::in | std::ios::out | std::ios::binary);
-        for (int page = 20; page < 60; ++page) {
-            file.seekp(page * 8192);
-            file << std::string(8192, '\x5a');
-        }
-    }
+    Scratch(house.Data() + "/catalogues/" + name + ".db", 20 * 8192, 40 * 8192);
     Start();
     BMessage list("KTLR"_code);
     list.Add("path", "/" + name + "/Data/folder");

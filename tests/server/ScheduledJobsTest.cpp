@@ -1,7 +1,6 @@
 // Schedules in the server's process, by a clock that the test sets, in a zone with the European
-// summer time. Codes and numbers are written out: a constant may be wrong.
+// summer time.
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 
 #include <chrono>
@@ -9,13 +8,11 @@
 
 #include "core/locale/MoreTexts.h"
 #include "kit/support/UniqueFd.h"
-#include "tests/support/ServerHouse.h"
+#include "tests/server/ServerFixture.h"
 
 namespace {
 
 using tests::Eventually;
-using tests::ScriptedPeer;
-using tests::ServerHouse;
 
 constexpr int64_t kHour = 3600, kDay = 24 * kHour;
 
@@ -33,20 +30,11 @@ BMessage Daily(int64_t due) {
     return schedule;
 }
 
-class ScheduledJobsTest : public testing::Test {
+class ScheduledJobsTest : public tests::ServerFixture {
 protected:
-    ScheduledJobsTest() : house(VELMORA_FAKE_SERVER) {
+    ScheduledJobsTest() {
         house.zone = "CET-1CEST,M3.5.0,M10.5.0/3";
         SetClock(kStart);
-        Start();
-    }
-    void Start() {
-        house.Start();
-        peer = house.ConnectClient();
-    }
-    void KillAndStart() {
-        house.Kill();
-        EXPECT_TRUE(peer->WaitForClose());
         Start();
     }
     // A running server has heard of it when this returns.
@@ -63,25 +51,19 @@ protected:
     }
     int32_t Submit(const BMessage& schedule, const std::vector<std::string>& script = {},
                    bool hold = false, const std::string& path = "/somewhere") {
-        BMessage info;
-        info.Add("title", "Planned");
-        if (hold) info.Add<int32_t>("submitonhold", 1);
-        BMessage volume;
-        volume.Add("path", path);
-        BMessage job("KTJA"_code);
-        job.Add("volume", volume);
-        job.Add("start_info", info);
+        BMessage job = Job("Planned", script, path);
+        if (hold) job = With(job, "submitonhold", 1);
         job.Add("scheduler", schedule);
-        for (const auto& step : script)
-            job.Add("script", step);
-        peer->Send(job);
-        return peer->WaitFor("KTJI"_code).message.Get<int32_t>("job_id", 0);
+        return ServerFixture::Submit(job);
     }
-    void Tell(uint32_t code, int32_t id, const char* field = nullptr, int32_t value = 0) {
-        BMessage message(code);
-        message.Add("job_id", id);
-        if (field) message.Add(field, value);
-        peer->Send(message);
+    // Stores the job as `change` leaves it.
+    void Edit(int32_t id, const std::function<void(BMessage&)>& change) {
+        BMessage job = peer->Ask(About("KTjg"_code, id));
+        EXPECT_FALSE(job.Has("series"));
+        change(job);
+        BMessage set = About("KTjs"_code, id);
+        set.Add("job_data", job);
+        peer->Send(set);
     }
     struct Listed {
         int32_t status = 0;  // 0: it is not listed
@@ -98,27 +80,14 @@ protected:
     int32_t Status(int32_t id) { return JobOf(id).status; }
     // The next run of a job that has just run: its number and its date.
     std::pair<int32_t, int64_t> NextOf(int32_t id) {
-        const BMessage change = peer->WaitFor("KTjc"_code,
-                                              [&](const BMessage& message) {
-                                                  return message.Get<int32_t>("job_id", 0) == id &&
-                                                         message.Has("new_id");
-                                              })
-                                    .message;
+        const auto hasRun = [&](const BMessage& message) {
+            return Of(id)(message) && message.Has("new_id");
+        };
+        const BMessage change = peer->WaitFor("KTjc"_code, hasRun).message;
         EXPECT_EQ(change.Get<int32_t>("jobstatus", 0), 1);
         return {change.Get<int32_t>("new_id", 0), change.Get("date", BTime()).seconds};
     }
-    void WaitUntilRunning(int32_t id) {
-        peer->WaitFor("KTjc"_code, [&](const BMessage& message) {
-            return message.Get<int32_t>("job_id", 0) == id &&
-                   message.Get<int32_t>("jobstatus", 0) == 2;
-        });
-    }
-    int Reports() { return peer->Ask(BMessage("rpGL"_code)).Count("report_id"); }
-    std::string File(const char* name) const { return house.Root() + "/" + name; }
-
     static constexpr int64_t kStart = 1'769'853'600;  // 2026-01-31 11:00 by the clocks there
-    ServerHouse house;
-    std::unique_ptr<ScriptedPeer> peer;
 };
 
 TEST_F(ScheduledJobsTest, RunsAtTheEndOfEveryMonthAtNoon) {
@@ -173,12 +142,10 @@ TEST_F(ScheduledJobsTest, TheClockIsSet) {
     EXPECT_EQ(date, kStart + 300 * kDay + kHour);
     id = next;
     SetClock(kStart + kDay);  // and back: it is not left waiting for most of a year
-    const BMessage change =
-        peer->WaitFor("KTjc"_code,
-                      [&](const BMessage& message) {
-                          return message.Get<int32_t>("job_id", 0) == id && message.Has("date");
-                      })
-            .message;
+    const auto isMoved = [&](const BMessage& message) {
+        return Of(id)(message) && message.Has("date");
+    };
+    const BMessage change = peer->WaitFor("KTjc"_code, isMoved).message;
     EXPECT_EQ(change.Get("date", BTime()).seconds, kStart + kDay + kHour);
     SetClock(kStart + kDay + kHour);
     std::tie(next, date) = NextOf(id);
@@ -244,24 +211,16 @@ TEST_F(ScheduledJobsTest, EditedDeletedAborted) {
     SetClock(kStart + 2 * kHour);
     EXPECT_EQ(Status(id), 4);
     // What an editor shows and sends back says the time to the minute.
-    BMessage get("KTjg"_code);
-    get.Add("job_id", id);
-    BMessage job = peer->Ask(get);
-    EXPECT_FALSE(job.Has("series"));
-    job.Add("script", "until " + File("never"));
-    BMessage set("KTjs"_code);
-    set.Add("job_id", id);
-    set.Add("job_data", job);
-    peer->Send(set);
+    Edit(id, [&](BMessage& job) { job.Add("script", "until " + File("never")); });
     Tell("KTje"_code, id, "edit", 0);
-    WaitUntilRunning(id);
+    WaitForStatus(id, 2);
     // Aborted it goes on with its next run; deleted it does not.
     Tell("KTJD"_code, id, "flag", 1);
     int64_t date = 0;
     std::tie(id, date) = NextOf(id);
     EXPECT_EQ(date, kStart + kDay + kHour);
     SetClock(date);
-    WaitUntilRunning(id);
+    WaitForStatus(id, 2);
     Tell("KTJD"_code, id);
     peer->WaitFor("KTJR"_code);
     EXPECT_EQ(peer->Ask(BMessage("KTJL"_code)).what, "NONE"_code);
@@ -276,9 +235,9 @@ TEST_F(ScheduledJobsTest, TwoDueAtOnceTakeTurnsAtOneDestination) {
     const int32_t first = Submit(Daily(kStart + kHour), {"until " + File("go")});
     const int32_t second = Submit(Daily(kStart + kHour), {});
     SetClock(kStart + kHour);
-    WaitUntilRunning(first);
+    WaitForStatus(first, 2);
     EXPECT_EQ(Status(second), 1);
-    std::ofstream(File("go")) << "x";
+    Touch("go");
     NextOf(first);
     NextOf(second);
 }
@@ -311,16 +270,11 @@ TEST_F(ScheduledJobsTest, TheMachineStaysAwakeWhileAJobRunsButNotWhileItIsPaused
     ASSERT_TRUE(Eventually([&] { return !isHeld(); }));
     Tell("KTJC"_code, id);
     ASSERT_TRUE(Eventually(isHeld));
-    std::ofstream(File("go")) << "x";
+    Touch("go");
     peer->WaitFor("KTJR"_code);
     EXPECT_FALSE(isHeld());
 
-    BMessage open("rpOP"_code);
-    open.Add<int32_t>("report_id", 1);
-    open.Add("user", peer->Self(88));
-    peer->Send(open);
-    const BMessage report = peer->WaitFor("rpRP"_code).message;
-    EXPECT_EQ(report.Get<int32_t>("text_id", 0), core::kMoreKeptAwake);
+    EXPECT_EQ(OpenReport(1).Get<int32_t>("text_id", 0), core::kMoreKeptAwake);
 }
 
 TEST_F(ScheduledJobsTest, MissingGoodRunsAreToldOnceADay) {
@@ -349,22 +303,14 @@ TEST_F(ScheduledJobsTest, MissingGoodRunsAreToldOnceADay) {
 
     // Mended, it runs well, and all is quiet.
     id = NextOf(id).first;
-    BMessage get("KTjg"_code);
-    get.Add("job_id", id);
-    BMessage job = peer->Ask(get);
-    job.Remove("script");
-    BMessage set("KTjs"_code);
-    set.Add("job_id", id);
-    set.Add("job_data", job);
-    peer->Send(set);
+    Edit(id, [](BMessage& job) { job.Remove("script"); });
     for (int64_t day = 4; day < 8; ++day) {
         SetClock(due + day * kDay - 1);
         EXPECT_EQ(Status(id), 1);
         SetClock(due + day * kDay);
         id = NextOf(id).first;
     }
-    const BMessage list = peer->Ask(BMessage("rpGL"_code));
-    EXPECT_EQ(list.Count("report_id"), reports + 2 + 4);
+    EXPECT_EQ(Reports(), reports + 2 + 4);
 }
 
 }  // namespace
