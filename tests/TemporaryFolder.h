@@ -4,6 +4,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -11,7 +12,8 @@ class TemporaryFolder {
 public:
     TemporaryFolder() {
         std::string name = (std::filesystem::temp_directory_path() / "velmora-XXXXXX").string();
-        fPath = ::mkdtemp(name.data());
+        if (!::mkdtemp(name.data())) throw std::runtime_error("no temporary folder");
+        fPath = name;
     }
     ~TemporaryFolder() {
         std::error_code ignored;

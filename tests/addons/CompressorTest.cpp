@@ -8,8 +8,8 @@
 
 #include "addons/KTCruncher.h"
 #include "kit/app/BHandler.h"
+#include "tests/TemporaryFolder.h"
 #include "tests/addons/AddOnLoader.h"
-#include "tests/addons/TemporaryFolder.h"
 
 namespace {
 
@@ -33,25 +33,30 @@ Bytes Prose(size_t size) {
     return bytes;
 }
 
-class Host : public KTSettingsHost {
-public:
-    void OpenSettings(const BMessage& description, KTSettingsOwner* owner,
-                      const BMessenger&) override {
-        window = description;
-        this->owner = owner;
-    }
-    BMessage window;
-    KTSettingsOwner* owner = nullptr;
-};
+Bytes FileBytes(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+// What a shell command leaves in "o" of a folder of its own.
+Bytes Made(const std::string& command) {
+    const TemporaryFolder folder;
+    EXPECT_EQ(std::system(("cd " + folder.Path() + " && " + command + " > o").c_str()), 0);
+    return FileBytes(folder / "o");
+}
+
+std::unique_ptr<KTCruncher> Load(const std::string& addOn) {
+    auto compressor = LoadAddOn<KTCruncher>("compressors/" + addOn, "instantiate_ktcruncher");
+    if (!compressor) throw std::runtime_error("cannot load " + addOn);
+    return compressor;
+}
 
 }  // namespace
 
 class Compressor : public testing::TestWithParam<const char*> {
 protected:
     void SetUp() override {
-        fCompressor = LoadAddOn<KTCruncher>(std::string("compressors/") + GetParam(),
-                                            "instantiate_ktcruncher");
-        ASSERT_TRUE(fCompressor);
+        fCompressor = Load(GetParam());
         fCompressor->SetSettings(BMessage());
     }
     std::unique_ptr<KTCruncher> fCompressor;
@@ -74,28 +79,20 @@ TEST_P(Compressor, GivesBackWhatItGot) {
 }
 
 TEST_P(Compressor, JoinedFramesUnpackWithTheStockCommand) {
-    TemporaryFolder folder;
+    const TemporaryFolder folder;
     auto context = fCompressor->NewContext();
-    const std::string packed = folder / "file.tar" + fCompressor->Suffix();
-    Bytes all;
-    {
-        std::ofstream out(packed, std::ios::binary);
-        for (const Bytes& content : {Prose(3'000'000), Noise(10'000), Prose(1)}) {
-            Bytes frame;
-            ASSERT_TRUE(context->Compress(content, &frame));
-            out.write(reinterpret_cast<const char*>(frame.data()),
-                      static_cast<std::streamsize>(frame.size()));
-            all.insert(all.end(), content.begin(), content.end());
-        }
+    Bytes packed, all;
+    for (const Bytes& content : {Prose(3'000'000), Noise(10'000), Prose(1)}) {
+        Bytes frame;
+        ASSERT_TRUE(context->Compress(content, &frame));
+        packed.insert(packed.end(), frame.begin(), frame.end());
+        all.insert(all.end(), content.begin(), content.end());
     }
+    const std::string file = folder.Write("packed", std::string(packed.begin(), packed.end()));
     std::string command = fCompressor->StockCommand();
     EXPECT_EQ(command.empty(), std::string(fCompressor->Suffix()).empty());
     if (command.empty()) command = "cat";
-    const std::string unpacked = folder / "out";
-    ASSERT_EQ(std::system((command + " < " + packed + " > " + unpacked).c_str()), 0);
-    std::ifstream in(unpacked, std::ios::binary);
-    const Bytes got{std::istreambuf_iterator<char>(in), {}};
-    EXPECT_TRUE(got == all);
+    EXPECT_TRUE(Made(command + " < " + file) == all);
 }
 
 TEST_P(Compressor, RefusesMoreThanTheLimit) {
@@ -177,7 +174,7 @@ TEST_P(Compressor, KeepsItsSettings) {
     EXPECT_EQ(archived, again);
     EXPECT_STRNE(fCompressor->MenuName(), "");
     EXPECT_STRNE(fCompressor->Description(), "");
-    Host host;
+    WindowHost host;
     fCompressor->ShowSettings(&host, BMessenger(), "English");
     EXPECT_EQ(host.owner != nullptr, fCompressor->HasSettings());
     fCompressor->ShowSettings(nullptr, BMessenger(), nullptr);
@@ -198,9 +195,7 @@ INSTANTIATE_TEST_SUITE_P(All, LevelCompressor,
 
 TEST_P(LevelCompressor, ChecksItsLevel) {
     const auto [addOn, least, most, usual, mostText] = GetParam();
-    auto compressor =
-        LoadAddOn<KTCruncher>(std::string("compressors/") + addOn, "instantiate_ktcruncher");
-    ASSERT_TRUE(compressor);
+    const auto compressor = Load(addOn);
     auto level = [&] {
         BMessage settings;
         compressor->Archive(&settings, true);
@@ -233,9 +228,7 @@ TEST_P(LevelCompressor, ChecksItsLevel) {
 // A higher level is worth its time: smaller frames, of what the lowest level unpacks as well.
 TEST_P(LevelCompressor, PacksDenserAtItsHighestLevel) {
     const auto [addOn, least, most, usual, mostText] = GetParam();
-    auto compressor =
-        LoadAddOn<KTCruncher>(std::string("compressors/") + addOn, "instantiate_ktcruncher");
-    ASSERT_TRUE(compressor);
+    const auto compressor = Load(addOn);
     Bytes content;  // alike in many places, over distances of some 100 KiB
     const Bytes noise = Noise(300'000);
     for (size_t i = 0; content.size() < 2'000'000; ++i) {
@@ -253,32 +246,23 @@ TEST_P(LevelCompressor, PacksDenserAtItsHighestLevel) {
     };
     const Bytes low = packed(least), high = packed(most);
     EXPECT_LT(high.size(), low.size());
-    Bytes back;
-    ASSERT_TRUE(compressor->NewContext()->Decompress(low, kLimit, &back));
-    EXPECT_TRUE(back == content);
-    ASSERT_TRUE(compressor->NewContext()->Decompress(high, kLimit, &back));
-    EXPECT_TRUE(back == content);
+    for (const Bytes& frame : {low, high}) {
+        Bytes back;
+        ASSERT_TRUE(compressor->NewContext()->Decompress(frame, kLimit, &back));
+        EXPECT_TRUE(back == content);
+    }
 }
 
 // What the stock tools make is read too, whole frames of known size at least; one that lies about
 // its size, or tells none, is refused before it takes memory.
 TEST(Lz4, ReadsOnlyFramesOfTheStockToolWithTheirSize) {
-    auto lz4 = LoadAddOn<KTCruncher>("compressors/KTLz4", "instantiate_ktcruncher");
-    ASSERT_TRUE(lz4);
-    TemporaryFolder folder;
+    const TemporaryFolder folder;
     const Bytes content = Prose(300'000);
-    std::ofstream(folder / "in", std::ios::binary)
-        .write(reinterpret_cast<const char*>(content.data()),
-               static_cast<std::streamsize>(content.size()));
-    auto frame = [&](const std::string& options) {
-        EXPECT_EQ(
-            std::system(
-                ("lz4 -qf " + options + " " + (folder / "in") + " " + (folder / "o")).c_str()),
-            0);
-        std::ifstream in(folder / "o", std::ios::binary);
-        return Bytes{std::istreambuf_iterator<char>(in), {}};
+    const std::string file = folder.Write("in", std::string(content.begin(), content.end()));
+    const auto frame = [&](const std::string& options) {
+        return Made("lz4 -qc " + options + " " + file);
     };
-    auto context = lz4->NewContext();
+    const auto context = Load("KTLz4")->NewContext();
     Bytes back;
     ASSERT_TRUE(context->Decompress(frame("--content-size -9"), kLimit, &back));
     EXPECT_TRUE(back == content);
@@ -290,18 +274,10 @@ TEST(Lz4, ReadsOnlyFramesOfTheStockToolWithTheirSize) {
 }
 
 TEST(Xz, BoundsTheMemoryOfForeignStreams) {
-    auto xz = LoadAddOn<KTCruncher>("compressors/KTXz", "instantiate_ktcruncher");
-    ASSERT_TRUE(xz);
-    TemporaryFolder folder;
-    auto stream = [&](const std::string& options) {
-        EXPECT_EQ(
-            std::system(
-                ("head -c 100000 /dev/zero | xz " + options + " > " + (folder / "o")).c_str()),
-            0);
-        std::ifstream in(folder / "o", std::ios::binary);
-        return Bytes{std::istreambuf_iterator<char>(in), {}};
+    const auto stream = [](const std::string& options) {
+        return Made("head -c 100000 /dev/zero | xz " + options);
     };
-    auto context = xz->NewContext();
+    const auto context = Load("KTXz")->NewContext();
     Bytes back;
     EXPECT_TRUE(context->Decompress(stream("-9"), kLimit, &back));
     EXPECT_EQ(back, Bytes(100'000, 0));

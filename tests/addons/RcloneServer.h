@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "tests/addons/TemporaryFolder.h"
+#include "tests/TemporaryFolder.h"
 
 extern char** environ;
 

@@ -140,18 +140,15 @@ TEST(ReportLine, ParseLine) {
         EXPECT_EQ(type, 0U);
         return found;
     };
-    const auto one = [&parse](const char* format) { return parse(format).at(0).first; };
     EXPECT_TRUE(parse("no conversion").empty());
-    EXPECT_EQ(one("%d"), "SHRT"_code);
-    EXPECT_EQ(one("%hd"), "SHRT"_code);
-    EXPECT_EQ(one("%02lx"), "LONG"_code);
-    EXPECT_EQ(one("%LX"), "LLNG"_code);
-    EXPECT_EQ(one("%.1f"), "FLOT"_code);
-    EXPECT_EQ(one("%lf"), "FLOT"_code);
-    EXPECT_EQ(one("%Lf"), "DBLE"_code);
-    EXPECT_EQ(one("%-12.3s"), "CSTR"_code);
-    EXPECT_EQ(one("%*c"), "BYTE"_code);
-    EXPECT_EQ(one("%p"), 0U);
+    const std::pair<const char*, uint32_t> kTypes[] = {
+        {"%d", "SHRT"_code},    {"%hd", "SHRT"_code},
+        {"%02lx", "LONG"_code}, {"%LX", "LLNG"_code},
+        {"%.1f", "FLOT"_code},  {"%lf", "FLOT"_code},
+        {"%Lf", "DBLE"_code},   {"%-12.3s", "CSTR"_code},
+        {"%*c", "BYTE"_code},   {"%p", 0}};
+    for (const auto& [format, type] : kTypes)
+        EXPECT_EQ(parse(format).at(0).first, type) << format;
     // The second zero stands where only a width may: it is taken as the conversion itself.
     const auto zeroes = parse("%-05d %s");
     ASSERT_EQ(zeroes.size(), 2U);
@@ -224,9 +221,8 @@ TEST(ReportLine, RendersAsPrintfDoes) {
     }
     KTReportLine text;
     text.AddString("J\xc3\xbcrgen");
-    for (const char* format : {"%s", "'%s'", "%12s|", "%-12s|", "%.3s", "%c"}) {
-        if (std::string(format) != "%c") check(format, "J\xc3\xbcrgen", text);
-    }
+    for (const char* format : {"%s", "'%s'", "%12s|", "%-12s|", "%.3s"})
+        check(format, "J\xc3\xbcrgen", text);
 #pragma GCC diagnostic pop
 }
 

@@ -1,14 +1,9 @@
 #include "ctl/BackupJob.h"
 
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <unistd.h>
-
-#include <filesystem>
-#include <fstream>
-
 #include "ctl/ProgressLine.h"
 #include "ctl/Words.h"
+#include "tests/TemporaryFolder.h"
 
 namespace ctl {
 namespace {
@@ -16,15 +11,11 @@ namespace {
 class MapSourcesTest : public testing::Test {
 protected:
     MapSourcesTest() {
-        char pattern[] = "/tmp/velmora-sources-XXXXXX";
-        folder = std::filesystem::canonical(::mkdtemp(pattern)).string();
         std::filesystem::create_directories(folder + "/dir/sub");
         std::ofstream(folder + "/file \xff") << "x";
         std::filesystem::create_directory_symlink("dir", folder + "/link");
         volumes.push_back(Volume("System", "/", true));
     }
-    ~MapSourcesTest() override { std::filesystem::remove_all(folder); }
-
     static BVolume Volume(const std::string& name, const std::string& mountPoint,
                           bool boot = false) {
         BVolume volume;
@@ -41,7 +32,8 @@ protected:
     }
     using Texts = std::vector<std::string>;
 
-    std::string folder;
+    const TemporaryFolder temporary;
+    const std::string folder = std::filesystem::canonical(temporary.Path()).string();
     std::vector<BVolume> volumes;
     Texts notes;
 };
@@ -97,15 +89,17 @@ TEST_F(MapSourcesTest, WhatIsNotThere) {
 }
 
 TEST(ParseCompression, KindsAndLevels) {
+    const struct {
+        const char* words;
+        const char* addon;
+        int32_t level;
+    } kRight[] = {{"zstd", "KTZstd", 3},   {"zstd:19", "KTZstd", 19}, {"lz4", "KTLz4", 1},
+                  {"lz4:12", "KTLz4", 12}, {"xz", "KTXz", 3},         {"xz:0", "KTXz", 0}};
+    for (const auto& [words, addon, level] : kRight) {
+        EXPECT_EQ(ParseCompression(words)->addon, addon) << words;
+        EXPECT_EQ(ParseCompression(words)->level, level) << words;
+    }
     EXPECT_EQ(ParseCompression("none")->addon, "KTNone");
-    EXPECT_EQ(ParseCompression("zstd")->level, 3);
-    EXPECT_EQ(ParseCompression("zstd:19")->level, 19);
-    EXPECT_EQ(ParseCompression("lz4")->addon, "KTLz4");
-    EXPECT_EQ(ParseCompression("lz4")->level, 1);
-    EXPECT_EQ(ParseCompression("lz4:12")->level, 12);
-    EXPECT_EQ(ParseCompression("xz")->level, 3);
-    EXPECT_EQ(ParseCompression("xz:0")->addon, "KTXz");
-    EXPECT_EQ(ParseCompression("xz:0")->level, 0);
     for (const char* wrong : {"", "zstd:", "zstd:0", "zstd:20", "zstd:3x", "zstd:-1", "gzip",
                               "none:0", "lz4:0", "lz4:13", "xz:10", "xz:-1", "x", "xzz", ":3"}) {
         EXPECT_FALSE(ParseCompression(wrong).ok()) << wrong;

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <thread>
 
+#include "tests/TemporaryFolder.h"
 #include "tests/addons/RcloneServer.h"
-#include "tests/addons/TemporaryFolder.h"
 
 namespace {
 
@@ -277,12 +277,6 @@ TEST_P(Remote, MovesFilesWhereFoldersCannotBeMoved) {
                                                "deletefile/backup.json", "purge" + whole}));
 }
 
-TEST_P(Remote, LeavesOtherFoldersAlone) {
-    std::filesystem::create_directories(fFolder / "mine/deeper");
-    EXPECT_FALSE(fVolume->RemoveBackup("mine"));
-    EXPECT_TRUE(std::filesystem::exists(fFolder / "mine/deeper"));
-}
-
 // Every run is looked at: what it is given, and how many there are.
 TEST_P(Remote, ReadsOnFromPieceToPieceAndShowsNothingOnTheCommandLine) {
     const std::string place = "a 'b' $(touch x); --delete";
@@ -293,11 +287,14 @@ TEST_P(Remote, ReadsOnFromPieceToPieceAndShowsNothingOnTheCommandLine) {
     Spy();
     Make("test:" + place);
     Bytes into(100'000);
-    for (int64_t at = 0; at < 4'000'000; at += 100'000) {
-        const auto got = fVolume->ReadAt(kName, "0001.tar", at, into);
-        ASSERT_TRUE(got) << got.error().Text();
-        EXPECT_TRUE(std::equal(into.begin(), into.end(), content.begin() + at)) << at;
-    }
+    const auto expectFrom = [&](int64_t begin) {
+        for (int64_t at = begin; at < 4'000'000; at += 100'000) {
+            const auto got = fVolume->ReadAt(kName, "0001.tar", at, into);
+            ASSERT_TRUE(got) << got.error().Text();
+            EXPECT_TRUE(std::equal(into.begin(), into.end(), content.begin() + at)) << at;
+        }
+    };
+    expectFrom(0);
     int cats = 0;
     for (const std::string& line : Runs()) {
         cats += line.starts_with("cat|") ? 1 : 0;
@@ -313,11 +310,7 @@ TEST_P(Remote, ReadsOnFromPieceToPieceAndShowsNothingOnTheCommandLine) {
     ASSERT_TRUE(fVolume->ReadAt(kName, "0001.tar", 100'000, into));
     fServer->Kill();
     fServer->Start();
-    for (int64_t at = 200'000; at < 4'000'000; at += 100'000) {
-        const auto got = fVolume->ReadAt(kName, "0001.tar", at, into);
-        ASSERT_TRUE(got) << got.error().Text();
-        EXPECT_TRUE(std::equal(into.begin(), into.end(), content.begin() + at)) << at;
-    }
+    expectFrom(200'000);
 }
 
 TEST_P(Remote, TellsAFullPlace) {
@@ -391,26 +384,6 @@ TEST(RemoteSettings, AreCheckedAndHoldNoSecrets) {
     std::string problem;
     EXPECT_FALSE(without.ApplySettings(values, BMessenger(), &problem));
     EXPECT_THAT(problem, HasSubstr("not installed"));
-}
-
-TEST(RemoteSettings, AreDescribedInBothLanguages) {
-    struct Host : KTSettingsHost {
-        void OpenSettings(const BMessage& description, KTSettingsOwner*,
-                          const BMessenger&) override {
-            window = description;
-        }
-        BMessage window;
-    } english, german;
-    KTRemote remote;
-    remote.ShowSettings(&english, BMessenger(), "English");
-    remote.ShowSettings(&german, BMessenger(), "Deutsch");
-    for (int32_t i = 0; i < 3; ++i) {
-        const auto one = english.window.Get<BMessage>("field", BMessage(), i);
-        const auto other = german.window.Get<BMessage>("field", BMessage(), i);
-        EXPECT_TRUE(english.window.Get<BMessage>("values", BMessage())
-                        .Has(one.Get<std::string>("key", "")));
-        EXPECT_NE(one.Get<std::string>("hint", ""), other.Get<std::string>("hint", ""));
-    }
 }
 
 }  // namespace
