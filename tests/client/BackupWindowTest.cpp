@@ -282,13 +282,11 @@ BMessage Saved(const Desk& desk, const char* group) {
 TEST(BackupWindow, AJobStartShowsTheStatusWindowIfTheUserWantsIt) {
     for (const int32_t wanted : {0, 1}) {
         Desk desk;
-        BMessage group = Made({{"autoopen", wanted}});
-        desk.store.Set("status", group);
+        desk.store.Set("status", Made({{"autoopen", wanted}}));
         desk.Open();
         EXPECT_FALSE(StatusWindow()->isVisible());
-        BMessage start("KTJS"_code), accepted;
-        start.Add("job_id", int32_t{7});
-        start.Add("job_type", int32_t{1});
+        const BMessage start = Made("KTJS"_code, {{"job_id", 7}, {"job_type", 1}});
+        BMessage accepted;
         bool answered = false;
         BMessenger(desk.window.get()).Ask(start, [&](BSendResult, BMessage answer) {
             accepted = std::move(answer);

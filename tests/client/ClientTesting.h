@@ -121,9 +121,10 @@ inline void ClickBeside(const char* widget, const char* button) {
 // A message of another process; what is answered is kept.
 class Foreign : public BDelivery {
 public:
-    explicit Foreign(std::shared_ptr<BMessage> answer) : fAnswer(std::move(answer)) {
+    explicit Foreign(std::shared_ptr<BMessage> answer, int32_t team = ::getpid())
+        : fAnswer(std::move(answer)) {
         remote = waiting = true;
-        senderTeam = ::getpid();
+        senderTeam = team;
     }
     void Answer(BMessage&& answer) override { *fAnswer = std::move(answer); }
 

@@ -66,8 +66,8 @@ struct Desk {
 
 TEST(KTSetWindow, OkHandsBackTheEditedCopyWithItsPlace) {
     Desk desk;
-    BMessage settings = Made({{"text", "before"}, {"other", 7}});
-    auto* window = new FieldWindow(&desk.parent, settings, desk.tool);
+    auto* window =
+        new FieldWindow(&desk.parent, Made({{"text", "before"}, {"other", 7}}), desk.tool);
     window->show();
     window->move(desk.parent.pos() + QPoint(30, 40));
     window->field->setText("after");
@@ -167,9 +167,8 @@ TEST(KTMultiRequest, IsNotConfirmedByReturn) {
 TEST(KTRequestWindow, ReportsThePressedButton) {
     for (int32_t pressed = 0; pressed < 3; ++pressed) {
         Desk desk;
-        BMessage reply = Made(kReply, {{"mine", 9}});
         auto* window = new KTRequestWindow("Ask", "Really?", &desk.parent, BMessenger(&desk.tool),
-                                           reply, {"Yes", "No", "Cancel"});
+                                           Made(kReply, {{"mine", 9}}), {"Yes", "No", "Cancel"});
         window->show();
         EXPECT_TRUE(Child<QPushButton>(window, "btn2")->isDefault());
         Child<QPushButton>(window, qPrintable(QString("btn%1").arg(pressed)))->click();

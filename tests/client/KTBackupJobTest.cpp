@@ -77,8 +77,7 @@ TEST(KTBackupJob, EachDestinationGetsItsOwnSettingsBack) {
     job.StoreVolume(Settings("KTImage", "/one"));
     job.SetDestination("KTRemote");
     EXPECT_TRUE(job.TakeVolume().IsEmpty()) << "another add-on's settings are not handed over";
-    BMessage unnamed = Made({{"remote", "box:"}});
-    job.StoreVolume(unnamed);
+    job.StoreVolume(Made({{"remote", "box:"}}));
     EXPECT_EQ(job.Data().Get("volume", BMessage()).FindString("addon"), "KTRemote");
 
     job.SetDestination("KTImage");
@@ -91,8 +90,7 @@ TEST(KTBackupJob, EachDestinationGetsItsOwnSettingsBack) {
 
 TEST(KTBackupJob, AddOnNamedLikeAFieldCannotOverwriteIt) {
     BMessage data = Made({{"addon", "start_info"}});
-    BMessage info = Made({{"title", "Mine"}});
-    data.Add("start_info", info);
+    data.Add("start_info", Made({{"title", "Mine"}}));
     KTBackupJob job;
     job.Replace(data);
     job.StoreVolume(Settings("start_info", "/x"));
@@ -101,8 +99,7 @@ TEST(KTBackupJob, AddOnNamedLikeAFieldCannotOverwriteIt) {
 
 TEST(KTBackupJob, StartDialogNeverSeesAPasswordAgain) {
     KTBackupJob job;
-    BMessage info = Made({{"title", "Home"}, {"passonoff", 1}, {"password", "secret"}});
-    job.SetStartInfo(info);
+    job.SetStartInfo(Made({{"title", "Home"}, {"passonoff", 1}, {"password", "secret"}}));
     EXPECT_EQ(
         job.ForSending(nullptr, nullptr, "S").Get("start_info", BMessage()).FindString("password"),
         "secret");
@@ -120,8 +117,7 @@ TEST(KTBackupJob, FilesComeBackWholeWithoutPasswords) {
     KTBackupJob job;
     job.SetSelection(Selection({"INCLUDE /A/*", "EXCLUDE /A/tmp/*"}));
     job.StoreVolume(Settings("KTImage", "/med"));
-    BMessage info = Made({{"title", "Home"}, {"password", "secret"}});
-    job.SetStartInfo(info);
+    job.SetStartInfo(Made({{"title", "Home"}, {"password", "secret"}}));
     ASSERT_EQ(job.Save(path), core::HeaderSave::Good);
     EXPECT_EQ(kit::MimeType(path), "application/x-vnd.velmoraware-backupselection");
     EXPECT_EQ(core::MagicOf(path), "KTBAKJOB");
@@ -154,8 +150,7 @@ TEST(KTBackupJob, ForeignFilesChangeNothing) {
 
 TEST(KTBackupJob, NoScheduleMeansAtOnce) {
     KTBackupJob job;
-    BMessage schedule = Made({{"TIME", BTime{1234567890}}, {"Days", 1}, {"Sunday", true}});
-    job.SetSchedule(schedule);
+    job.SetSchedule(Made({{"TIME", BTime{1234567890}}, {"Days", 1}, {"Sunday", true}}));
     EXPECT_EQ(job.StartTime(), 1234567890u);
     job.ClearSchedule();
     EXPECT_EQ(job.StartTime(), 0u);

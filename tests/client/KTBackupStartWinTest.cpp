@@ -39,8 +39,7 @@ protected:
 };
 
 TEST_F(StartDialog, HandsBackWhatWasTyped) {
-    BMessage settings = Made({{"title", "Home"}, {"submitonhold", 1}, {"password", "of old"}});
-    Open(settings);
+    Open(Made({{"title", "Home"}, {"submitonhold", 1}, {"password", "of old"}}));
     EXPECT_EQ(Field("str_title")->text(), "Home");
     EXPECT_EQ(Field("str_password")->text(), "") << "never shown again";
     EXPECT_EQ(Field("str_password")->echoMode(), QLineEdit::Password);
@@ -105,8 +104,7 @@ TEST_F(StartDialog, WithoutItsBoxPasswordsAreNotCompared) {
 
 TEST_F(StartDialog, WhatBuildsOnAnotherBackupIsAskedForNoPassword) {
     for (const int32_t next : {0, 1}) {
-        BMessage settings = Made({{"passonoff", next}});
-        Open(settings);
+        Open(Made({{"passonoff", next}}));
         dialog->MakePasswordEditable(false);
         EXPECT_FALSE(Find<QCheckBox>("chk_password")->isEnabled());
         EXPECT_FALSE(Find<QCheckBox>("chk_password")->isChecked());

@@ -58,9 +58,7 @@ TEST_F(JobList, FollowsTheServersNotices) {
     Send(inserted);
     EXPECT_EQ(List().Rows().Count(), 2) << "told twice, listed once";
 
-    BMessage changed =
-        Made(core::code::kJobChanged, {{"job_id", 2}, {"jobstatus", 3}, {"new_id", 7}});
-    Send(changed);
+    Send(Made(core::code::kJobChanged, {{"job_id", 2}, {"jobstatus", 3}, {"new_id", 7}}));
     EXPECT_EQ(List().RowOfJob(2), kNoRow);
     ASSERT_NE(List().RowOfJob(7), kNoRow);
     EXPECT_EQ(List().CellText(List().RowOfJob(7), KTJobListView::kStatus), "Pause");

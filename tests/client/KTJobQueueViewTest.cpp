@@ -182,12 +182,9 @@ TEST_F(JobQueueTool, EditsAJobWithTheToolThatMadeIt) {
 TEST_F(JobQueueTool, AnEditEndsOnlyWithACompleteJobAndIsLetGoHoweverItEnds) {
     KTJQWindow* window = Edit(23, CompareJob());
     ASSERT_TRUE(window);
-    const auto send = [&](uint32_t code) {
-        BMessage command(code);
-        window->MessageReceived(command);
-        Settle();
-    };
-    send("sclr"_code);
+    BMessage clear("sclr"_code);
+    window->MessageReceived(clear);
+    Settle();
     Click(window, "btn_ok");
     ASSERT_EQ(desk.dialogs.Alerts().size(), 1U);
     EXPECT_TRUE(window->isVisible());
@@ -207,8 +204,7 @@ TEST_F(JobQueueTool, AnEditEndsOnlyWithACompleteJobAndIsLetGoHoweverItEnds) {
     EXPECT_EQ(desk.dialogs.Alerts().size(), 2U);
     // A kind that no tool here makes.
     Mark({25});
-    BMessage verify = Made("KTJA"_code, {{"job_type", 7}});
-    EXPECT_FALSE(Edit(25, verify));
+    EXPECT_FALSE(Edit(25, Made("KTJA"_code, {{"job_type", 7}})));
     EXPECT_EQ(Marks(), (Texts{"KTje 25 1", "KTje 25 0"}));
 
     // The server comes back without its marks; the client ends with a window open.

@@ -151,8 +151,7 @@ TEST_F(LogData, ReplaysASelectionBeforeAnythingIsThere) {
     // The answers come, one level after the other.
     desk.server.keepsWaiting = false;
     for (const auto& done : std::exchange(desk.server.waiting, {})) {
-        BMessage question = Made("KTLR"_code, {{"path", "/"}});
-        done(BSendResult::Ok, catalogue(question));
+        done(BSendResult::Ok, catalogue(Made("KTLR"_code, {{"path", "/"}})));
     }
     Settle();
     EXPECT_EQ(Rules(), (Texts{"INCLUDE /Mon/Disk/home/*", "EXCLUDE /Mon/Disk/home/docs/a"}));
@@ -221,8 +220,7 @@ TEST_F(LogData, ARemovedBackupGoesWithItsRulesAndItsEmptySet) {
     Make();
     view->MultiSelectAll(true);
     view->AddRedirection(Row("Old"), "/t");
-    BMessage gone = Made("KTLr"_code, {{"name", "Old"}});
-    view->MessageReceived(gone);
+    Send(Made("KTLr"_code, {{"name", "Old"}}));
     EXPECT_EQ(Row("Old"), kNoRow);
     EXPECT_EQ(view->Rows().ChildCount(kNoRow), 1);
     EXPECT_EQ(Rules(), (Texts{"INCLUDE /Mon/*", "INCLUDE /Tue/*"}));
@@ -243,8 +241,7 @@ TEST_F(LogData, ALockedBackupAsksOnceAndOpensLater) {
     EXPECT_FALSE(view->Rows().IsExpanded(Row("Mon")));
     EXPECT_EQ(Cell("Mon", KTLogDataView::kName), "Full Backup (locked)");
     // A stored selection that leads through it is kept, and nobody is asked for it.
-    BMessage stored = Made({{"SELECTION", "INCLUDE /Mon/Disk/home/*"}});
-    view->SetSelection(stored, true);
+    view->SetSelection(Made({{"SELECTION", "INCLUDE /Mon/Disk/home/*"}}), true);
     Settle();
     EXPECT_EQ(locked.count(), 1);
     EXPECT_EQ(view->FirstMarked(), "/Mon/Disk/home");
@@ -262,8 +259,7 @@ TEST_F(LogData, OutlivesTheServer) {
     view->Expand(Row("Mon/Disk/home"));
     Settle();
     EXPECT_TRUE(view->IsReading(Row("Mon/Disk/home")));
-    BMessage lost(client::code::kServerGone);
-    view->MessageReceived(lost);
+    Send(BMessage(client::code::kServerGone));
     EXPECT_FALSE(view->IsReading(Row("Mon/Disk/home")));
     EXPECT_FALSE(view->Rows().IsExpanded(Row("Mon/Disk/home")));
     // An answer to a question that nobody waits for any more changes nothing.
@@ -274,9 +270,7 @@ TEST_F(LogData, OutlivesTheServer) {
     desk.server.keepsWaiting = false;
     catalogue.Set("/",
                   List({{-1, "Mon", -1, 1000, "Home", 1, 7, 7}, {-1, "New", -1, 1, "New", 1, 9}}));
-    BMessage back(client::code::kServerBack);
-    view->MessageReceived(back);
-    Settle();
+    Send(BMessage(client::code::kServerBack));
     EXPECT_EQ(Row("Old"), kNoRow);
     EXPECT_NE(Row("New"), kNoRow);
     EXPECT_EQ(Rules(), (Texts{"INCLUDE /Mon/Disk/*"}));
@@ -298,8 +292,7 @@ TEST_F(LogData, HostileListsAreTakenAsFarAsTheyMakeSense) {
     const KTRow strange = view->Rows().ChildAt(Row("Mon/Disk"), 0);
     EXPECT_EQ(view->CellText(strange, KTLogDataView::kName), "odd\\x0A\\xFF");
     view->CellIcon(strange);
-    BMessage rubbish = Made("KTLi"_code, {{"type", "x"}});
-    view->MessageReceived(rubbish);
+    Send(Made("KTLi"_code, {{"type", "x"}}));
     EXPECT_EQ(view->Rows().ChildCount(kNoRow), 2);
 }
 

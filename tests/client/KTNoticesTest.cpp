@@ -62,11 +62,10 @@ protected:
     }
     void ShowNotices() { ASSERT_TRUE(desktopBus.registerService(kService)); }
     static BMessage Report(int32_t id, const char* title, core::JobEnd end) {
-        BMessage notice = Made("rpIN"_code, {{"report_id", id},
-                                             {"title", title},
-                                             {"job_type", 1},
-                                             {"status", static_cast<int32_t>(end)}});
-        return notice;
+        return Made("rpIN"_code, {{"report_id", id},
+                                  {"title", title},
+                                  {"job_type", 1},
+                                  {"status", static_cast<int32_t>(end)}});
     }
     bool SeesShown(size_t count) {
         return WaitFor([&] { return desktop.shown.size() == count; });

@@ -31,9 +31,7 @@ protected:
     ReportSettings() {
         desk.server.answers["rpGL"_code] = BMessage("NONE"_code);
         desk.server.answers["rpDG"_code] = Deletion(1, 30, 50, 1);
-        BMessage settings =
-            Made({{"logtextsize", 11}, {"logfilter", 0}, {"savepath", "/somewhere"}});
-        tool.SetPref(settings);
+        tool.SetPref(Made({{"logtextsize", 11}, {"logfilter", 0}, {"savepath", "/somewhere"}}));
         tool.show();
         tool.MessageReceived(*std::make_unique<BMessage>(OneOfEach(3)));
         Settle();

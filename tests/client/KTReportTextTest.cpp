@@ -82,8 +82,10 @@ TEST(KTReportText, ValuesBehindTabsLineUp) {
 }
 
 TEST(KTReportText, ReadyWordsAndUnevenArrays) {
-    BMessage ready = Made("rpRP"_code, {{"report", "one"}, {"report", "two"}, {"linetype", 6}});
-    EXPECT_EQ(All(KTReportText(ready, 0)), "two\n") << "a line without a type is shown";
+    EXPECT_EQ(All(KTReportText(
+                  Made("rpRP"_code, {{"report", "one"}, {"report", "two"}, {"linetype", 6}}), 0)),
+              "two\n")
+        << "a line without a type is shown";
 
     BMessage uneven("rpRP"_code);
     core::AddReportWords(uneven, core::LineType::Heading, "whole");

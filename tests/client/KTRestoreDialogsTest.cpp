@@ -78,8 +78,7 @@ TEST_F(RestoreDialogs, SettingsAreShownAndHandedBackOnOk) {
 }
 
 TEST_F(RestoreDialogs, DivertingShowsAtOnceAndIsTakenBackOnCancel) {
-    BMessage settings = Made({{"divert", 1}});
-    OpenSettings(settings);
+    OpenSettings(Made({{"divert", 1}}));
     Press("chk_divert");
     EXPECT_EQ(News(), (Heard{{"rsDV", 0}})) << "while it is open";
     Press("chk_divert");
@@ -133,9 +132,7 @@ TEST_F(RestoreDialogs, ALockedBackupAsksUntilThePasswordIsRight) {
     EXPECT_EQ(field->echoMode(), QLineEdit::Password);
     EXPECT_FALSE(Find<QPushButton>("btn_ok")->isEnabled()) << "nothing typed";
     const auto say = [&](int32_t result) {
-        BMessage reply =
-            Made("ktpr"_code, {{"name", "20261122T201530-0000001a"}, {"result", result}});
-        return reply;
+        return Made("ktpr"_code, {{"name", "20261122T201530-0000001a"}, {"result", result}});
     };
     desk.server.answer = [&](const BMessage&) { return say(0); };
     QTest::keyClicks(field, "geheim");

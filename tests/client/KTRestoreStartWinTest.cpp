@@ -75,8 +75,7 @@ protected:
 };
 
 TEST_F(RestoreStart, WithoutProtectedBackupsItConfirmsAtOnceAndHandsBackWhatWasTyped) {
-    BMessage settings = Made({{"title", "Häuschen"}, {"submitonhold", 1}, {"password", "of old"}});
-    Open(settings);
+    Open(Made({{"title", "Häuschen"}, {"submitonhold", 1}, {"password", "of old"}}));
     EXPECT_EQ(dialog->findChild<QLineEdit*>("str_title")->text(), "Häuschen");
     desk.server.answer = [](const BMessage&) {
         return Reply("protected", {{"a", 0}, {"b", 0}, {"other", 1}});

@@ -80,9 +80,7 @@ TEST_F(RestoreTool, TheStartDialogFollowsTheMarks) {
     View().AddRedirection(Row("Mon/Disk/home/f"), "/target");
     Send(BMessage("rsDV"_code));  // not diverted
     EXPECT_EQ(landing->text(), "--");
-    BMessage divert("rsDV"_code);
-    divert.Add("divert", int32_t{1});
-    Send(divert);
+    Send(Made("rsDV"_code, {{"divert", 1}}));
     EXPECT_EQ(landing->text(), "/target/f");
     ClickBeside("str_title", "btn_cancel");
     EXPECT_TRUE(desk.server.application.empty());
@@ -160,8 +158,8 @@ TEST_F(RestoreTool, KeepsJobFilesAndSelections) {
 
     // A selection file fills the selection, and leaves the rest.
     const std::string marks = desk.program / "marks";
-    BMessage only = Made({{"SELECTION", "INCLUDE /Old/*"}});
-    ASSERT_EQ(core::SaveHeaderFile(marks, core::kRestoreSelectionMagic, only),
+    ASSERT_EQ(core::SaveHeaderFile(marks, core::kRestoreSelectionMagic,
+                                   Made({{"SELECTION", "INCLUDE /Old/*"}})),
               core::HeaderSave::Good);
     tool->SetPref(entry_ref{marks});
     EXPECT_EQ(View().WholeBackups(), (std::vector<KTRow>{Row("Old")}));
@@ -178,8 +176,7 @@ TEST_F(RestoreTool, KeepsJobFilesAndSelections) {
 TEST_F(RestoreTool, SaysWhenItStarts) {
     auto* words = tool->findChild<KTElidedLabel*>("str_resscheduler");
     EXPECT_EQ(words->text(), "--");
-    BMessage schedule = Made({{"TIME", BTime{2'000'000'000}}});
-    Send(Answer("swqt"_code, true, schedule));
+    Send(Answer("swqt"_code, true, Made({{"TIME", BTime{2'000'000'000}}})));
     EXPECT_TRUE(words->text().startsWith("Start job at: ")) << words->text().toStdString();
     const BMessage settings = SettingsOf(*tool);
     tool->SetPref(BMessage());

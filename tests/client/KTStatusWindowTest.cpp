@@ -55,8 +55,8 @@ protected:
 TEST_F(StatusWindow, JobStartIsAnsweredWithThePanel) {
     auto answer = std::make_shared<BMessage>();
     BMessage start = Start(255);
-    start.SetDelivery(std::make_unique<Foreign>(answer));
-    Window().MessageReceived(start);
+    start.SetDelivery(std::make_unique<Foreign>(answer, 42));
+    Send(std::move(start));
     KTStatusView* panel = Panel(255);
     ASSERT_TRUE(panel);
     EXPECT_EQ(answer->what, "KTAB"_code);
@@ -79,12 +79,11 @@ TEST_F(StatusWindow, JobStartIsAnsweredWithThePanel) {
 TEST_F(StatusWindow, PanelShowsProgressAndEnd) {
     Send(Start(1));
     KTStatusView* panel = Panel(1);
-    BMessage progress = Made(core::code::kJobProgress, {{"linetype", 100},
-                                                        {"report", "/System/a<b>&\xFF"},
-                                                        {"size", int64_t{512}},
-                                                        {"maxsize", int64_t{1024}},
-                                                        {"maxcount", 9}});
-    Send(panel, progress);
+    Send(panel, Made(core::code::kJobProgress, {{"linetype", 100},
+                                                {"report", "/System/a<b>&\xFF"},
+                                                {"size", int64_t{512}},
+                                                {"maxsize", int64_t{1024}},
+                                                {"maxcount", 9}}));
     EXPECT_EQ(Child<QLabel>(panel, "str_file")->text(), " a<b>&\\xFF");
     EXPECT_EQ(Child<QLabel>(panel, "str_bytes")->text(), "512 Bytes");
     EXPECT_EQ(Child<QLabel>(panel, "str_maxfiles")->text(), "9");
@@ -144,7 +143,7 @@ TEST_F(StatusWindow, PanelIsClosedByItsButtonAndByNoStranger) {
     Send(Start(1));
     Send(Panel(1), End(3));
     BMessage strange("svrm"_code);
-    strange.SetDelivery(std::make_unique<Foreign>(std::make_shared<BMessage>()));
+    strange.SetDelivery(std::make_unique<Foreign>(std::make_shared<BMessage>(), 42));
     Panel(1)->MessageReceived(strange);
     Settle();
     ASSERT_TRUE(Panel(1));
@@ -175,8 +174,7 @@ TEST_F(StatusWindow, SwitchingAutoRemoveOnLaterReachesFinishedPanels) {
 
 TEST_F(StatusWindow, PlaceIsKeptRelativeToTheMainWindow) {
     main.move(300, 200);
-    BMessage settings = Made({{"statuswinpos", BRect{40, 60, 40 + 459, 60 + 219}}});
-    desk.preferences.Set("status", settings);
+    desk.preferences.Set("status", Made({{"statuswinpos", BRect{40, 60, 40 + 459, 60 + 219}}}));
     Window().show();
     EXPECT_EQ(Window().pos(), main.pos() + QPoint(40, 60));
     EXPECT_EQ(Window().size(), QSize(460, 220));
@@ -193,8 +191,7 @@ TEST_F(StatusWindow, FollowsTheMainWindowWhenTold) {
     main.move(main.pos() + QPoint(25, 15));
     Settle();
     EXPECT_EQ(Window().pos(), before);
-    BMessage settings = Made({{"followmain", 1}});
-    Window().SetPref(settings);
+    Window().SetPref(Made({{"followmain", 1}}));
     main.move(main.pos() + QPoint(25, 15));
     Settle();
     EXPECT_EQ(Window().pos(), before + QPoint(25, 15));
@@ -252,8 +249,7 @@ TEST_F(StatusSettings, DelayFollowsItsBoxAndIsSavedAllTheSame) {
 }
 
 TEST_F(StatusSettings, WrongDelayIsSaidOnceAndReadUpToTheFirstOther) {
-    BMessage settings = Made({{"removeitems", 1}, {"removedelay", 30}});
-    Open(settings);
+    Open(Made({{"removeitems", 1}, {"removedelay", 30}}));
     auto* delay = Find<QLineEdit>("txt_removedelay");
     delay->setText("5s");
     emit delay->editingFinished();

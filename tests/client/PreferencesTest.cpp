@@ -79,8 +79,8 @@ TEST(Preferences, DamagedFilesGiveAnEmptyStoreAndAreLeftAlone) {
 
 TEST(Preferences, AnEarlyLanguageNumberIsRemoved) {
     const TemporaryFolder folder;
-    BMessage settings = Made({{"KT_LANGUAGE", int8_t{2}}, {"other", int8_t{3}}});
-    const std::string path = folder.Write("Backup.prefs", FileOf(settings));
+    const std::string path = folder.Write(
+        "Backup.prefs", FileOf(Made({{"KT_LANGUAGE", int8_t{2}}, {"other", int8_t{3}}})));
     Preferences store(path.c_str(), "KTBACKUP");
     store.Set("KT_LANGUAGE", "Deutsch");
     EXPECT_EQ(store.GetString("KT_LANGUAGE", "English"), "Deutsch");
@@ -109,8 +109,7 @@ TEST(Preferences, GroupsAreHandedOutAsCopies) {
     BMessage fallback;
     EXPECT_EQ(store.GetMessage("group", &fallback), &fallback);
     EXPECT_TRUE(store.GetMessageData("group").IsEmpty());
-    BMessage group = Made({{"a", 1}});
-    store.Set("group", group);
+    store.Set("group", Made({{"a", 1}}));
     const std::unique_ptr<BMessage> copy(store.GetMessage("group", nullptr));
     ASSERT_TRUE(copy);
     copy->Set("a", int32_t{2});
@@ -122,8 +121,7 @@ TEST(Preferences, SavesWholeFilesForTheUserOnly) {
     const std::string path = folder / "Backup.prefs";
     Preferences store(path.c_str(), "KTBACKUP");
     store.Set("float", 1.5f);
-    BMessage secret = Made({{"password", "hidden"}});
-    store.Set("group", secret);
+    store.Set("group", Made({{"password", "hidden"}}));
     ASSERT_EQ(store.Save(), 0);
     const std::string content = Content(path);
     EXPECT_EQ(content.substr(0, 100), "KTBACKUP" + std::string(92, '\0'));

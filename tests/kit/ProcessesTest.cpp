@@ -65,9 +65,10 @@ TEST_F(Processes, APointerDoesNotLeaveTheProcess) {
 TEST_F(Processes, MessagesArriveInOrderFromBothSides) {
     constexpr int32_t kCount = 5000;
     for (int32_t n = 0; n < kCount; ++n) {
-        const BMessage tell = Made(
-            "tell"_code, {{"target", BMessenger(::getpid(), BMessenger::kApplication)}, {"n", n}});
-        ASSERT_EQ(echo.Messenger().SendMessage(tell), BSendResult::Ok);
+        ASSERT_EQ(echo.Messenger().SendMessage(Made(
+                      "tell"_code,
+                      {{"target", BMessenger(::getpid(), BMessenger::kApplication)}, {"n", n}})),
+                  BSendResult::Ok);
     }
     const auto told = application->told.Wait(kCount);
     ASSERT_EQ(told.size(), static_cast<size_t>(kCount));
