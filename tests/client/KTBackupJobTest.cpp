@@ -37,6 +37,21 @@ TEST(KTBackupJob, SentJobEndsInTheVarRuleHoweverOftenItIsSent) {
               (Texts{"INCLUDE /System/var/*", "EXCLUDE /System/var/*"}));
 }
 
+TEST(KTBackupJob, ModesKeepWhatTheyUse) {
+    KTBackupJob job;
+    job.SetSelection(Selection({"INCLUDE /A/*"}));
+    job.SetBase(7);
+    job.SetType(core::JobType::Incremental);
+    BMessage sent = job.ForSending(nullptr, nullptr, "System");
+    EXPECT_FALSE(sent.Has("selection"));
+    EXPECT_EQ(sent.Find<int32_t>("base_id"), 7);
+
+    job.SetType(core::JobType::Full);
+    sent = job.ForSending(nullptr, nullptr, "System");
+    EXPECT_FALSE(sent.Has("base_id"));
+    EXPECT_TRUE(sent.Has("selection"));
+}
+
 TEST(KTBackupJob, ReceiversFindTheChosenAddOnFirst) {
     KTBackupJob job;
     BMessage sent = job.ForSending(nullptr, nullptr, "System");
