@@ -26,6 +26,7 @@ class CommandLine(ServerTest):
 
     def test_there_and_back(self):
         house.make_tree(self.house.source)
+        house.make_deep(self.house.source, b"d" * 200, 24)
         was = house.describe(self.house.source)
         name = self.save()
         [listed] = self.house.ctl("list")

@@ -108,8 +108,12 @@ class Insert(ServerTest):
         self.assertIn("docs", self.ctl("browse", first.name, self.house.rule(self.house.source, False)))
         # The next backup of the set needs nothing but the public key.
         (self.house.source / "more").write_text("more")
+        (self.house.source / "empty").unlink()
         self.ctl("backup", "--incremental", first.name, "--to", self.house.target)
-        self.expect_restores(self.house.backups()[-1].name, house.describe(self.house.source), PASSWORD)
+        [following] = set(self.house.backups()) - {first, second}
+        self.assertTrue((following / "key.age").exists())
+        self.assertFalse((following / "gone.list").exists())  # names are protected, too
+        self.expect_restores(following.name, house.describe(self.house.source), PASSWORD)
 
     def test_what_a_crash_left_is_told_and_taken(self):
         house.make_tree(self.house.source)

@@ -7,7 +7,6 @@ import subprocess
 import unittest
 
 import house
-import wire
 from house import ServerTest
 
 FULL, INSERT = 2, 51  # the texts that ask for a medium
@@ -55,15 +54,11 @@ class Media(ServerTest):
     def asked(self, text_id, seconds=60):
         return self.peer.wait_for("KTJF", seconds, lambda m: m.get("text_id") == text_id)
 
-    def job(self, **settings):
-        job = self.house.job("Discs", packer="KTNone", target=self.drive)
-        for key, value in dict(settings, removable=1).items():
-            job.get("volume").add(key, value)
-        return job
-
-    def save(self, others=0, **settings):
+    def save(self, others):
         """Saves the source; puts in so many further discs, each when one is full."""
-        job_id = self.house.submit(self.peer, self.job(**settings))
+        job = self.house.job("Discs", packer="KTNone", target=self.drive)
+        job.get("volume").add("removable", 1)
+        job_id = self.house.submit(self.peer, job)
         for _ in range(others):
             self.asked(FULL)
             self.new_disc()
@@ -115,25 +110,6 @@ class Media(ServerTest):
         self.assertEqual(house.differences(was, target), [])
         self.assertEqual(self.read(1000, backup, self.discs), 0)
         self.assertEqual(self.read(5, backup, self.discs), 0)
-
-    def test_a_job_that_waits_is_aborted_and_leaves_the_disc_clean(self):
-        (self.house.source / "file").write_bytes(os.urandom(30_000_000))
-        job_id = self.house.submit(self.peer, self.job())
-        self.asked(FULL)
-        self.peer.send(wire.Message("KTJD", job_id=job_id, flag=1))
-        self.assertEqual(self.end(job_id), 1)
-        self.assertEqual([entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"], [])
-
-    def test_without_room_the_old_backup_goes_first_where_that_is_wanted(self):
-        (self.house.source / "file").write_bytes(os.urandom(15_000_000))
-        self.assertEqual(self.save()[1], 0)
-        (old,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
-        (self.house.source / "file").write_bytes(os.urandom(15_000_000))
-        self.assertEqual(self.save(overwrite=1)[1], 0)
-        self.assertEqual(self.peer.wait_for("KTLr").text("name"), old)
-        (new,) = [entry.name for entry in self.drive.iterdir() if entry.name[0] == "2"]
-        self.assertNotEqual(new, old)
-
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)

@@ -97,11 +97,6 @@ class TwoWatchers(QueueTest):
         self.tell(self.two, "KTje", job, edit=0)
         self.runs(job)
 
-    def test_an_edit_mark_goes_with_the_connection(self):
-        job = self.hold_back()
-        self.two.close()
-        self.runs(job)
-
     def test_an_edit_mark_goes_with_a_connection_that_is_cut(self):
         job = self.hold_back()
         self.house.connect(kind=wire.Stranger).close()  # somebody else's

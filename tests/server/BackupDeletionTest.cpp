@@ -101,7 +101,7 @@ TEST_F(BackupDeletion, ADamagedCatalogueIsToldOnceAndTheServerGoesOn) {
     for (int i = 10'000; i < 30'000; ++i)
         files.push_back("file " + std::to_string(i));
     const auto name = Add({1, core::JobType::Full, 0, "Scratched", files, {}});
-    Scratch(house.Data() + "/catalogues/" + name + ".db", 20 * 8192, 40 * 8192);
+    Scratch(house.Data() + "/catalogues/" + name + ".db", 163'840, 327'680);
     Start();
     BMessage list("KTLR"_code);
     list.Add("path", "/" + name + "/Data/folder");

@@ -317,18 +317,6 @@ TEST_F(BackupServerTest, AClientThatGoesReleasesItsEditMarks) {
     WaitForStatus(id, 3);
 }
 
-TEST_F(BackupServerTest, AHangingClientHoldsUpNobody) {
-    auto deaf = house.ConnectClient(ScriptedPeer::Identity::NewProcess);
-    const int32_t id = Submit(Job("Busy", {"lines 30000", "until " + File("go")}));
-    for (int i = 0; i < 300; ++i)
-        Submit(With(Job("Held"), "submitonhold", 1));
-    const auto begin = std::chrono::steady_clock::now();
-    EXPECT_EQ(peer->Ask(BMessage("KTJL"_code)).Count("job_id"), 301);
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(500));
-    Touch("go");
-    EXPECT_EQ(EndOf(id), 0);
-}
-
 TEST_F(BackupServerTest, UnknownAndOddMessages) {
     EXPECT_EQ(peer->Ask(BMessage("what"_code)).what, "NONE"_code);
     const BMessage property = peer->Ask(BMessage("PGET"_code));

@@ -134,24 +134,6 @@ TEST_F(Catalogue, ListsBackupsVolumesAndDirectories) {
     }
 }
 
-TEST_F(Catalogue, ReaderFindsEveryEntryByItsPath) {
-    WriteSome(kName);
-    auto reader = CatalogueReader::Open(fStore.PathForNew(kName));
-    ASSERT_TRUE(reader) << reader.error().Text();
-    for (const char* path : {"Data", "Empty", "Data/A", "Data/B\xff", "Data/a", "Data/a/deep"}) {
-        const auto entry = reader->Lookup(path);
-        ASSERT_TRUE(entry) << path;
-        EXPECT_EQ(entry->name, std::filesystem::path(path).filename().string());
-        EXPECT_EQ(reader->EntryAt(entry->id)->name, entry->name);
-    }
-    EXPECT_EQ(reader->Lookup("Data/A")->modified, 1'500'000'000'000'000'001);
-    for (const char* path : {"", "data", "Data/AA", "Data/A/x", "Data//A"}) {
-        EXPECT_FALSE(reader->Lookup(path)) << path;
-    }
-    EXPECT_EQ(reader->FrameAt(1)->hash, UINT64_MAX);
-    EXPECT_FALSE(reader->FrameAt(2));
-}
-
 TEST_F(Catalogue, KeepsEveryRuleOfALongSelection) {
     CatalogueOrigin origin{{kName}, {}};
     for (int i = 0; i < 20'000; ++i)

@@ -113,45 +113,6 @@ TEST_F(EngineBackup, FoldersHoldWhatTheFormatSays) {
     EXPECT_EQ(info.st_mode & 077, 0u);
 }
 
-TEST_F(EngineBackup, CatalogueIsTheTree) {
-    MakeNastyTree(fHouse.source);
-    ASSERT_EQ(fHouse.Run(), JobEnd::Good);
-    const std::string name = OnlyFolder();
-    std::vector<std::string> found;
-    // Through the store, as a client walks it.
-    std::vector<std::pair<std::string, std::string>> todo = {
-        {"/" + name + "/Source", fHouse.source}};
-    while (!todo.empty()) {
-        const auto [path, disk] = todo.back();
-        todo.pop_back();
-        const BMessage list = *fHouse.catalogues->List(path, {});
-        std::string last;
-        for (int32_t i = 0; i < list.Count("name"); ++i) {
-            const std::string child = list.Get<std::string>("name", "", i);
-            EXPECT_LT(last, child);
-            last = child;
-            struct stat info;
-            ASSERT_EQ(::lstat((disk + "/" + child).c_str(), &info), 0) << child;
-            const int32_t type = list.Get<int32_t>("type", -1, i);
-            EXPECT_EQ(type, S_ISDIR(info.st_mode) ? 1 : S_ISLNK(info.st_mode) ? 2 : 0) << child;
-            const bool sized = S_ISREG(info.st_mode) || S_ISLNK(info.st_mode);
-            EXPECT_EQ(list.Get<int64_t>("size", -2, i), S_ISDIR(info.st_mode) ? -1
-                                                        : sized               ? info.st_size
-                                                                              : 0)
-                << child;
-            EXPECT_EQ(list.Get<BTime>("date", {}, i), BTime::FromSeconds(info.st_mtim.tv_sec))
-                << child;
-            EXPECT_EQ(list.Get<int32_t>("medianr", 0, i), type == 1 ? 0 : 1) << child;
-            found.push_back((disk + "/" + child).substr(fHouse.source.size()));
-            if (type == 1) todo.emplace_back(path + "/" + child, disk + "/" + child);
-        }
-    }
-    const auto tree = DescribeTree(fHouse.source);
-    EXPECT_EQ(found.size(), tree.size());
-    for (const std::string& path : found)
-        EXPECT_TRUE(tree.contains(path)) << path;
-}
-
 TEST_F(EngineBackup, EveryEntryIsWhereTheCatalogueSays) {
     MakeNastyTree(fHouse.source);
     for (int i = 0; i < 300; ++i) {

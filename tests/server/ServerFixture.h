@@ -112,6 +112,7 @@ protected:
     }
     static std::vector<std::string> Lines(const BMessage& report) {
         std::vector<std::string> lines;
+        lines.reserve(static_cast<size_t>(report.Count("text_id")));
         for (int32_t i = 0; i < report.Count("text_id"); ++i) {
             lines.push_back(std::to_string(report.Get<int32_t>("linetype", 0, i)) + ": " +
                             core::ReportLineText(report, i));

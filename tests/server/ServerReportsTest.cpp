@@ -97,7 +97,7 @@ TEST_F(ServerReports, ReportsAreDeletedByHandAndByRule) {
 TEST_F(ServerReports, ADamagedFileIsSetAsideAndToldInAReport) {
     Submit(With(Job("Held"), "submitonhold", 1));
     ASSERT_EQ(house.Stop(), 0);
-    Scratch(house.Data() + "/records.db", 16 * 1024, 4096);
+    Scratch(house.Data() + "/records.db", 16'384, 4096);
     Start();
     const BMessage list = peer->Ask(BMessage("rpGL"_code));
     ASSERT_EQ(list.Count("report_id"), 1);

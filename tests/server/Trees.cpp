@@ -34,7 +34,7 @@ std::string Attributes(const std::string& path) {
     std::sort(facts.begin(), facts.end());
     std::string all;
     for (const std::string& fact : facts)
-        all += " [" + fact + "]";
+        all.append(" [").append(fact).append("]");
     return all;
 }
 
