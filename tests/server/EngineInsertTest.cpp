@@ -89,7 +89,7 @@ protected:
 
 TEST_P(EngineInsert, BringsBackWhatItWas) {
     MakeNastyTree(fHouse.source);
-    WriteWhole(fHouse.source + "/noise", NoiseBytes(18'000'000));
+    WriteWhole(fHouse.source + "/noise", NoiseBytes(9'000'000));
     fHouse.volume.Set("mediasize", archive::kMinMediaSize);
     const auto tree = DescribeTree(fHouse.source);
     const std::string backup = Save();
