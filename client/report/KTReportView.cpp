@@ -238,11 +238,14 @@ void KTReportView::changeEvent(QEvent* event) {
 }
 
 void KTReportView::FetchList() {
-    if (!fList->IsFetched()) fList->GetReportListFromServer();
+    if (fList->IsFetched()) return;
+    fList->GetReportListFromServer();
+    SetEmptyText(fEmptyText);
 }
 
 void KTReportView::ReportsAdded(BMessage& message) {
     fList->Insert(message);
+    SetEmptyText(fEmptyText);
 }
 
 void KTReportView::ReportsRemoved(BMessage& message) {
@@ -251,6 +254,7 @@ void KTReportView::ReportsRemoved(BMessage& message) {
         const int32_t id = message.Get<int32_t>("report_id", 0, i);
         if (id != 0 && (id == fShown || id == fOpened)) ForgetReport(core::kMoreNoReportOpen);
     }
+    SetEmptyText(fEmptyText);
     UpdateButtons();
 }
 
@@ -313,7 +317,7 @@ void KTReportView::OpenReport(int32_t id) {
     fOpened = id;
     fWaiting = true;
     fState->setText(KTControl::Text(core::kMoreReportFetching));
-    if (fShown == 0) fText->SetEmptyText(KTControl::Text(core::kMoreReportFetching));
+    if (fShown == 0) SetEmptyText(core::kMoreReportFetching);
 }
 
 void KTReportView::TextCame(BMessage& message) {
@@ -332,7 +336,7 @@ void KTReportView::TextCame(BMessage& message) {
     fOpened = id;
     if (!whole) return ForgetReport(core::kMoreReportUnread);
     fShown = id;
-    fText->SetEmptyText(KTControl::Text(core::kMoreReportEmpty));
+    SetEmptyText(core::kMoreReportEmpty);
     UpdateHeading();
     ShowText(KTReportText(std::move(text), Filter()));
 }
@@ -348,9 +352,16 @@ void KTReportView::ShowText(KTReportText text) {
 void KTReportView::ForgetReport(int32_t emptyText) {
     fShown = fOpened = 0;
     fWaiting = false;
-    fText->SetEmptyText(KTControl::Text(emptyText));
+    SetEmptyText(emptyText);
     UpdateHeading();
     ShowText({});
+}
+
+void KTReportView::SetEmptyText(int32_t text) {
+    fEmptyText = text;
+    // Where there is nothing to open, the list says so.
+    const bool isVain = text == core::kMoreNoReportOpen && fList->Rows().Count() == 0;
+    fText->SetEmptyText(isVain ? QString() : KTControl::Text(text));
 }
 
 void KTReportView::UpdateHeading() {

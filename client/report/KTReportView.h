@@ -63,6 +63,7 @@ private:
     void TextCame(BMessage& message);
     void ShowText(KTReportText text);
     void ForgetReport(int32_t emptyText);
+    void SetEmptyText(int32_t text);  // what stands where no line is
     void UpdateHeading();
     void UpdateButtons();
     void ShowProblemCount();
@@ -92,7 +93,8 @@ private:
     void Alert(int32_t title, const QString& text);
     void ToServer(uint32_t code, int32_t reportId);  // with "user", this view
 
-    BMessage fSettings;   // the group "report"
+    BMessage fSettings;  // the group "report"
+    int32_t fEmptyText = 0;
     int32_t fShown = 0;   // the report whose text is shown
     int32_t fOpened = 0;  // the one that was asked for last
     bool fWaiting = false;

@@ -1,8 +1,32 @@
 #include "client/uikit/KTColumnListDelegate.h"
 
 #include <QLineEdit>
+#include <QPainter>
 
 #include "client/uikit/KTColumnListView.h"
+
+namespace {
+
+// For a row that stands out in a colour of its own: the picture on the ground of the list, on which
+// every icon can be seen.
+QIcon OnGround(const QIcon& icon, const QStyleOptionViewItem& option, qreal ratio) {
+    QPixmap picture(option.decorationSize * ratio);
+    picture.setDevicePixelRatio(ratio);
+    picture.fill(Qt::transparent);
+    QPainter painter(&picture);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(option.palette.base());
+    const QRect all(QPoint(), option.decorationSize);
+    painter.drawRoundedRect(all, 3, 3);
+    icon.paint(&painter, all.adjusted(1, 1, -1, -1));
+    painter.end();
+    QIcon made(picture);
+    made.addPixmap(picture, QIcon::Selected);  // the style would tint it
+    return made;
+}
+
+}  // namespace
 
 KTColumnListDelegate::KTColumnListDelegate(KTColumnListView* view)
     : QStyledItemDelegate(view), fView(view) {}
@@ -20,6 +44,8 @@ void KTColumnListDelegate::initStyleOption(QStyleOptionViewItem* option,
     // Every cell of a marked row says so to a screen reader, but one box is drawn.
     if (!fView->IsOutline() || index.column() != fView->NameColumn())
         option->features &= ~QStyleOptionViewItem::HasCheckIndicator;
+    if ((option->state & QStyle::State_Selected) && !option->icon.isNull())
+        option->icon = OnGround(option->icon, *option, fView->devicePixelRatioF());
     option->textElideMode =
         index.column() == fView->NameColumn() ? Qt::ElideMiddle : Qt::ElideRight;
 }
