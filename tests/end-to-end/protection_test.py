@@ -3,6 +3,7 @@
 import errno
 import os
 import pathlib
+import re
 import signal
 import subprocess
 import unittest
@@ -51,10 +52,15 @@ class Protection(ServerTest):
 
     def in_memory(self, secret):
         """How often the server's memory holds these bytes."""
+        def areas():
+            return pathlib.Path(f"/proc/{self.house.server.pid}/maps").read_text()
+        if re.search(r"lib[at]san\.so", areas()):
+            self.skipTest("a sanitizer maps more than can be looked through")
+
         def look():
             found = 0
             with open(f"/proc/{self.house.server.pid}/mem", "rb") as memory:
-                for line in pathlib.Path(f"/proc/{self.house.server.pid}/maps").read_text().splitlines():
+                for line in areas().splitlines():
                     area, rights = line.split()[:2]
                     if rights.startswith("rw"):
                         begin, end = (int(part, 16) for part in area.split("-"))
