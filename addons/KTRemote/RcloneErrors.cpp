@@ -92,6 +92,25 @@ std::string_view LastLine(std::string_view said) {
     return begin == std::string_view::npos ? said : said.substr(begin + 1);
 }
 
+bool IsDigit(char c) {
+    return c >= '0' && c <= '9';
+}
+
+// Whether the words stand in it; a number not as a part of another one, nor as a port.
+bool Says(std::string_view text, std::string_view words) {
+    const bool isNumber = IsDigit(words.front());
+    for (size_t at = 0; (at = text.find(words, at)) != std::string_view::npos; ++at) {
+        if (!isNumber) return true;
+        const size_t end = at + words.size();
+        const bool goesOn = end < text.size() && IsDigit(words.back()) && IsDigit(text[end]);
+        const bool began = at > 0 && (IsDigit(text[at - 1]) || text[at - 1] == '.');
+        const bool isPort = at > 1 && text[at - 1] == ':' &&
+                            std::isalnum(static_cast<unsigned char>(text[at - 2])) != 0;
+        if (!goesOn && !began && !isPort) return true;
+    }
+    return false;
+}
+
 }  // namespace
 
 std::string WithoutSecrets(std::string_view line) {
@@ -138,7 +157,7 @@ Error RcloneError(int code, std::string_view said, const std::string& path) {
         return Error::Make(ErrorKind::NotFound, path, "is not there");
     }
     for (const Known& known : kKnown) {
-        if (small.find(known.said) != std::string::npos) {
+        if (Says(small, known.said)) {
             return Error::Make(known.kind, path, known.words);
         }
     }

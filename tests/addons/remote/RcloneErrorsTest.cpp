@@ -38,6 +38,13 @@ TEST(RcloneErrors, AreToldPlainly) {
          ErrorKind::Io, "cannot be reached"},
         {5, "Propfind \"http://127.0.0.1:1/\": net/http: timeout awaiting response headers",
          ErrorKind::Io, "does not answer"},
+        {5, "couldn't list files: read tcp 127.0.0.1:40312->10.4.0.5:44030: i/o timeout",
+         ErrorKind::Io, "does not answer"},
+        {5, "Propfind \"http://nas:403/\": read tcp 10.0.0.2:53401->10.0.0.3:403: i/o timeout",
+         ErrorKind::Io, "does not answer"},
+        {1, "HTTP error 403 (403 Forbidden) returned body: \"\"", ErrorKind::Denied,
+         "does not allow"},
+        {1, "odd answer: {\"code\":401}", ErrorKind::Denied, "the password or the key"},
         {1, "something nobody has heard of", ErrorKind::Io, "something nobody has heard of"},
         {-1, "", ErrorKind::Io, "rclone failed"},
     };
