@@ -66,11 +66,14 @@ class Insert(ServerTest):
         self.assertIn("papers", self.ctl("find", "paper"))
         # New jobs and backups get new numbers, and the set goes on.
         (source / "later").write_text("later")
-        self.ctl("backup", "--incremental", full, "--to", self.house.target)
+        self.ctl("backup", "--differential", full, "--to", self.house.target)
         self.expect_restores(self.house.backups()[-1].name, house.describe(source))
         jobs = [b["job_id"] for b in self.house.ctl("list")]
         self.assertEqual(len(set(jobs)), 3)
         self.ctl("insert", self.house.target, backups[0])
+        # What others are built on stays.
+        self.ctl("delete", full, "--with-data", "--yes", good=(1, 3))
+        self.assertEqual(len(self.house.backups()), 3)
         self.ctl("delete", *[b.name for b in self.house.backups()], "--with-data", "--yes")
         self.assertEqual(self.house.backups(), [])
         self.assertEqual(self.house.ctl("scan", self.house.target), [])
