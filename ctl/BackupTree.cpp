@@ -59,7 +59,9 @@ std::optional<std::vector<TreeEntry>> BackupTree::Children(const std::string& pa
     }
     std::vector<TreeEntry> entries;
     const std::string above = path == "/" ? "" : path;
-    for (int32_t i = 0; i < list->Count("name"); ++i) {
+    const int32_t count = list->Count("name");
+    entries.reserve(static_cast<size_t>(count));
+    for (int32_t i = 0; i < count; ++i) {
         entries.push_back({above + "/" + list->Get("name", std::string(), i),
                            list->Get<int32_t>("type", 0, i), list->Get<int64_t>("size", 0, i),
                            list->Get("date", BTime(), i).seconds});

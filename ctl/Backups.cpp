@@ -18,7 +18,9 @@ std::optional<std::vector<ListedBackup>> ListBackups(ServerConnection& server) {
     const auto list = server.Ask(std::move(question));
     if (!list) return std::nullopt;
     std::vector<ListedBackup> backups;
-    for (int32_t i = 0; i < list->Count("name"); ++i) {
+    const int32_t count = list->Count("name");
+    backups.reserve(static_cast<size_t>(count));
+    for (int32_t i = 0; i < count; ++i) {
         backups.push_back({list->Get("name", std::string(), i),
                            list->Get("title", std::string(), i),
                            static_cast<core::JobType>(list->Get<int32_t>("mode", 1, i)),

@@ -35,7 +35,9 @@ std::optional<std::vector<FoundBackup>> FindBackups(ServerConnection& server,
     const auto answer = server.Ask(std::move(question));
     if (!answer) return std::nullopt;
     std::vector<FoundBackup> found;
-    for (int32_t i = 0; i < answer->Count("ID"); ++i) {
+    const int32_t count = answer->Count("ID");
+    found.reserve(static_cast<size_t>(count));
+    for (int32_t i = 0; i < count; ++i) {
         found.push_back(
             {answer->Get("ID", std::string(), i), answer->Get("title", std::string(), i),
              answer->Get("date", BTime(), i).seconds, answer->Get<int32_t>("protected", 0, i) != 0,

@@ -7,6 +7,7 @@
 #include <atomic>
 #include <charconv>
 #include <cstdio>
+#include <exception>
 #include <functional>
 #include <map>
 
@@ -269,9 +270,7 @@ void AddJobCommands(CLI::App& app, Options& options, Chosen* chosen) {
         ->type_name("");
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, char** argv) {
     ctl::UseLanguageOfEnvironment(BApplication::ProgramFolder());
     Options options;
     Chosen chosen;
@@ -316,4 +315,15 @@ int main(int argc, char** argv) {
     }
     std::fflush(stdout);
     return static_cast<int>(code);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& problem) {
+        std::fprintf(stderr, "backupctl: %s\n", problem.what());
+        return static_cast<int>(ExitCode::Failed);
+    }
 }

@@ -56,7 +56,7 @@ template <class... Arguments>
 std::string FormatText(const char* format, const Arguments&... arguments) {
     KTReportLine line;
     (detail::AddArgument(line, arguments), ...);
-    return line.Render(format, 64 * 1024);
+    return line.Render(format, size_t{64} * 1024);
 }
 // The same with the text of an id.
 template <class... Arguments>

@@ -148,7 +148,8 @@ std::string_view SignOf(const Conversion& c, bool negative) {
 void WriteInteger(std::string& out, const Conversion& c, const RenderValue& value) {
     int64_t number = IntegerOf(value);
     if (c.shorts == 1) number = static_cast<int16_t>(number);
-    if (c.shorts >= 2) number = static_cast<int8_t>(number);
+    // "%hhd" has a sign.
+    if (c.shorts >= 2) number = static_cast<int8_t>(number);  // NOLINT(bugprone-signed-char-misuse)
 
     std::string_view sign;
     uint64_t magnitude = 0;

@@ -11,7 +11,7 @@ namespace kit {
 // The value of attribute `name` (without "user."), at most `limit` bytes of it. Nothing when it is
 // not there or cannot be read. Follows links.
 std::optional<std::string> ReadAttribute(const std::string& path, const std::string& name,
-                                         size_t limit = 64 * 1024);
+                                         size_t limit = size_t{64} * 1024);
 Status WriteAttribute(const std::string& path, const std::string& name, std::string_view value);
 
 // Sum over all attributes of the node of value size plus length of the name; 0 when there are none.
