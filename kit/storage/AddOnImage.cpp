@@ -25,8 +25,8 @@ struct CloseFolder {
 // A group that nobody but the user is in: many systems give everybody one, and let it write by
 // default.
 bool IsOwnGroup(gid_t group) {
-    std::array<char, 16 * 1024> userBuffer{};
-    std::array<char, 16 * 1024> groupBuffer{};
+    std::array<char, size_t{16} * 1024> userBuffer{};
+    std::array<char, size_t{16} * 1024> groupBuffer{};
     passwd user{};
     passwd* userFound = nullptr;
     struct group entry {};

@@ -177,7 +177,7 @@ private:
     }
 
     void Drain(std::vector<Event>* events, bool* lost) {
-        alignas(inotify_event) std::array<char, 64 * 1024> buffer;
+        alignas(inotify_event) std::array<char, size_t{64} * 1024> buffer;
         // A removed directory's own watch ends before its removal is told, which still asks for its
         // node.
         std::vector<int> ended;
@@ -190,11 +190,9 @@ private:
                 std::memcpy(&head, buffer.data() + at, sizeof(head));
                 const char* name = buffer.data() + at + sizeof(head);
                 at += static_cast<ssize_t>(sizeof(head) + head.len);
-                if (head.mask & IN_Q_OVERFLOW) {
-                    *lost = true;
-                } else if (head.mask & IN_IGNORED) {
+                if (head.mask & IN_IGNORED) {
                     ended.push_back(head.wd);  // removed, unmounted, or no longer asked for
-                } else if (events->size() >= kMostEvents) {
+                } else if ((head.mask & IN_Q_OVERFLOW) || events->size() >= kMostEvents) {
                     *lost = true;
                 } else {
                     Take(head, head.len > 0 ? std::string(name) : std::string(), events);

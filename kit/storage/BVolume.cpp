@@ -65,6 +65,7 @@ std::vector<BVolume> BVolumeRoster::Volumes() const {
 
     // Asked all at once: one that hangs must not cost its two seconds more than once.
     std::vector<std::future<std::optional<MountSource::Space>>> answers;
+    answers.reserve(mounts.size());
     for (const auto& mount : mounts) {
         answers.push_back(
             std::async(std::launch::async, [this, &mount] { return fSource->SpaceOf(mount); }));

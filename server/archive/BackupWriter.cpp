@@ -131,7 +131,7 @@ Status BackupWriter::NextDisc(Error full) {
     if (!files.empty()) ++fDisc;
     for (;;) {
         if (!fNextDisc(disc)) return disc.why;
-        const Status status = BeginDisc();
+        Status status = BeginDisc();
         if (status) return status;
         disc.why = status.error();
     }

@@ -29,8 +29,9 @@ struct ReportCause {
 
 class ReportDesk {
 public:
-    static constexpr size_t kMostDirect = 1024 * 1024;  // larger reports go through a shared area
-    static constexpr size_t kMostWaiting = 64 * 1024 * 1024;  // in areas, for one team
+    static constexpr size_t kMostDirect =
+        size_t{1024} * 1024;  // larger reports go through a shared area
+    static constexpr size_t kMostWaiting = size_t{64} * 1024 * 1024;  // in areas, for one team
 
     // `records` belongs to `writing`'s thread from here on. Call before that worker has anything to
     // do.

@@ -23,7 +23,7 @@ public:
 
 private:
     static constexpr int32_t kMostLines = 1000;
-    static constexpr size_t kMostBytes = 256 * 1024;
+    static constexpr size_t kMostBytes = size_t{256} * 1024;
     static constexpr std::chrono::seconds kMostAge{2};
 
     const Store fStore;
