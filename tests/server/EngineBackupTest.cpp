@@ -458,7 +458,11 @@ TEST_F(EngineBackup, ReadmeIsTrueWordByWord) {
                                 "; piece=" + std::to_string(piece) +
                                 "; entry=" + std::to_string(entry);
     fresh();
-    EXPECT_EQ(run(numbers + "; " + command("rest=", "") + "; " + command("(tail", "")), "");
+    // As a reader's shell does it: tar, which starts in the middle of its records here, may close
+    // the pipe before the padding at the end has come through, and tail then ends by a signal.
+    EXPECT_EQ(run("set +o pipefail; " + numbers + "; " + command("rest=", "") + "; " +
+                  command("(tail", "")),
+              "");
     auto rest = DescribeTree(fHouse.source), got = DescribeTree(fHouse.target + "/restored/Source");
     EXPECT_TRUE(got.contains("/home/last"));
     EXPECT_EQ(got["/home/last"], rest["/home/last"]);
