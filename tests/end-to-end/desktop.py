@@ -61,7 +61,7 @@ class ClientTest(unittest.TestCase):
     def start_job(self, title, end="Job successful"):
         """In the start dialog, which opens: gives the title and waits for the end in the panel."""
         self.hand.see("chk_submitonhold")
-        self.hand.type("str_title", title)
+        self.hand.type("str_title@chk_submitonhold", title)
         self.hand.click("btn_ok@chk_submitonhold")
         self.hand.gone("chk_submitonhold")
         if end:

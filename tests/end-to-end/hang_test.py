@@ -34,7 +34,7 @@ class Hanging(ServerTest):
         """How long the others waited. The worst of many may be the machine's fault."""
         print(f"[{len(self.times)} answers, median {1000 * statistics.median(self.times):.1f} ms, "
               f"longest {1000 * max(self.times):.1f} ms]", end=" ", flush=True)
-        self.assertLess(statistics.median(self.times), 0.1)
+        self.assertLess(statistics.median(self.times), 0.3)
 
     def memory(self):
         """What the server has ever had in memory, in bytes."""

@@ -128,7 +128,7 @@ class Remote(ServerTest):
         start = time.monotonic()
         self.peer.send(wire.Message("KTJD", job_id=job_id, flag=1))
         self.assertEqual(self.peer.wait_for("KTJf", 10).get("status"), 1)
-        self.assertLess(time.monotonic() - start, 2.5)
+        self.assertLess(time.monotonic() - start, 8)
         self.remote.send_signal(signal.SIGCONT)
         self.assertEqual(self.house.backups(), [])
 

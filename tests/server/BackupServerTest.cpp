@@ -74,7 +74,7 @@ TEST_F(BackupServerTest, PauseContinueAbort) {
     const auto asked = std::chrono::steady_clock::now();
     Tell("KTJD"_code, id, "flag", 1);
     EXPECT_EQ(EndOf(id), 1);
-    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(2));
+    EXPECT_LT(std::chrono::steady_clock::now() - asked, std::chrono::seconds(5));
     EXPECT_FALSE(peer->Has("KTjc"_code));
 
     const int32_t other = Submit(Job("Long", {"until " + File("never")}));

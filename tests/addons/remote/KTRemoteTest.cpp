@@ -196,7 +196,7 @@ TEST_P(Remote, GivesUpOnARemoteThatHangs) {
     fServer->GoOn();
     ASSERT_FALSE(status);
     EXPECT_EQ(status.error().kind, ErrorKind::Io);
-    EXPECT_LT(took, milliseconds(6000));
+    EXPECT_LT(took, milliseconds(12000));
 }
 
 TEST_P(Remote, EndsSoonWhenTheJobIsAborted) {
@@ -212,13 +212,13 @@ TEST_P(Remote, EndsSoonWhenTheJobIsAborted) {
                                   status = writer->Write(content);
                               if (status) status = writer->Finish();
                           }),
-              milliseconds(1000));
+              milliseconds(4000));
     EXPECT_EQ(status.error().kind, ErrorKind::Aborted);
     // What is left to do has its own short time, and says when it was too short.
     writer.reset();
     const auto start = Clock::now();
     EXPECT_FALSE(fVolume->RemoveBackup(kPartial));
-    EXPECT_LT(Clock::now() - start, milliseconds(2500));
+    EXPECT_LT(Clock::now() - start, milliseconds(6000));
     ASSERT_FALSE(fJob.told.empty());
     EXPECT_THAT(fJob.told.back(), HasSubstr(kPartial));
     fServer->GoOn();
@@ -226,7 +226,7 @@ TEST_P(Remote, EndsSoonWhenTheJobIsAborted) {
     fJob.aborted = false;
     Make("test:");
     fServer->Freeze();
-    EXPECT_LT(TimeToAbort(fJob, [&] { status = fVolume->CheckAccess(); }), milliseconds(1000));
+    EXPECT_LT(TimeToAbort(fJob, [&] { status = fVolume->CheckAccess(); }), milliseconds(4000));
     EXPECT_EQ(status.error().kind, ErrorKind::Aborted);
     fServer->GoOn();
 }
