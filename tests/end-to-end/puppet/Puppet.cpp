@@ -218,8 +218,14 @@ QString Run(const QStringList& words) {
             return "ok";
         }
         if (argument == "click" || argument == "pick") {  // pick: not where a text can be edited
-            const QModelIndex cell = argument == "pick" ? row.siblingAtColumn(0) : row;
-            Mouse(view->viewport(), view->visualRect(cell).center());
+            const QPersistentModelIndex cell = argument == "pick" ? row.siblingAtColumn(0) : row;
+            // Where it is then: rows that arrive in between move it.
+            QTimer::singleShot(0, view, [view, cell] {
+                if (!cell.isValid()) return;
+                view->scrollTo(cell);
+                Mouse(view->viewport(), view->visualRect(cell).center());
+                QCoreApplication::sendPostedEvents(view->viewport());
+            });
             return "ok";
         }
     }
